@@ -1,0 +1,50 @@
+#!/usr/bin/env bash
+# Installs the dependencies, builds, prepares a demo application directory, starts the plant
+# simulator and starts the workstation in it. The user's own settings are not touched: the demo
+# keeps its settings inside its own directory.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+REPO=$(pwd)
+
+bash scripts/install-deps.sh
+BUILD_DIR=${BUILD_DIR:-build-release}
+cmake -S . -B "$BUILD_DIR" -G Ninja -DCMAKE_BUILD_TYPE=Release -DSORVANTEL_BUILD_TESTS=OFF
+cmake --build "$BUILD_DIR" -j"$(nproc)"
+
+DEMO_DIR=${SORVANTEL_DEMO_DIR:-$HOME/sorvantel-demo}
+PORT=${SORVANTEL_DEMO_PORT:-5020}
+if [ ! -f "$DEMO_DIR/tags.tgn" ]; then
+    mkdir -p "$DEMO_DIR"
+    cp -r demo/. "$DEMO_DIR/"
+    find "$DEMO_DIR" -name .keep -delete
+fi
+
+# The demo's settings store lives in the demo directory.
+export XDG_CONFIG_HOME="$DEMO_DIR/.config"
+INI="$XDG_CONFIG_HOME/Brenlock/Sorvantel.ini"
+mkdir -p "$(dirname "$INI")"
+if [ ! -f "$INI" ]; then
+    cat > "$INI" <<INI
+[link]
+mode=TCP
+address=127.0.0.1
+port=$PORT
+timeout=1000
+
+[settings]
+mainleft=600
+maintop=600
+mainwidth=18000
+mainheight=12600
+INI
+fi
+
+"$REPO/$BUILD_DIR/tools/plant-simulator/plant-simulator" --plant "$DEMO_DIR/plant.sim" --port "$PORT" &
+SIM_PID=$!
+trap 'kill $SIM_PID 2>/dev/null || true' EXIT
+sleep 0.5
+
+echo "Sorvantel demo in $DEMO_DIR, plant simulator on 127.0.0.1:$PORT (pid $SIM_PID)"
+echo "Type simulator commands such as 'dead 3' or 'alive 3' here while the workstation runs."
+cd "$DEMO_DIR"
+"$REPO/$BUILD_DIR/src/sorvantel"

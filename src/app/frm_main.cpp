@@ -1,0 +1,458 @@
+#include "frm_main.h"
+
+#include <QActionGroup>
+#include <QCloseEvent>
+#include <QCoreApplication>
+#include <QLabel>
+#include <QLocale>
+#include <QMdiArea>
+#include <QMdiSubWindow>
+#include <QMenuBar>
+#include <QStatusBar>
+#include <QTimer>
+
+#include "app/frm_about.h"
+#include "app/frm_scanning.h"
+#include "plant/comm_errors.h"
+#include "plant/frm_logger.h"
+#include "plant/plant_store.h"
+#include "platform/clock.h"
+#include "platform/dialogs.h"
+#include "platform/modctl.h"
+#include "platform/placement.h"
+#include "platform/settings_keys.h"
+#include "records/alarm_log.h"
+#include "records/data_logger.h"
+#include "security/rights.h"
+
+namespace {
+QPointer<FrmMain> gMainInstance;
+
+constexpr int kDesignTimer2Interval = 300;
+constexpr int kTimer3Interval = 500;
+constexpr int kDataSaveInterval = 1000;
+// The main window, the logger and the alarm log are always loaded.
+constexpr int kResidentWindows = 3;
+} // namespace
+
+FrmMain* frmMain() {
+    return gMainInstance.data();
+}
+
+FrmMain::FrmMain(QWidget* parent) : QMainWindow(parent) {
+    setObjectName(QStringLiteral("frmMain"));
+    setWindowTitle(QStringLiteral("Brenlock Sorvantel"));
+    gMainInstance = this;
+
+    m_mdi = new QMdiArea(this);
+    m_mdi->setObjectName(QStringLiteral("mdiArea"));
+    m_mdi->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+    m_mdi->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+    m_mdi->setBackground(QColor(128, 128, 128));
+    setCentralWidget(m_mdi);
+
+    m_modctl1 = new Modctl(this);
+    m_modctl1->setObjectName(QStringLiteral("Modctl1"));
+    m_modctl2 = new Modctl(this);
+    m_modctl2->setObjectName(QStringLiteral("Modctl2"));
+    m_poll = new PollCycle(m_modctl1, this, this);
+
+    m_timer2 = new QTimer(this);
+    m_timer2->setObjectName(QStringLiteral("Timer2"));
+    m_timer2->setInterval(kDesignTimer2Interval);
+    connect(m_timer2, &QTimer::timeout, m_poll, &PollCycle::timer2Tick);
+    m_timer3 = new QTimer(this);
+    m_timer3->setObjectName(QStringLiteral("Timer3"));
+    m_timer3->setInterval(kTimer3Interval);
+    connect(m_timer3, &QTimer::timeout, this, &FrmMain::timer3Tick);
+    m_dataSaveTimer = new QTimer(this);
+    m_dataSaveTimer->setObjectName(QStringLiteral("DataSaveTimer"));
+    m_dataSaveTimer->setInterval(kDataSaveInterval);
+
+    auto* bar = statusBar();
+    bar->setObjectName(QStringLiteral("sbStatusBar"));
+    m_statusPanel = new QLabel(QStringLiteral("Status"), bar);
+    m_statusPanel->setObjectName(QStringLiteral("statusPanel"));
+    m_datePanel = new QLabel(bar);
+    m_timePanel = new QLabel(bar);
+    for (QLabel* l : {m_statusPanel, m_datePanel, m_timePanel})
+        l->setFrameStyle(QFrame::Panel | QFrame::Sunken);
+    bar->addWidget(m_statusPanel, 1);
+    bar->addPermanentWidget(m_datePanel);
+    bar->addPermanentWidget(m_timePanel);
+    m_clockTimer = new QTimer(this);
+    m_clockTimer->setInterval(1000);
+    connect(m_clockTimer, &QTimer::timeout, this, &FrmMain::updateClockPanels);
+    m_clockTimer->start();
+    updateClockPanels();
+
+    buildMenus();
+
+    restorePlacement(this, Sections::Settings, PlacementTwips{1000, 1000, 6500, 6500});
+    // No right is in force yet and the active list is empty: this only sets the marks.
+    mnuRtMode_Click();
+}
+
+FrmMain::~FrmMain() = default;
+
+QAction* FrmMain::addItem(QMenu* menu, const QString& name, const QString& caption, int right) {
+    QAction* action = menu->addAction(caption);
+    action->setObjectName(name);
+    if (right >= 0)
+        connect(action, &QAction::triggered, this, [right] { checkAccess(right); });
+    return action;
+}
+
+QAction* FrmMain::menuItem(const QString& name) const {
+    return findChild<QAction*>(name);
+}
+
+void FrmMain::buildMenus() {
+    QMenuBar* bar = menuBar();
+    auto addMenu = [bar](const QString& name, const QString& caption) {
+        QMenu* menu = bar->addMenu(caption);
+        menu->setObjectName(name);
+        menu->menuAction()->setObjectName(name);
+        return menu;
+    };
+    auto addSeparator = [](QMenu* menu, const QString& name) {
+        menu->addSeparator()->setObjectName(name);
+    };
+    auto addSubMenu = [](QMenu* menu, const QString& name, const QString& caption) {
+        QMenu* sub = menu->addMenu(caption);
+        sub->setObjectName(name);
+        sub->menuAction()->setObjectName(name);
+        return sub;
+    };
+
+    // The windows of these commands arrive with their own subsystems; until then the commands
+    // ask their right and stop there.
+    QMenu* file = addMenu(QStringLiteral("mnuFile"), QStringLiteral("&File"));
+    addItem(file, QStringLiteral("mnuOpenP"), QStringLiteral("&Open Project"), Right::OpenProject);
+    addItem(file, QStringLiteral("mnuCloseP"), QStringLiteral("&Close Project"), Right::CloseProject);
+    addSeparator(file, QStringLiteral("mnuFileDash"));
+    addItem(file, QStringLiteral("mnuSaveP"), QStringLiteral("S&ave Project"), Right::SaveProject);
+    addItem(file, QStringLiteral("mnuSavePas"), QStringLiteral("S&ave Project As.."), Right::SaveProject);
+    addSeparator(file, QStringLiteral("mnuSaveDash"));
+    QAction* exitItem = addItem(file, QStringLiteral("mnuFileExit"), QStringLiteral("E&xit"));
+    connect(exitItem, &QAction::triggered, this, &FrmMain::mnuFileExit_Click);
+
+    QMenu* view = addMenu(QStringLiteral("mnuView"), QStringLiteral("&View"));
+    addItem(view, QStringLiteral("mnuDigValues"), QStringLiteral("&Digital Values"));
+    QAction* alarmItem = addItem(view, QStringLiteral("mnuAlarmLog"), QStringLiteral("&Alarm Log"));
+    connect(alarmItem, &QAction::triggered, this, [this] {
+        if (AlarmLog* log = alarmLog()) {
+            log->showNormal();
+            m_mdi->setActiveSubWindow(log);
+            log->raise();
+        }
+    });
+    addSeparator(view, QStringLiteral("mnuDigDash"));
+    QMenu* trends = addSubMenu(view, QStringLiteral("mnuTrends"), QStringLiteral("&Control Trends"));
+    for (int i = 1; i <= 8; ++i)
+        addItem(trends, QStringLiteral("mnuTrend%1").arg(i), QStringLiteral("Trend %1").arg(i));
+    addSeparator(view, QStringLiteral("mnuBarDash"));
+    QMenu* bars = addSubMenu(view, QStringLiteral("mnuBars"), QStringLiteral("&Bar Graphs"));
+    for (int i = 1; i <= 4; ++i)
+        addItem(bars, QStringLiteral("mnuBarGraph%1").arg(i),
+                QStringLiteral("Bar Graphs (%1 To %2)").arg(16 * (i - 1) + 1).arg(16 * i));
+    addSeparator(view, QStringLiteral("mnuProfDash"));
+    addItem(view, QStringLiteral("mnuProfiler"), QStringLiteral("&Profiler"), Right::Profiler);
+    addSeparator(view, QStringLiteral("mnuDash1"));
+    addItem(view, QStringLiteral("mnuSingleSpRecipe"), QStringLiteral("&Single Setpoint Recipes"),
+            Right::SingleSetpointRecipes);
+    addSeparator(view, QStringLiteral("mnuDash"));
+    addItem(view, QStringLiteral("mnuHistory"), QStringLiteral("&Data File Viewer"), Right::DataViewer);
+    addItem(view, QStringLiteral("mnuAudit"), QStringLiteral("&Audit Trail Viewer"),
+            Right::AuditTrailViewer);
+
+    QMenu* banks = addMenu(QStringLiteral("mnuControlBanks"), QStringLiteral("&Control Banks"));
+    // "32 to 64", not 33: the caption stands as the operators know it.
+    QMenu* group1 = addSubMenu(banks, QStringLiteral("Cgroup1"), QStringLiteral("Controllers 1 to 32"));
+    QMenu* group2 = addSubMenu(banks, QStringLiteral("Cgroup2"), QStringLiteral("Controllers 32 to 64"));
+    for (int bank = 1; bank <= 16; ++bank) {
+        addItem(bank <= 8 ? group1 : group2, QStringLiteral("mnuAddBank%1").arg(bank),
+                QStringLiteral("View Controls %1 - %2").arg(4 * (bank - 1) + 1).arg(4 * bank));
+    }
+
+    QMenu* setup = addMenu(QStringLiteral("mnuSetup"), QStringLiteral("&Setup"));
+    addItem(setup, QStringLiteral("mnuClabels"), QStringLiteral("&Controller Labels/Activation"),
+            Right::ActivateControls);
+    addSeparator(setup, QStringLiteral("mnuDashS2"));
+    addItem(setup, QStringLiteral("mnuDataSave"), QStringLiteral("&Data Logging"), Right::DataLogging);
+    addSeparator(setup, QStringLiteral("mnuDashS3"));
+    addItem(setup, QStringLiteral("loopTuning"), QStringLiteral("&Loop Tuning"), Right::LoopTuning);
+    addSeparator(setup, QStringLiteral("mnuDashS4"));
+    addItem(setup, QStringLiteral("mnuAlarms"), QStringLiteral("&Alarms Setpoints"), Right::AlarmSetpoints);
+
+    QMenu* users = addMenu(QStringLiteral("mnuUsers"), QStringLiteral("&Users"));
+    addItem(users, QStringLiteral("mnuLogon"), QStringLiteral("&Log on.."));
+    addItem(users, QStringLiteral("mnuLogOff"), QStringLiteral("Log off.."));
+    addSeparator(users, QStringLiteral("mnuDashS12"));
+    addItem(users, QStringLiteral("mnuPasswords"), QStringLiteral("&Configure user access"),
+            Right::UserAccess);
+    addItem(users, QStringLiteral("opMessage"), QStringLiteral("&Operator message for file"),
+            Right::OperatorMessage);
+
+    QMenu* mode = addMenu(QStringLiteral("menMode"), QStringLiteral("&Mode"));
+    QAction* sim = addItem(mode, QStringLiteral("mnuSimMode"), QStringLiteral("&Simulation Mode"));
+    QAction* rt = addItem(mode, QStringLiteral("mnuRtMode"), QStringLiteral("&Real Time Mode"));
+    sim->setCheckable(true);
+    rt->setCheckable(true);
+    // The marks are set by the commands, not by the click itself.
+    connect(sim, &QAction::triggered, this, [this, sim] {
+        sim->setChecked(!sim->isChecked());
+        mnuSimMode_Click();
+    });
+    connect(rt, &QAction::triggered, this, [this, rt] {
+        rt->setChecked(!rt->isChecked());
+        mnuRtMode_Click();
+    });
+
+    m_windowMenu = addMenu(QStringLiteral("mnuWindow"), QStringLiteral("&Window"));
+    connect(m_windowMenu, &QMenu::aboutToShow, this, &FrmMain::rebuildWindowMenu);
+    rebuildWindowMenu();
+
+    QMenu* help = addMenu(QStringLiteral("mnuHelp"), QStringLiteral("&Help"));
+    connect(addItem(help, QStringLiteral("mnuHelpContents"), QStringLiteral("&Contents")),
+            &QAction::triggered, this, &FrmMain::showHelp);
+    connect(addItem(help, QStringLiteral("mnuHelpSearchForHelpOn"),
+                    QStringLiteral("&Search For Help On...")),
+            &QAction::triggered, this, &FrmMain::showHelp);
+    addSeparator(help, QStringLiteral("mnuHelpBar0"));
+    connect(addItem(help, QStringLiteral("mnuHelpAbout"), QStringLiteral("&About ")),
+            &QAction::triggered, this, [this] {
+                FrmAbout about(this);
+                about.exec();
+            });
+}
+
+void FrmMain::rebuildWindowMenu() {
+    m_windowMenu->clear();
+    connect(m_windowMenu->addAction(QStringLiteral("&Cascade")), &QAction::triggered, this,
+            &FrmMain::arrangeCascade);
+    m_windowMenu->actions().constLast()->setObjectName(QStringLiteral("mnuWindowCascade"));
+    connect(m_windowMenu->addAction(QStringLiteral("Tile &Horizontal")), &QAction::triggered, this,
+            &FrmMain::arrangeTileHorizontal);
+    m_windowMenu->actions().constLast()->setObjectName(QStringLiteral("mnuWindowTileHorizontal"));
+    connect(m_windowMenu->addAction(QStringLiteral("Tile &Vertical")), &QAction::triggered, this,
+            &FrmMain::arrangeTileVertical);
+    m_windowMenu->actions().constLast()->setObjectName(QStringLiteral("mnuWindowTileVertical"));
+    const QList<QMdiSubWindow*> windows = m_mdi->subWindowList();
+    if (!windows.isEmpty())
+        m_windowMenu->addSeparator();
+    int n = 1;
+    for (QMdiSubWindow* w : windows) {
+        QAction* a = m_windowMenu->addAction(QStringLiteral("&%1 %2").arg(n++).arg(w->windowTitle()));
+        a->setCheckable(true);
+        a->setChecked(w == m_mdi->activeSubWindow());
+        connect(a, &QAction::triggered, this, [this, w] {
+            if (w->isMinimized())
+                w->showNormal();
+            m_mdi->setActiveSubWindow(w);
+        });
+    }
+}
+
+void FrmMain::showHelp() {
+    if (!dialogs().openDocument(gHelpFile))
+        msgBox(QStringLiteral("Unable to display Help Contents. Help is not completed for this project."));
+}
+
+void FrmMain::updateClockPanels() {
+    const QDateTime now = currentDateTime();
+    m_datePanel->setText(QLocale::system().toString(now.date(), QLocale::ShortFormat));
+    m_timePanel->setText(now.time().toString(QStringLiteral("hh:mm:ss")));
+}
+
+void FrmMain::setStatusText(const QString& text) {
+    m_statusPanel->setText(text);
+}
+
+QString FrmMain::statusText() const {
+    return m_statusPanel->text();
+}
+
+void FrmMain::updateCaption() {
+    setWindowTitle(kMainCaption + gProjectTitle);
+}
+
+void FrmMain::startScan() {
+    if (m_scanning) {
+        m_scanning->close();
+        delete m_scanning;
+    }
+    if (gActiveCount < 1)
+        return;
+    m_timer2->stop();
+    m_timer3->stop();
+    m_poll->readDone = false;
+    m_poll->firstScan = true;
+    gPollIndex = 0;
+    m_scanning = new FrmScanning(this);
+    connect(m_scanning, &FrmScanning::timer1Fired, this, &FrmMain::onScanTimer);
+    m_scanning->setRange(gActiveCount);
+    // Centred in the client area of the main window.
+    const QRect client(m_mdi->mapToGlobal(QPoint(0, 0)), m_mdi->size());
+    m_scanning->adjustSize();
+    m_scanning->move(client.center() - QPoint(m_scanning->width() / 2, m_scanning->height() / 2));
+    QCoreApplication::processEvents();
+    if (!m_scanning)
+        return;
+    m_scanning->startTimer1();
+    m_scanning->show();
+}
+
+void FrmMain::onScanTimer() {
+    m_poll->readDone = true;
+    m_timer2->start();
+    m_timer3->start();
+}
+
+void FrmMain::restartPolling() {
+    m_poll->readDone = true;
+    m_timer2->start();
+    m_timer3->start();
+    if (AlarmLog* log = alarmLog(); log && log->grid())
+        log->clearAlarms();
+}
+
+void FrmMain::setScanProgress(int value) {
+    if (m_scanning)
+        m_scanning->setProgress(value);
+}
+
+void FrmMain::closeScan() {
+    if (m_scanning) {
+        m_scanning->close();
+        m_scanning->deleteLater();
+        m_scanning = nullptr;
+    }
+}
+
+namespace {
+void changeMode(FrmMain* main, bool simulation) {
+    if (gLogging) {
+        msgBox(QStringLiteral("Simulation or Realtime modes can not\nbe modified while logging data!"),
+               MsgIcon::Information);
+        return;
+    }
+    // Going back to real time asks the data viewer's right: that is how the table is laid out.
+    if (!checkAccess(simulation ? Right::SimRealMode : Right::DataViewer))
+        return;
+    main->menuItem(QStringLiteral("mnuSimMode"))->setChecked(simulation);
+    main->menuItem(QStringLiteral("mnuRtMode"))->setChecked(!simulation);
+    gSimMode = simulation;
+    main->startScan();
+}
+} // namespace
+
+void FrmMain::mnuSimMode_Click() {
+    changeMode(this, true);
+}
+
+void FrmMain::mnuRtMode_Click() {
+    changeMode(this, false);
+}
+
+void FrmMain::mnuFileExit_Click() {
+    if (!checkAccess(Right::QuitProgram))
+        return;
+    close();
+}
+
+void FrmMain::timer3Tick() {
+    gBankUpdating = true;
+    midnightRollover();
+    updateOpenProjectMenu();
+    QCoreApplication::processEvents();
+    // The bank windows take their rows from the store here once they exist.
+    gBankUpdating = false;
+}
+
+void FrmMain::midnightRollover() {
+    if (!gLogging)
+        return;
+    const QTime now = currentDateTime().time();
+    const QString hm = QStringLiteral("%1:%2").arg(now.hour()).arg(now.minute());
+    if (hm == QLatin1String("0:0") && gAutoLog == 1 && !m_midnightDone) {
+        // The new day's data file is opened by the data logger; the latch keeps it to once.
+        m_midnightDone = true;
+    } else if (hm == QLatin1String("0:1") && m_midnightDone) {
+        m_midnightDone = false;
+    }
+}
+
+void FrmMain::updateOpenProjectMenu() {
+    // The resident windows plus any other loaded window.
+    const int loaded = 1 + static_cast<int>(m_mdi->subWindowList().size());
+    menuItem(QStringLiteral("mnuOpenP"))->setEnabled(!(loaded > kResidentWindows || gLogging));
+}
+
+namespace {
+// Lays the visible child windows out in one row or one column, filling the client area.
+void tileInLine(QMdiArea* mdi, bool stacked) {
+    QList<QMdiSubWindow*> windows;
+    for (QMdiSubWindow* w : mdi->subWindowList())
+        if (w->isVisible() && !w->isMinimized())
+            windows << w;
+    if (windows.isEmpty())
+        return;
+    const QRect area = mdi->viewport()->rect();
+    const int n = static_cast<int>(windows.size());
+    for (int i = 0; i < n; ++i) {
+        QMdiSubWindow* w = windows[i];
+        if (w->isMaximized())
+            w->showNormal();
+        if (stacked) {
+            const int h = area.height() / n;
+            w->setGeometry(0, i * h, area.width(), h);
+        } else {
+            const int wd = area.width() / n;
+            w->setGeometry(i * wd, 0, wd, area.height());
+        }
+    }
+}
+} // namespace
+
+void FrmMain::arrangeCascade() {
+    m_mdi->cascadeSubWindows();
+}
+
+void FrmMain::arrangeTileHorizontal() {
+    tileInLine(m_mdi, true);
+}
+
+void FrmMain::arrangeTileVertical() {
+    tileInLine(m_mdi, false);
+}
+
+void FrmMain::closeEvent(QCloseEvent* event) {
+    if (m_closing) {
+        event->accept();
+        return;
+    }
+    if (!checkAccess(Right::CloseMainWindow)) {
+        event->ignore();
+        return;
+    }
+    if (msgBox(QStringLiteral("Exit - are you sure?"), MsgIcon::Question, MsgButtons::YesNo) !=
+        MsgAnswer::Yes) {
+        event->ignore();
+        return;
+    }
+    m_closing = true;
+    savePlacement(this, Sections::Settings);
+    closeScan();
+    for (QMdiSubWindow* w : m_mdi->subWindowList()) {
+        if (auto* logger = qobject_cast<FrmLogger*>(w))
+            logger->allowClose();
+        if (auto* log = qobject_cast<AlarmLog*>(w))
+            log->allowClose();
+        w->close();
+    }
+    m_timer2->stop();
+    m_timer3->stop();
+    event->accept();
+    emit exitRequested();
+}

@@ -1,0 +1,26 @@
+#include <QApplication>
+
+#include "app/frm_main.h"
+#include "app/frm_splash.h"
+
+int main(int argc, char* argv[]) {
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("Sorvantel"));
+    QApplication::setOrganizationName(QStringLiteral("Brenlock"));
+    QApplication::setApplicationVersion(QStringLiteral(SORVANTEL_VERSION));
+
+    auto* splash = new FrmSplash;
+    switch (splash->load()) {
+    case FrmSplash::LoadResult::AlreadyRunning:
+        return 0;
+    case FrmSplash::LoadResult::Failed:
+        return 1;
+    case FrmSplash::LoadResult::Ok:
+        break;
+    }
+    QObject::connect(splash->mainWindow(), &FrmMain::exitRequested, &app, [] { QApplication::exit(0); });
+    splash->show();
+    const int status = QApplication::exec();
+    delete frmMain();
+    return status;
+}

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <QString>
+#include <QtGlobal>
+
+// Register words of the two controller families and the engineering values they stand for.
+// K40: unsigned offset numbers (raw 19999 is zero) scaled by a decimal code the controller
+// reports in its status word. K8/K20: plain signed tenths.
+
+inline constexpr int kValueOffset = 19999;
+
+// The byte above the low byte of a 16-bit word given as a 32-bit value, negatives allowed.
+int highByte(qint32 value);
+bool bitIsSet(qint32 value, int bit);
+// 0..65535.
+qint32 wordToUnsigned(qint16 word);
+// Bits 8 and 9 of the status word: 0..3.
+qint16 decimalCode(qint32 statusWord);
+// Factor from (raw - 19999) to engineering units; also sets gFixedTenth[row] (bit 12 clear).
+float scaleFactor(qint32 statusWord, qint16 code, int row);
+// "0", "0.0", "0.00", "0.000".
+QString decimalFormat(qint16 code);
+// A value in the display form of the decimal code.
+QString formatValue(double value, qint16 code);
+// Multiplier of an engineering value written to a decimal-scaled register; 0 for a fixed-tenths
+// controller with a code above 1, which the alarm and tuning dialogs rely on.
+int rawMultiplier(int row);
+
+// Rounds to the nearest whole number, a half to the even neighbour.
+double roundHalfEven(double value);
+// The raw word to write for a setpoint of a K40 controller (may exceed 32767).
+qint32 encodeK40(double value, float scale);
+// The raw word to write for a K8/K20 setpoint.
+qint16 encodeTenths(double value);
+
+// Decoding of the two poll blocks into a row of the store.
+void decodeK40Block(int row, const qint16 data[5]);
+void decodeProfilerBlock(int row, const qint16 data[9]);

@@ -1,0 +1,120 @@
+#include "tag_file.h"
+
+#include <QFile>
+
+#include "plant_store.h"
+#include "platform/file_io.h"
+
+namespace {
+constexpr int kTagColumn = 2;
+
+std::optional<int> wholeNumber(const QString& text) {
+    bool ok = false;
+    const int v = text.trimmed().toInt(&ok);
+    if (!ok)
+        return std::nullopt;
+    return v;
+}
+} // namespace
+
+QString numberPrintForm(long long value) {
+    return (value >= 0 ? QStringLiteral(" ") : QString()) + QString::number(value) +
+           QStringLiteral(" ");
+}
+
+bool readTagFile(const QString& path, QString* error) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        if (error)
+            *error = file.errorString();
+        return false;
+    }
+    const QByteArray bytes = file.readAll();
+    // Lines end with CR LF; a file edited elsewhere may have bare LF.
+    QList<QByteArray> lines = bytes.split('\n');
+    if (!lines.isEmpty() && lines.last().isEmpty())
+        lines.removeLast();
+    if (lines.size() < kTagRows * kTagColumns) {
+        if (error)
+            *error = QStringLiteral("%1 holds %2 lines, %3 needed")
+                         .arg(path)
+                         .arg(lines.size())
+                         .arg(kTagRows * kTagColumns);
+        return false;
+    }
+    auto table = std::make_unique<std::array<std::array<QString, kTagColumns>, kTagRows>>();
+    for (int r = 0; r < kTagRows; ++r) {
+        for (int c = 0; c < kTagColumns; ++c) {
+            QByteArray line = lines[r * kTagColumns + c];
+            if (line.endsWith('\r'))
+                line.chop(1);
+            (*table)[r][c] = QString::fromLatin1(line);
+        }
+    }
+    std::array<bool, kControllerCount> enabled{};
+    std::array<qint16, kControllerCount> type{};
+    std::array<qint16, kControllerCount> logChannel{};
+    for (int c = 0; c < kControllerCount; ++c) {
+        const auto& pvRow = (*table)[3 * c];
+        const auto flag = wholeNumber(pvRow[1]);
+        const auto family = wholeNumber(pvRow[4]);
+        const auto log = wholeNumber(pvRow[5]);
+        if (!flag || !family || !log) {
+            if (error)
+                *error = QStringLiteral("%1: controller %2 has a flag that is not a number")
+                             .arg(path)
+                             .arg(c + 1);
+            return false;
+        }
+        enabled[c] = *flag == 1;
+        type[c] = static_cast<qint16>(*family);
+        logChannel[c] = static_cast<qint16>(*log);
+    }
+    gTagTable = *table;
+    for (int c = 0; c < kControllerCount; ++c) {
+        const int r = 3 * c;
+        gPvTag[c] = gTagTable[r][kTagColumn];
+        gSpTag[c] = gTagTable[r + 1][kTagColumn];
+        gOutTag[c] = gTagTable[r + 2][kTagColumn];
+        gControlEnabled[c] = enabled[c];
+        gControlType[c] = type[c];
+        gLogChannel[c] = logChannel[c];
+    }
+    return true;
+}
+
+bool writeTagFile(const QString& path, QString* error) {
+    QByteArray out;
+    out.reserve(kTagRows * kTagColumns * 12);
+    for (int r = 0; r < kTagRows; ++r) {
+        for (int c = 0; c < kTagColumns; ++c) {
+            const QString& cell = gTagTable[r][c];
+            QString line = cell;
+            if (c != kTagColumn) {
+                if (const auto n = wholeNumber(cell))
+                    line = numberPrintForm(*n);
+            }
+            // A line break inside a tag would shift every later line of the file.
+            line.remove(QLatin1Char('\r')).remove(QLatin1Char('\n'));
+            out += line.toLatin1();
+            out += "\r\n";
+        }
+    }
+    return writeFileAtomically(path, out, error);
+}
+
+void tagTableFromStore() {
+    for (int c = 0; c < kControllerCount; ++c) {
+        const QString tags[3] = {gPvTag[c], gSpTag[c], gOutTag[c]};
+        for (int k = 0; k < 3; ++k) {
+            auto& row = gTagTable[3 * c + k];
+            row[0] = numberPrintForm(c);
+            row[1] = numberPrintForm(gControlEnabled[c] ? 1 : 0);
+            row[2] = tags[k];
+            row[3] = numberPrintForm(k);
+            row[4] = numberPrintForm(gControlType[c]);
+            if (!wholeNumber(row[5]))
+                row[5] = numberPrintForm(0);
+        }
+    }
+}

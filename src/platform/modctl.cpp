@@ -1,0 +1,108 @@
+#include "modctl.h"
+
+#include <QTimer>
+
+#include "qt_modbus_backend.h"
+
+namespace {
+std::unique_ptr<ModbusBackend>& backendSlot() {
+    static std::unique_ptr<ModbusBackend> b;
+    return b;
+}
+bool validIndex(int i) {
+    return i >= 0 && i < Modctl::kMaxWords;
+}
+} // namespace
+
+ModbusBackend& modbusBackend() {
+    auto& slot = backendSlot();
+    if (!slot)
+        slot = std::make_unique<QtModbusBackend>(QtModbusBackend::settingsFromStore());
+    return *slot;
+}
+
+void installModbusBackend(std::unique_ptr<ModbusBackend> backend) {
+    backendSlot() = std::move(backend);
+}
+
+Modctl::Modctl(QObject* parent) : QObject(parent) {}
+
+qint16 Modctl::data(int i) const {
+    return validIndex(i) ? static_cast<qint16>(static_cast<quint16>(m_buffer[i] & 0xFFFF)) : 0;
+}
+
+void Modctl::setData(int i, qint16 value) {
+    if (validIndex(i))
+        m_buffer[i] = value;
+}
+
+qint32 Modctl::longData(int i) const {
+    return validIndex(i) ? m_buffer[i] : 0;
+}
+
+void Modctl::setLongData(int i, qint32 value) {
+    if (validIndex(i))
+        m_buffer[i] = value;
+}
+
+void Modctl::failLater(int code) {
+    QPointer<Modctl> self(this);
+    QTimer::singleShot(0, this, [self, code] {
+        if (self)
+            emit self->error(code);
+    });
+}
+
+void Modctl::start() {
+    if (m_busy) {
+        failLater(ModbusCode::SlaveBusy);
+        return;
+    }
+    if (node < 0 || node > 247) {
+        failLater(ModbusCode::InvalidNode);
+        return;
+    }
+    if (count < 1 || count > kMaxWords || firstRegister < 0 || firstRegister + count > 65536) {
+        failLater(ModbusCode::IllegalAddress);
+        return;
+    }
+    ModbusRequest request;
+    request.node = node;
+    request.dataArea = dataArea;
+    request.firstRegister = firstRegister;
+    request.count = count;
+    request.direction = direction;
+    if (direction == 1) {
+        request.values.reserve(count);
+        for (int i = 0; i < count; ++i)
+            request.values.append(static_cast<quint16>(m_buffer[i] & 0xFFFF));
+    }
+    m_busy = true;
+    QPointer<Modctl> self(this);
+    const int expected = count;
+    const int dir = direction;
+    modbusBackend().submit(request, [self, expected, dir](const ModbusResult& result) {
+        if (self)
+            self->finish(result, expected, dir);
+    });
+}
+
+void Modctl::finish(const ModbusResult& result, int expectedCount, int dir) {
+    m_busy = false;
+    if (result.code != ModbusCode::Ok) {
+        emit error(result.code);
+        return;
+    }
+    if (dir == 1) {
+        emit writeComplete();
+        return;
+    }
+    // The link accepts a reply whose count differs from the request; we do not.
+    if (result.values.size() != expectedCount) {
+        emit error(ModbusCode::BadFrame);
+        return;
+    }
+    for (int i = 0; i < expectedCount; ++i)
+        m_buffer[i] = result.values[i];
+    emit readComplete();
+}

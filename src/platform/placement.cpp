@@ -1,0 +1,55 @@
+#include "placement.h"
+
+#include <QGuiApplication>
+#include <QScreen>
+#include <QWidget>
+
+#include "settings_keys.h"
+#include "settings_store.h"
+
+namespace {
+int readTwips(const QString& section, const QString& key, int defaultValue) {
+    bool ok = false;
+    const double v = getSetting(section, key, QString::number(defaultValue)).trimmed().toDouble(&ok);
+    return ok ? static_cast<int>(v) : defaultValue;
+}
+} // namespace
+
+double twipsPerPixel(const QWidget* widget) {
+    const QScreen* screen = widget ? widget->screen() : QGuiApplication::primaryScreen();
+    const double dpi = screen ? screen->logicalDotsPerInchX() : 96.0;
+    return 1440.0 / (dpi > 0 ? dpi : 96.0);
+}
+
+void restorePlacement(QWidget* window, const QString& section, const PlacementTwips& defaults) {
+    const double tpp = twipsPerPixel(window);
+    const int left = readTwips(section, Keys::MainLeft, defaults.left);
+    const int top = readTwips(section, Keys::MainTop, defaults.top);
+    const int width = readTwips(section, Keys::MainWidth, defaults.width);
+    const int height = readTwips(section, Keys::MainHeight, defaults.height);
+    QRect r(qRound(left / tpp), qRound(top / tpp), qMax(80, qRound(width / tpp)),
+            qMax(60, qRound(height / tpp)));
+    if (window->isWindow()) {
+        bool visible = false;
+        for (const QScreen* s : QGuiApplication::screens())
+            visible = visible || s->availableGeometry().intersects(r.adjusted(0, 0, -40, -40));
+        if (!visible && QGuiApplication::primaryScreen()) {
+            r.moveCenter(QGuiApplication::primaryScreen()->availableGeometry().center());
+        }
+    }
+    window->move(r.topLeft());
+    window->resize(r.size());
+}
+
+void savePlacement(const QWidget* window, const QString& section) {
+    if (window->isMinimized())
+        return;
+    const double tpp = twipsPerPixel(window);
+    // A maximized window keeps the placement it will return to.
+    const QRect r = window->isMaximized() && window->isWindow() ? window->normalGeometry()
+                                                               : QRect(window->pos(), window->size());
+    saveSetting(section, Keys::MainLeft, QString::number(qRound(r.x() * tpp)));
+    saveSetting(section, Keys::MainTop, QString::number(qRound(r.y() * tpp)));
+    saveSetting(section, Keys::MainWidth, QString::number(qRound(r.width() * tpp)));
+    saveSetting(section, Keys::MainHeight, QString::number(qRound(r.height() * tpp)));
+}

@@ -1,0 +1,73 @@
+#include "alarm_log.h"
+
+#include <QCloseEvent>
+#include <QHeaderView>
+#include <QPointer>
+#include <QStatusBar>
+#include <QTableWidget>
+#include <QVBoxLayout>
+
+#include "platform/placement.h"
+#include "platform/settings_keys.h"
+
+namespace {
+QPointer<AlarmLog> gAlarmLogInstance;
+
+struct ColumnDef {
+    const char* title;
+    int widthChars;
+};
+constexpr ColumnDef kColumns[] = {{"Tagname", 15}, {"Time Of Alarm", 16}, {"PV At Alarm", 9}, {"Ack", 5}};
+} // namespace
+
+AlarmLog* alarmLog() {
+    return gAlarmLogInstance.data();
+}
+
+AlarmLog::AlarmLog(QWidget* parent) : QMdiSubWindow(parent) {
+    setObjectName(QStringLiteral("AlarmLog"));
+    setWindowTitle(QStringLiteral("System Alarm Log"));
+    auto* body = new QWidget;
+    auto* layout = new QVBoxLayout(body);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    m_grid = new QTableWidget(0, 4, body);
+    m_grid->setObjectName(QStringLiteral("Grid1"));
+    m_grid->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    m_grid->setSelectionBehavior(QAbstractItemView::SelectRows);
+    const int charWidth = m_grid->fontMetrics().horizontalAdvance(QLatin1Char('0'));
+    for (int c = 0; c < 4; ++c) {
+        m_grid->setHorizontalHeaderItem(c, new QTableWidgetItem(QString::fromLatin1(kColumns[c].title)));
+        m_grid->setColumnWidth(c, kColumns[c].widthChars * charWidth + 8);
+    }
+    m_grid->horizontalHeader()->setStretchLastSection(true);
+    m_status = new QStatusBar(body);
+    m_status->setObjectName(QStringLiteral("AlmStatBar"));
+    m_status->setSizeGripEnabled(false);
+    layout->addWidget(m_grid);
+    layout->addWidget(m_status);
+    setWidget(body);
+    updateStatusText();
+    gAlarmLogInstance = this;
+}
+
+void AlarmLog::updateStatusText() {
+    m_status->showMessage(QStringLiteral("Total number of system alarms is ") +
+                          QString::number(m_grid->rowCount()));
+}
+
+void AlarmLog::clearAlarms() {
+    m_grid->clearContents();
+    m_grid->setRowCount(0);
+    updateStatusText();
+}
+
+void AlarmLog::closeEvent(QCloseEvent* event) {
+    if (!m_closeAllowed) {
+        event->ignore();
+        showMinimized();
+        return;
+    }
+    savePlacement(this, Sections::AlarmLog);
+    QMdiSubWindow::closeEvent(event);
+}

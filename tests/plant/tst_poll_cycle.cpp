@@ -1,0 +1,265 @@
+#include <QSignalSpy>
+#include <QTest>
+
+#include "plant/frm_logger.h"
+#include "plant/plant_store.h"
+#include "plant/poll_cycle.h"
+#include "support/test_env.h"
+
+namespace {
+struct ProgressSpy final : ScanProgress {
+    QList<int> values;
+    int closes = 0;
+    void setScanProgress(int v) override { values << v; }
+    void closeScan() override { ++closes; }
+};
+
+struct Rig {
+    TestEnv env;
+    ProgressSpy progress;
+    Modctl modctl;
+    PollCycle poll{&modctl, &progress};
+
+    // Controllers by node address and family; the fake answers every enabled one unless dead.
+    explicit Rig(const QList<std::pair<int, int>>& controllers) {
+        env.modbus->manual = true;
+        for (auto [node, type] : controllers) {
+            gControlEnabled[node - 1] = true;
+            gControlType[node - 1] = static_cast<qint16>(type);
+            if (type == 0)
+                env.modbus->setRegisters(node, 3, 129,
+                                         {k40Raw(node * 10.0, 0.1), k40Raw(50.0, 0.1), 2500, 0, 0x1101});
+            else
+                env.modbus->setRegisters(node, 2, 1001, {quint16(node * 10), 200, 0, 1234, 0, 0, 3, 0, 4});
+        }
+        buildActiveList();
+        poll.readDone = true;
+    }
+    // One tick with every reply the link has by then delivered before the next.
+    void tick() {
+        poll.timer2Tick();
+        env.modbus->deliverAll();
+        QCoreApplication::processEvents(); // refusals of a busy control arrive queued
+    }
+    QList<int> requestedNodes() const {
+        QList<int> nodes;
+        for (const auto& r : env.modbus->requests)
+            nodes << r.node;
+        return nodes;
+    }
+};
+} // namespace
+
+class TstPollCycle : public QObject {
+    Q_OBJECT
+private slots:
+    void roundRobinOverGapsDecodesByFamily();
+    void oneControllerWrapsWithinTheHandler();
+    void deadK40StallsFourTicksAndIsReportedEverySecondPass();
+    void unansweredK40IsAskedAgainOnTheFourthTick();
+    void deadProfilerIsAskedEveryTick();
+    void singleFailureIsSilent();
+    void loggerNamesListPositionNotNode();
+    void unknownCodeBeepsButWritesNothing();
+    void firstScanProgressAndClose();
+    void firstScanClosesAtFirstError();
+    void lateReplyAfterSwitchToSimulationIsDropped();
+    void profilerClearsAlarmWordByPosition();
+    void nothingIsPolledWithoutControllers();
+    void simulationFillsOneRowPerTick();
+};
+
+void TstPollCycle::roundRobinOverGapsDecodesByFamily() {
+    Rig rig({{2, 0}, {5, 1}, {9, 0}});
+    for (int i = 0; i < 4; ++i)
+        rig.tick();
+    QCOMPARE(rig.requestedNodes(), (QList<int>{2, 5, 9, 2}));
+    const auto& k40 = rig.env.modbus->requests[0];
+    QCOMPARE(k40.dataArea, 3);
+    QCOMPARE(k40.firstRegister, 129);
+    QCOMPARE(k40.count, 5);
+    const auto& k8 = rig.env.modbus->requests[1];
+    QCOMPARE(k8.dataArea, 2);
+    QCOMPARE(k8.firstRegister, 1001);
+    QCOMPARE(k8.count, 9);
+    QCOMPARE(gPV[1].toText(), QStringLiteral("20.0"));
+    QCOMPARE(gSP[1].toText(), QStringLiteral("50.0"));
+    QCOMPARE(gPctOut[1], 25.0F);
+    QCOMPARE(*gPV[4].asNumber(), 5.0);
+    QCOMPARE(gProfState[4], qint16(4));
+    QCOMPARE(gPV[8].toText(), QStringLiteral("90.0"));
+    QCOMPARE(gPollIndex, qint16(1));
+}
+
+void TstPollCycle::oneControllerWrapsWithinTheHandler() {
+    Rig rig({{4, 0}});
+    rig.poll.firstScan = true;
+    rig.tick();
+    QCOMPARE(gPollIndex, qint16(0));
+    QCOMPARE(rig.progress.values, QList<int>{1});
+    QCOMPARE(rig.progress.closes, 1);
+    rig.tick();
+    QCOMPARE(rig.env.modbus->requests.size(), 2);
+}
+
+void TstPollCycle::deadK40StallsFourTicksAndIsReportedEverySecondPass() {
+    Rig rig({{2, 0}, {3, 0}});
+    rig.env.modbus->nodes[2].dead = true;
+    gComBeep = true;
+    // Pass 1: node 2 fails, node 3 waits four ticks for the stall to end.
+    rig.tick();
+    QCOMPARE(gComErrCount[0], qint16(1));
+    QCOMPARE(gPollIndex, qint16(1));
+    for (int i = 0; i < 3; ++i) {
+        rig.tick();
+        QCOMPARE(rig.env.modbus->requests.size(), 1);
+    }
+    QCOMPARE(gPollTick, qint16(3));
+    rig.tick(); // the fourth tick after the failed request
+    QCOMPARE(rig.requestedNodes(), (QList<int>{2, 3}));
+    QCOMPARE(rig.env.beeper->count, 0);
+    // Pass 2: the second failure in a row is reported and the count starts again.
+    rig.tick();
+    QCOMPARE(rig.requestedNodes(), (QList<int>{2, 3, 2}));
+    QCOMPARE(gComErrCount[0], qint16(0));
+    QCOMPARE(rig.env.beeper->count, 1);
+    QCOMPARE(gPV[2].toText(), QStringLiteral("30.0")); // the live neighbour was read
+}
+
+void TstPollCycle::unansweredK40IsAskedAgainOnTheFourthTick() {
+    Rig rig({{6, 0}});
+    rig.poll.timer2Tick(); // sent, never answered
+    for (int i = 0; i < 3; ++i)
+        rig.poll.timer2Tick();
+    QCOMPARE(rig.env.modbus->requests.size(), 1);
+    QCOMPARE(gPollIndex, qint16(0));
+    // Tick four: the same position is asked again; the control, still busy, refuses it.
+    QSignalSpy errors(&rig.modctl, &Modctl::error);
+    rig.poll.timer2Tick();
+    QVERIFY(errors.wait(1000));
+    QCOMPARE(errors.first().first().toInt(), int(ModbusCode::SlaveBusy));
+    QCOMPARE(gComErrCount[0], qint16(1));
+}
+
+void TstPollCycle::deadProfilerIsAskedEveryTick() {
+    Rig rig({{5, 1}, {6, 2}});
+    rig.env.modbus->nodes[5].dead = true;
+    for (int i = 0; i < 6; ++i)
+        rig.tick();
+    QCOMPARE(rig.requestedNodes(), (QList<int>{5, 6, 5, 6, 5, 6}));
+    QCOMPARE(gPV[5].asNumber().value_or(-1), 6.0);
+    // Three failures at position 0: one report (at the second), count 1 again.
+    QCOMPARE(gComErrCount[0], qint16(1));
+}
+
+void TstPollCycle::singleFailureIsSilent() {
+    Rig rig({{1, 0}});
+    gComBeep = true;
+    rig.env.modbus->nodes[1].dead = true;
+    rig.tick();
+    QCOMPARE(gComErrCount[0], qint16(1));
+    rig.env.modbus->nodes[1].dead = false;
+    for (int i = 0; i < 4; ++i) // the stall, then the read
+        rig.tick();
+    QCOMPARE(gComErrCount[0], qint16(0));
+    QCOMPARE(rig.env.beeper->count, 0);
+    QCOMPARE(gPV[0].toText(), QStringLiteral("10.0"));
+}
+
+void TstPollCycle::loggerNamesListPositionNotNode() {
+    Rig rig({{3, 1}, {7, 1}});
+    FrmLogger logger;
+    rig.env.modbus->nodes[3].dead = true;
+    rig.env.modbus->nodes[7].failureCode = 3;
+    for (int i = 0; i < 4; ++i)
+        rig.tick();
+    const QStringList lines = logger.text().split(QLatin1Char('\n'));
+    QCOMPARE(lines, (QStringList{"", "Control Address# 1, Device did not respond in 1 sec.",
+                                 "Control Address# 2, Illegal Data Value. "}));
+}
+
+void TstPollCycle::unknownCodeBeepsButWritesNothing() {
+    Rig rig({{1, 1}});
+    FrmLogger logger;
+    gComBeep = true;
+    rig.env.modbus->nodes[1].failureCode = 4; // a Modbus exception the logger has no text for
+    rig.tick();
+    rig.tick();
+    QCOMPARE(rig.env.beeper->count, 1);
+    QCOMPARE(logger.text(), QString());
+}
+
+void TstPollCycle::firstScanProgressAndClose() {
+    Rig rig({{1, 0}, {2, 1}, {3, 0}});
+    rig.poll.firstScan = true;
+    for (int i = 0; i < 4; ++i)
+        rig.tick();
+    QCOMPARE(rig.progress.values, (QList<int>{1, 2, 3}));
+    QCOMPARE(rig.progress.closes, 1);
+    QVERIFY(!rig.poll.firstScan);
+}
+
+void TstPollCycle::firstScanClosesAtFirstError() {
+    Rig rig({{1, 0}, {2, 1}, {3, 1}});
+    rig.env.modbus->nodes[2].dead = true;
+    rig.poll.firstScan = true;
+    rig.tick();
+    rig.tick();
+    QCOMPARE(rig.progress.closes, 1);
+    QVERIFY(!rig.poll.firstScan);
+    rig.tick();
+    QCOMPARE(rig.progress.values, QList<int>{1}); // nothing after the close
+    QCOMPARE(gComErrCount[1], qint16(1));        // and the error was still counted
+}
+
+void TstPollCycle::lateReplyAfterSwitchToSimulationIsDropped() {
+    Rig rig({{1, 0}, {2, 0}});
+    rig.poll.timer2Tick();
+    gSimMode = true;
+    rig.env.modbus->deliverAll();
+    QCOMPARE(gPollIndex, qint16(0));
+    QVERIFY(gPV[0].isEmpty());
+}
+
+void TstPollCycle::profilerClearsAlarmWordByPosition() {
+    // Node 5 is the first in the list: its clear lands on row 0, another controller's word.
+    Rig rig({{5, 1}});
+    gAlarmState[0] = 3;
+    rig.tick();
+    QCOMPARE(gAlarmState[4], qint16(3)); // the profiler's own word as read stays
+    QCOMPARE(gAlarmState[0], qint16(0));
+}
+
+void TstPollCycle::nothingIsPolledWithoutControllers() {
+    Rig rig({});
+    for (int i = 0; i < 5; ++i)
+        rig.tick();
+    QVERIFY(rig.env.modbus->requests.isEmpty());
+    gSimMode = true;
+    rig.tick();
+    QVERIFY(gPV[0].isEmpty());
+}
+
+void TstPollCycle::simulationFillsOneRowPerTick() {
+    Rig rig({{2, 0}, {4, 1}});
+    gSimMode = true;
+    gAlarmState[0] = 1;
+    rig.poll.firstScan = true;
+    rig.tick();
+    QVERIFY(rig.env.modbus->requests.isEmpty());
+    const double pv = gPV[1].asNumber().value_or(-1);
+    QVERIFY(pv >= 1 && pv <= 200 && pv == std::floor(pv));
+    const double sp = gSP[1].asNumber().value_or(-1);
+    QVERIFY(sp >= 1 && sp <= 150);
+    QVERIFY(gPctOut[1] >= 1 && gPctOut[1] <= 100);
+    QVERIFY(gPV[3].isEmpty());
+    QCOMPARE(gAlarmState[0], qint16(0));
+    rig.tick();
+    QVERIFY(!gPV[3].isEmpty());
+    QCOMPARE(rig.progress.values, (QList<int>{1, 2}));
+    QCOMPARE(rig.progress.closes, 1);
+    QCOMPARE(gPollIndex, qint16(0));
+}
+
+QTEST_MAIN(TstPollCycle)
+#include "tst_poll_cycle.moc"

@@ -1,0 +1,158 @@
+#include <QTest>
+
+#include "plant/plant_store.h"
+#include "plant/register_codec.h"
+
+class TstRegisterCodec : public QObject {
+    Q_OBJECT
+private slots:
+    void init() { resetPlantStore(); }
+
+    void wordsAndBits();
+
+    void k40Decoding_data();
+    void k40Decoding();
+
+    void profilerDecodingIsSignedTenths();
+
+    void rawMultiplier_data();
+    void rawMultiplier();
+
+    void encodingRoundsHalfToEven_data();
+    void encodingRoundsHalfToEven();
+    void encodingInvertsDecoding();
+};
+
+void TstRegisterCodec::wordsAndBits() {
+    QCOMPARE(wordToUnsigned(-1), 65535);
+    QCOMPARE(wordToUnsigned(-32768), 32768);
+    QCOMPARE(wordToUnsigned(32767), 32767);
+    QCOMPARE(highByte(-1), 255);          // raised by 65536 first
+    QCOMPARE(highByte(0x1301), 0x13);
+    QCOMPARE(highByte(-32768), 128);
+    QVERIFY(bitIsSet(0x1000, 12));
+    QVERIFY(!bitIsSet(0x0FFF, 12));
+    QVERIFY(bitIsSet(-1, 15));             // a negative word still has its high bits
+    QCOMPARE(decimalCode(0x0100), qint16(1));
+    QCOMPARE(decimalCode(0x0200), qint16(2));
+    QCOMPARE(decimalCode(0x1301), qint16(3));
+    QCOMPARE(decimalCode(static_cast<qint16>(0xFCFF)), qint16(0)); // only bits 8 and 9 count
+}
+
+void TstRegisterCodec::k40Decoding_data() {
+    QTest::addColumn<int>("pvWord");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("pv");
+    QTest::addColumn<float>("scale");
+    QTest::addColumn<bool>("fixedTenth");
+    QTest::addColumn<int>("decimal");
+
+    QTest::newRow("offset is zero, code 0") << 19999 << 0x1000 << "0" << 1.0F << false << 0;
+    QTest::newRow("offset is zero, code 2") << 19999 << 0x1200 << "0.00" << 0.01F << false << 2;
+    QTest::newRow("offset is zero, fixed tenths code 3") << 19999 << 0x0300 << "0.000" << 0.1F << true << 3;
+    QTest::newRow("raw 0, code 1 scaled") << 0 << 0x1100 << "-1999.9" << 0.1F << false << 1;
+    QTest::newRow("raw 65535, code 0 scaled") << -1 << 0x1000 << "45536" << 1.0F << false << 0;
+    QTest::newRow("0x1301: code 3, alarm 1") << 20999 << 0x1301 << "1.000" << 0.001F << false << 3;
+    QTest::newRow("0x0301: fixed tenths, format of code 3") << 20004 << 0x0301 << "0.500" << 0.1F << true << 3;
+    QTest::newRow("fixed tenths, code 0 rounds to whole") << 20004 << 0x0000 << "1" << 0.1F << true << 0;
+    QTest::newRow("above 32767 as signed word") << -25536 << 0x1000 << "20001" << 1.0F << false << 0;
+}
+
+void TstRegisterCodec::k40Decoding() {
+    QFETCH(int, pvWord);
+    QFETCH(int, status);
+    QFETCH(QString, pv);
+    QFETCH(float, scale);
+    QFETCH(bool, fixedTenth);
+    QFETCH(int, decimal);
+    const int row = 5;
+    const qint16 block[5] = {static_cast<qint16>(pvWord), static_cast<qint16>(19999), -100, 777,
+                             static_cast<qint16>(status)};
+    decodeK40Block(row, block);
+    QCOMPARE(gPV[row].toText(), pv);
+    QVERIFY(gPV[row].isText());
+    QCOMPARE(gScale[row], scale);
+    QCOMPARE(gFixedTenth[row], fixedTenth);
+    QCOMPARE(gDecimal[row], qint16(decimal));
+    QCOMPARE(gPctOut[row], -1.0F);                  // percent output word -100
+    QCOMPARE(gAlarmState[row], qint16(status));     // the whole word is kept
+}
+
+void TstRegisterCodec::profilerDecodingIsSignedTenths() {
+    const int row = 9;
+    const qint16 block[9] = {-5, 1234, 999, 5000, 0, 0, 3, 0, 17};
+    decodeProfilerBlock(row, block);
+    QVERIFY(!gPV[row].isText());
+    QCOMPARE(*gPV[row].asNumber(), -0.5);
+    QCOMPARE(*gSP[row].asNumber(), 123.4);
+    QCOMPARE(gPctOut[row], 50.0F);                  // word 3, not word 2
+    QCOMPARE(gAlarmState[row], qint16(3));
+    QCOMPARE(gProfState[row], qint16(17));
+    QCOMPARE(gScale[row], 1.0F);
+    QVERIFY(gFixedTenth[row]);
+    QCOMPARE(gDecimal[row], qint16(1));
+}
+
+void TstRegisterCodec::rawMultiplier_data() {
+    QTest::addColumn<bool>("fixedTenth");
+    QTest::addColumn<int>("decimal");
+    QTest::addColumn<int>("multiplier");
+    QTest::newRow("scaled 0") << false << 0 << 1;
+    QTest::newRow("scaled 1") << false << 1 << 10;
+    QTest::newRow("scaled 2") << false << 2 << 100;
+    QTest::newRow("scaled 3") << false << 3 << 1000;
+    QTest::newRow("fixed 0") << true << 0 << 10;
+    QTest::newRow("fixed 1") << true << 1 << 10;
+    QTest::newRow("fixed 2 gives 0") << true << 2 << 0;
+    QTest::newRow("fixed 3 gives 0") << true << 3 << 0;
+}
+
+void TstRegisterCodec::rawMultiplier() {
+    QFETCH(bool, fixedTenth);
+    QFETCH(int, decimal);
+    QFETCH(int, multiplier);
+    gFixedTenth[4] = fixedTenth;
+    gDecimal[4] = static_cast<qint16>(decimal);
+    QCOMPARE(::rawMultiplier(4), multiplier);
+    QCOMPARE(::rawMultiplier(64), 0);
+    QCOMPARE(::rawMultiplier(-1), 0);
+}
+
+void TstRegisterCodec::encodingRoundsHalfToEven_data() {
+    QTest::addColumn<double>("value");
+    QTest::addColumn<int>("tenths");
+    // Binary fractions, so that the half is exact.
+    QTest::newRow("0.25 -> 2") << 0.25 << 2;
+    QTest::newRow("0.75 -> 8") << 0.75 << 8;
+    QTest::newRow("1.25 -> 12") << 1.25 << 12;
+    QTest::newRow("-0.25 -> -2") << -0.25 << -2;
+    QTest::newRow("-0.75 -> -8") << -0.75 << -8;
+    QTest::newRow("12.3 -> 123") << 12.3 << 123;
+}
+
+void TstRegisterCodec::encodingRoundsHalfToEven() {
+    QFETCH(double, value);
+    QFETCH(int, tenths);
+    QCOMPARE(encodeTenths(value), qint16(tenths));
+}
+
+void TstRegisterCodec::encodingInvertsDecoding() {
+    // Halves at the register: 0.5 and 1.5 whole units with scale 1.
+    QCOMPARE(encodeK40(0.5, 1.0F), 20000);   // 19999.5 -> 20000 (even)
+    QCOMPARE(encodeK40(1.5, 1.0F), 20000);   // 20000.5 -> 20000 (even)
+    QCOMPARE(encodeK40(2.5, 1.0F), 20002);   // 20001.5 -> 20002
+    // Values above 32767 pass as 32-bit numbers.
+    QCOMPARE(encodeK40(45536, 1.0F), 65535);
+    QCOMPARE(encodeK40(-1999.9, 0.1F), 0);
+    for (int code = 0; code <= 3; ++code) {
+        const float scale = code == 0 ? 1.0F : code == 1 ? 0.1F : code == 2 ? 0.01F : 0.001F;
+        const qint32 raw = encodeK40(12.345, scale);
+        const qint16 block[5] = {static_cast<qint16>(raw), 0, 0, 0, static_cast<qint16>(0x1000 | (code << 8))};
+        decodeK40Block(0, block);
+        const QString expected[4] = {"12", "12.3", "12.35", "12.345"};
+        QCOMPARE(gPV[0].toText(), expected[code]);
+    }
+}
+
+QTEST_GUILESS_MAIN(TstRegisterCodec)
+#include "tst_register_codec.moc"

@@ -1,0 +1,90 @@
+#include "fakes.h"
+
+#include <QTimer>
+
+MsgAnswer ScriptedDialogs::messageBox(MsgIcon icon, MsgButtons buttons, const QString& title,
+                                      const QString& text) {
+    boxes.append(ShownBox{icon, buttons, title, text});
+    if (!answers.empty()) {
+        const MsgAnswer a = answers.front();
+        answers.pop_front();
+        return a;
+    }
+    switch (buttons) {
+    case MsgButtons::YesNo:
+    case MsgButtons::YesNoCancel:
+        return MsgAnswer::Yes;
+    case MsgButtons::RetryCancel:
+        return MsgAnswer::Retry;
+    default:
+        return MsgAnswer::Ok;
+    }
+}
+
+FileDialogResult ScriptedDialogs::openFile(const FileDialogRequest& request) {
+    fileRequests.append(request);
+    if (fileAnswers.empty())
+        return {};
+    const FileDialogResult r = fileAnswers.front();
+    fileAnswers.pop_front();
+    return r;
+}
+
+FileDialogResult ScriptedDialogs::saveFile(const FileDialogRequest& request) {
+    return openFile(request);
+}
+
+QStringList ScriptedDialogs::texts() const {
+    QStringList out;
+    for (const auto& b : boxes)
+        out << b.text;
+    return out;
+}
+
+void FakeModbusBackend::setRegisters(int node, int dataArea, int first, const QList<quint16>& values) {
+    Node& n = nodes[node];
+    auto& map = dataArea == 2 ? n.input : n.holding;
+    for (int i = 0; i < values.size(); ++i)
+        map[first + i] = values[i];
+}
+
+ModbusResult FakeModbusBackend::answer(const ModbusRequest& request) {
+    if (!nodes.contains(request.node) || nodes[request.node].dead)
+        return {ModbusCode::NoResponse, {}};
+    Node& n = nodes[request.node];
+    if (n.failureCode != 0)
+        return {n.failureCode, {}};
+    auto& map = request.dataArea == 2 ? n.input : n.holding;
+    ModbusResult result;
+    for (int i = 0; i < request.count; ++i) {
+        const int address = request.firstRegister + i;
+        if (request.direction == 1) {
+            map[address] = request.values.value(i);
+        } else {
+            if (!map.contains(address))
+                return {ModbusCode::IllegalAddress, {}};
+            result.values.append(map.value(address));
+        }
+    }
+    return result;
+}
+
+void FakeModbusBackend::submit(const ModbusRequest& request, Done done) {
+    requests.append(request);
+    if (manual) {
+        m_pending.emplace_back(request, std::move(done));
+        return;
+    }
+    QTimer::singleShot(delayMs, this, [this, request, done = std::move(done)] { done(answer(request)); });
+}
+
+int FakeModbusBackend::deliverAll() {
+    int n = 0;
+    while (!m_pending.empty()) {
+        auto [request, done] = std::move(m_pending.front());
+        m_pending.pop_front();
+        done(answer(request));
+        ++n;
+    }
+    return n;
+}

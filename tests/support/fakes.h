@@ -1,0 +1,105 @@
+#pragma once
+
+// Test doubles of the platform facades: every answer scripted, every call recorded.
+
+#include <QDateTime>
+#include <QList>
+#include <QMap>
+
+#include <deque>
+
+#include "platform/beep.h"
+#include "platform/clock.h"
+#include "platform/dialogs.h"
+#include "platform/modctl.h"
+#include "platform/settings_store.h"
+#include "platform/single_instance.h"
+
+struct ShownBox {
+    MsgIcon icon;
+    MsgButtons buttons;
+    QString title;
+    QString text;
+};
+
+class ScriptedDialogs final : public Dialogs {
+public:
+    QList<ShownBox> boxes;
+    std::deque<MsgAnswer> answers; // taken in order; when empty the first button is the answer
+    QList<FileDialogRequest> fileRequests;
+    std::deque<FileDialogResult> fileAnswers; // when empty: cancelled
+    QStringList openedDocuments;
+    bool documentsOpen = false;
+
+    MsgAnswer messageBox(MsgIcon icon, MsgButtons buttons, const QString& title,
+                         const QString& text) override;
+    std::optional<QString> inputBox(const QString&, const QString&, const QString&) override {
+        return std::nullopt;
+    }
+    FileDialogResult openFile(const FileDialogRequest& request) override;
+    FileDialogResult saveFile(const FileDialogRequest& request) override;
+    std::optional<QColor> chooseColour(const QColor&) override { return std::nullopt; }
+    bool openDocument(const QString& path) override {
+        openedDocuments << path;
+        return documentsOpen;
+    }
+
+    QStringList texts() const;
+    void answerNext(MsgAnswer a) { answers.push_back(a); }
+    void chooseFile(const QString& path) { fileAnswers.push_back(FileDialogResult{false, path}); }
+};
+
+class FakeClock final : public Clock {
+public:
+    QDateTime time = QDateTime(QDate(2026, 3, 14), QTime(10, 0, 0));
+    QDateTime now() const override { return time; }
+};
+
+class CountingBeeper final : public Beeper {
+public:
+    int count = 0;
+    void beep() override { ++count; }
+};
+
+class MemorySettingsStore final : public SettingsStore {
+public:
+    QMap<QString, QString> values; // folded "section/key"
+    QString value(const QString& section, const QString& key, const QString& def) const override {
+        return values.value(QtSettingsStore::foldedKey(section, key), def);
+    }
+    void setValue(const QString& section, const QString& key, const QString& value) override {
+        values.insert(QtSettingsStore::foldedKey(section, key), value);
+    }
+};
+
+class FakeInstanceGuard final : public InstanceGuard {
+public:
+    bool otherRunning = false;
+    bool acquire() override { return !otherRunning; }
+};
+
+// A link answering from register maps in memory. Replies come from the event loop after
+// `delayMs`, or, in manual mode, only when the test calls deliverAll().
+class FakeModbusBackend final : public ModbusBackend {
+public:
+    struct Node {
+        QMap<int, quint16> holding;
+        QMap<int, quint16> input;
+        int failureCode = 0; // every request of this node fails with it
+        bool dead = false;   // answers with the time-out code
+    };
+    QMap<int, Node> nodes;
+    QList<ModbusRequest> requests;
+    bool manual = false;
+    int delayMs = 0;
+
+    void submit(const ModbusRequest& request, Done done) override;
+    ModbusResult answer(const ModbusRequest& request);
+    int deliverAll();
+    int pendingCount() const { return static_cast<int>(m_pending.size()); }
+
+    void setRegisters(int node, int dataArea, int first, const QList<quint16>& values);
+
+private:
+    std::deque<std::pair<ModbusRequest, Done>> m_pending;
+};

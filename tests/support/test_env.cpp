@@ -1,0 +1,73 @@
+#include "test_env.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <cmath>
+
+#include "app/frm_main.h"
+#include "plant/plant_store.h"
+#include "records/data_logger.h"
+#include "security/rights.h"
+#include "security/session.h"
+
+TestEnv::TestEnv() {
+    auto d = std::make_unique<ScriptedDialogs>();
+    dialogs = d.get();
+    installDialogs(std::move(d));
+    auto c = std::make_unique<FakeClock>();
+    clock = c.get();
+    installClock(std::move(c));
+    auto b = std::make_unique<CountingBeeper>();
+    beeper = b.get();
+    installBeeper(std::move(b));
+    auto s = std::make_unique<MemorySettingsStore>();
+    settings = s.get();
+    installSettingsStore(std::move(s));
+    auto g = std::make_unique<FakeInstanceGuard>();
+    guard = g.get();
+    installInstanceGuard(std::move(g));
+    auto m = std::make_unique<FakeModbusBackend>();
+    modbus = m.get();
+    installModbusBackend(std::move(m));
+
+    resetPlantStore();
+    resetSession();
+    resetRights();
+    resetDataLogger();
+    gProjectTitle.clear();
+    m_previousDir = QDir::currentPath();
+    QDir::setCurrent(m_dir.path());
+    gAppPath = m_dir.path();
+}
+
+TestEnv::~TestEnv() {
+    delete frmMain();
+    QDir::setCurrent(m_previousDir);
+}
+
+void TestEnv::writeTags(const QList<Controller>& controllers) {
+    QByteArray out;
+    auto num = [](int n) { return QByteArray(n >= 0 ? " " : "") + QByteArray::number(n) + " \r\n"; };
+    for (int c = 0; c < 64; ++c) {
+        Controller ctl{c + 1, 0, false, QStringLiteral("TAG%1").arg(c + 1), false};
+        for (const Controller& given : controllers)
+            if (given.node == c + 1) {
+                ctl = given;
+                if (ctl.tag.isEmpty())
+                    ctl.tag = QStringLiteral("TAG%1").arg(c + 1);
+            }
+        const QString tags[3] = {ctl.tag, ctl.tag + QStringLiteral(".SP"), ctl.tag + QStringLiteral(".OUT")};
+        for (int k = 0; k < 3; ++k) {
+            out += num(c) + num(ctl.enabled ? 1 : 0) + tags[k].toLatin1() + "\r\n" + num(k) +
+                   num(ctl.type) + num(k == 0 && ctl.logged ? 1 : 0);
+        }
+    }
+    QFile f(path(QStringLiteral("tags.tgn")));
+    if (f.open(QIODevice::WriteOnly))
+        f.write(out);
+}
+
+quint16 k40Raw(double value, double scale) {
+    return static_cast<quint16>(std::lround(value / scale + 19999.0));
+}

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QTemporaryDir>
+
+#include "fakes.h"
+
+// Everything a test of the workstation stands on: doubles of every facade, a fresh store and
+// session, and a temporary application directory as the current directory.
+class TestEnv {
+public:
+    TestEnv();
+    ~TestEnv();
+    TestEnv(const TestEnv&) = delete;
+    TestEnv& operator=(const TestEnv&) = delete;
+
+    QString appPath() const { return m_dir.path(); }
+    QString path(const QString& relative) const { return m_dir.filePath(relative); }
+
+    // Writes tags.tgn for the given controllers (node address, family), all others disabled.
+    struct Controller {
+        int node;
+        int type;
+        bool enabled = true;
+        QString tag = {};
+        bool logged = false;
+    };
+    void writeTags(const QList<Controller>& controllers);
+
+    ScriptedDialogs* dialogs;
+    FakeClock* clock;
+    CountingBeeper* beeper;
+    MemorySettingsStore* settings;
+    FakeInstanceGuard* guard;
+    FakeModbusBackend* modbus;
+
+private:
+    QTemporaryDir m_dir;
+    QString m_previousDir;
+};
+
+// K40 block words for a value in engineering units and a status word.
+quint16 k40Raw(double value, double scale);
