@@ -449,7 +449,9 @@ void FrmMain::closeEvent(QCloseEvent* event) {
             logger->allowClose();
         if (auto* log = qobject_cast<AlarmLog*>(w))
             log->allowClose();
-        w->close();
+        // Unloaded now, not at the next turn of the event loop: the process ends right after.
+        if (w->close())
+            delete w;
     }
     m_timer2->stop();
     m_timer3->stop();

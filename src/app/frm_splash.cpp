@@ -87,6 +87,8 @@ void FrmSplash::timer1Tick() {
     if (splashTicks <= 10)
         return;
     m_timer1->stop();
+    if (!m_main)
+        return;
     try {
         auto* logger = new FrmLogger;
         m_main->mdiArea()->addSubWindow(logger);

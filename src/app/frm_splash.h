@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QPointer>
 #include <QWidget>
 
 class QTimer;
@@ -28,5 +29,5 @@ signals:
 
 private:
     QTimer* m_timer1;
-    FrmMain* m_main = nullptr;
+    QPointer<FrmMain> m_main;
 };

@@ -1,0 +1,173 @@
+#include <QFile>
+#include <QMdiArea>
+#include <QMdiSubWindow>
+#include <QTableWidget>
+#include <QTest>
+#include <QTimer>
+
+#include "app/frm_main.h"
+#include "app/frm_splash.h"
+#include "app/startup.h"
+#include "plant/comm_errors.h"
+#include "plant/frm_logger.h"
+#include "plant/plant_store.h"
+#include "records/alarm_log.h"
+#include "records/data_logger.h"
+#include "security/session.h"
+#include "support/test_env.h"
+
+namespace {
+const QString kFailureText = QStringLiteral(
+    "Sorvantel has encountered and error while initializing data.\n"
+    "This is probably due to a file that is missing.\n"
+    "Please re-install Sorvantel from the CD or orig source.");
+
+// Runs the splash's timer ticks by hand up to the tenth.
+void finishSplash(FrmSplash& splash) {
+    for (int i = 0; i < 10; ++i)
+        splash.timer1Tick();
+}
+} // namespace
+
+class TstStartup : public QObject {
+    Q_OBJECT
+private slots:
+    void missingTagFileStopsTheStart();
+    void secondInstanceStopsBeforeAnythingIsRead();
+    void settingsAreReadWithTheirDefaults();
+    void unreadableSettingsAreSkipped();
+    void logOnStartupCancelledForLackOfChannels();
+    void fullStartOpensResidentWindowsAfterOneSecond();
+    void startWithNoControllerComesUpWithoutScanning();
+};
+
+void TstStartup::missingTagFileStopsTheStart() {
+    TestEnv env;
+    auto& splash = *new FrmSplash; // unloads itself at the tenth tick
+    QCOMPARE(splash.load(), FrmSplash::LoadResult::Failed);
+    QVERIFY(splash.initFailed);
+    QCOMPARE(env.dialogs->boxes.size(), 1);
+    QCOMPARE(env.dialogs->boxes[0].text, kFailureText);
+    QCOMPARE(env.dialogs->boxes[0].icon, MsgIcon::Critical);
+    QCOMPARE(env.dialogs->boxes[0].title, QStringLiteral("Sorvantel"));
+    QTest::qWait(50);
+    QVERIFY(env.modbus->requests.isEmpty());
+    QVERIFY(!frmMain()->isVisible());
+}
+
+void TstStartup::secondInstanceStopsBeforeAnythingIsRead() {
+    TestEnv env;
+    env.writeTags({{1, 0, true}});
+    env.guard->otherRunning = true;
+    auto& splash = *new FrmSplash; // unloads itself at the tenth tick
+    QCOMPARE(splash.load(), FrmSplash::LoadResult::AlreadyRunning);
+    QCOMPARE(env.dialogs->texts(),
+             QStringList{"Sorvantel is already running! Please check the\ntaskbar or background window for active version."});
+    QVERIFY(gPvTag[0].isEmpty()); // the tag file was never read
+}
+
+void TstStartup::settingsAreReadWithTheirDefaults() {
+    TestEnv env;
+    auto* main = new FrmMain;
+    loadSettings(*main);
+    QCOMPARE(gSaveInterval, 1);
+    QCOMPARE(gAutoLog, qint16(0));
+    QCOMPARE(main->timer2()->interval(), 500);
+    QVERIFY(!gComBeep && !gBeepOnAlarm && !gBeepUntilAck && !gAlmLogging);
+    QVERIFY(!g21CFR);
+    QCOMPARE(gUserId, QStringLiteral("Sorvantel System"));
+    QCOMPARE(gUserLevel, qint16(0));
+
+    // The two spellings of the section meet; booleans read from True/False and from numbers.
+    env.settings->setValue("Cstatus", "gComBeep", "True");
+    env.settings->setValue("CStatus", "CupdateTime", "250");
+    env.settings->setValue("CStatus", "beepOnAlarm", "1");
+    env.settings->setValue("DataSave", "SaveInterval", "10");
+    env.settings->setValue("Levels\\security", "21CFR", "True");
+    env.settings->setValue("Levels\\su", "su 4", "1");
+    loadSettings(*main);
+    QVERIFY(gComBeep);
+    QVERIFY(gBeepOnAlarm);
+    QCOMPARE(main->timer2()->interval(), 250);
+    QCOMPARE(gSaveInterval, 10);
+    QVERIFY(g21CFR);
+}
+
+void TstStartup::unreadableSettingsAreSkipped() {
+    TestEnv env;
+    env.settings->setValue("DataSave", "SaveInterval", "often");
+    env.settings->setValue("Cstatus", "CupdateTime", "fast");
+    env.settings->setValue("CStatus", "gComBeep", "maybe");
+    auto* main = new FrmMain;
+    loadSettings(*main);
+    QCOMPARE(gSaveInterval, 0);                 // left at its start value
+    QCOMPARE(main->timer2()->interval(), 300);  // the timer's own interval stays
+    QVERIFY(!gComBeep);
+    env.settings->setValue("Cstatus", "CupdateTime", "0");
+    loadSettings(*main);
+    QCOMPARE(main->timer2()->interval(), 300);
+}
+
+void TstStartup::logOnStartupCancelledForLackOfChannels() {
+    TestEnv env;
+    env.writeTags({{1, 0, true}, {2, 1, true}});
+    env.settings->setValue("DataSave", "gLogOnStartup", "1");
+    auto& splash = *new FrmSplash; // unloads itself at the tenth tick
+    QCOMPARE(splash.load(), FrmSplash::LoadResult::Ok);
+    QCOMPARE(gLogOnStartup, qint16(0));
+    QCOMPARE(env.settings->value("DataSave", "gLogOnStartup", ""), QStringLiteral("1"));
+    QVERIFY(!gLogging);
+    delete &splash;
+}
+
+void TstStartup::fullStartOpensResidentWindowsAfterOneSecond() {
+    TestEnv env;
+    env.writeTags({{1, 0, true, "TIC-1"}, {3, 1, true, "RMP-3"}});
+    env.modbus->manual = true;
+    auto& splash = *new FrmSplash; // unloads itself at the tenth tick
+    QCOMPARE(splash.load(), FrmSplash::LoadResult::Ok);
+    FrmMain* main = frmMain();
+    QCOMPARE(main->windowTitle(), QStringLiteral("Brenlock Controls Sorvantel"));
+    QCOMPARE(gActiveList, (QVector<qint16>{1, 3, 0}));
+    QCOMPARE(gAppPath, env.appPath());
+    QVERIFY(QFile::exists(env.path("Alarm Logs/3-14-2026 AlmLog.alf")));
+    QVERIFY(!main->isVisible());
+    QCOMPARE(main->statusText(), QStringLiteral("Status"));
+
+    for (int i = 0; i < 9; ++i)
+        splash.timer1Tick();
+    QVERIFY(!frmLogger()); // nine ticks: not yet
+    splash.timer1Tick();
+    QVERIFY(main->isVisible());
+    QVERIFY(frmLogger());
+    QVERIFY(frmLogger()->isMinimized());
+    QCOMPARE(frmLogger()->windowTitle(), QStringLiteral("Sorvantel Logger"));
+    QCOMPARE(main->statusText(), kStatusNormal); // minimizing the logger set it
+    AlarmLog* alarms = alarmLog();
+    QVERIFY(alarms);
+    QVERIFY(alarms->isMinimized());
+    QStringList headings;
+    for (int c = 0; c < alarms->grid()->columnCount(); ++c)
+        headings << alarms->grid()->horizontalHeaderItem(c)->text();
+    QCOMPARE(headings, (QStringList{"Tagname", "Time Of Alarm", "PV At Alarm", "Ack"}));
+    QCOMPARE(alarms->grid()->rowCount(), 0);
+    QVERIFY(main->scanning());
+    // Half a second later the poll starts, and its first request goes to node 1.
+    QTRY_VERIFY_WITH_TIMEOUT(!env.modbus->requests.isEmpty(), 3000);
+    QCOMPARE(env.modbus->requests[0].node, 1);
+}
+
+void TstStartup::startWithNoControllerComesUpWithoutScanning() {
+    TestEnv env;
+    env.writeTags({});
+    auto& splash = *new FrmSplash; // unloads itself at the tenth tick
+    QCOMPARE(splash.load(), FrmSplash::LoadResult::Ok);
+    finishSplash(splash);
+    QVERIFY(frmMain()->isVisible());
+    QVERIFY(!frmMain()->scanning());
+    QVERIFY(!frmMain()->timer2()->isActive());
+    QVERIFY(env.dialogs->boxes.isEmpty());
+}
+
+QTEST_MAIN(TstStartup)
+#include "tst_startup.moc"

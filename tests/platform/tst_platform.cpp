@@ -1,0 +1,259 @@
+#include <QProcess>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+
+#include "platform/modctl.h"
+#include "platform/qt_modbus_backend.h"
+#include "platform/settings_store.h"
+#include "platform/single_instance.h"
+#include "support/fakes.h"
+
+namespace {
+// Run as a child process: prints a stored value, read by a store that has cached nothing.
+int printSetting() {
+    QtSettingsStore store;
+    QTextStream(stdout) << store.value(qEnvironmentVariable("SV_SECTION"), qEnvironmentVariable("SV_KEY"), "<none>");
+    return 0;
+}
+} // namespace
+
+class TstPlatform : public QObject {
+    Q_OBJECT
+private slots:
+    void settingsFoldCaseAndKeepBlanks();
+    void settingsSurviveIntoAFreshProcess();
+    void settingsTextToBoolean_data();
+    void settingsTextToBoolean();
+    void linkSettingsFromTheStore();
+    void replyCodesMapToTheLoggerTable_data();
+    void replyCodesMapToTheLoggerTable();
+    void modctlReadsIntoItsBuffer();
+    void modctlRefusesAStartWhileBusy();
+    void modctlRejectsAShortReply();
+    void modctlWritesWordsOfLongData();
+    void modctlDestroyedWhileBusyIsSafe();
+    void lockFileAdmitsOneInstance();
+};
+
+void TstPlatform::settingsFoldCaseAndKeepBlanks() {
+    QTemporaryDir dir;
+    QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, dir.path());
+    QtSettingsStore store;
+    store.setValue("Cstatus", "CupdateTime", "250");
+    QCOMPARE(store.value("CStatus", "cupdatetime", "500"), QStringLiteral("250"));
+    store.setValue("Levels\\op", "op 0", "1");
+    QCOMPARE(store.value("levels\\OP", "op 0", "0"), QStringLiteral("1"));
+    QCOMPARE(store.value("Levels\\op", "op0", "absent"), QStringLiteral("absent")); // the blank counts
+    QCOMPARE(store.value("Nothing", "here", "dflt"), QStringLiteral("dflt"));
+}
+
+void TstPlatform::settingsSurviveIntoAFreshProcess() {
+    QTemporaryDir dir;
+    QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, dir.path());
+    {
+        QtSettingsStore store;
+        store.setValue("ControlBanks\\Bank 1", "MainLeft", "1234");
+    }
+    QProcess child;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("SV_PRINT_SETTING", "1");
+    env.insert("SV_SETTINGS_DIR", dir.path());
+    env.insert("SV_SECTION", "controlbanks\\BANK 1");
+    env.insert("SV_KEY", "mainleft");
+    child.setProcessEnvironment(env);
+    child.start(QCoreApplication::applicationFilePath(), {});
+    QVERIFY(child.waitForFinished(10000));
+    QCOMPARE(QString::fromUtf8(child.readAllStandardOutput()), QStringLiteral("1234"));
+}
+
+void TstPlatform::settingsTextToBoolean_data() {
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("value");
+    QTest::addColumn<bool>("ok");
+    QTest::newRow("True") << "True" << true << true;
+    QTest::newRow("false") << "false" << false << true;
+    QTest::newRow("1") << "1" << true << true;
+    QTest::newRow("0") << "0" << false << true;
+    QTest::newRow("-1") << "-1" << true << true;
+    QTest::newRow("blank") << "" << false << false;
+    QTest::newRow("yes") << "yes" << false << false;
+}
+
+void TstPlatform::settingsTextToBoolean() {
+    QFETCH(QString, text);
+    QFETCH(bool, value);
+    QFETCH(bool, ok);
+    bool good = !ok;
+    QCOMPARE(settingToBool(text, &good), value);
+    QCOMPARE(good, ok);
+}
+
+void TstPlatform::linkSettingsFromTheStore() {
+    auto store = std::make_unique<MemorySettingsStore>();
+    MemorySettingsStore* s = store.get();
+    installSettingsStore(std::move(store));
+    LinkSettings d = QtModbusBackend::settingsFromStore();
+    QCOMPARE(d.mode, LinkSettings::Mode::Tcp);
+    QCOMPARE(d.address, QStringLiteral("127.0.0.1"));
+    QCOMPARE(d.port, 502);
+    QCOMPARE(d.timeoutMs, 1000);
+    s->setValue("Link", "Mode", "rtu");
+    s->setValue("Link", "SerialPort", "/dev/ttyUSB0");
+    s->setValue("Link", "Parity", "e");
+    s->setValue("Link", "BaudRate", "19200");
+    s->setValue("Link", "Timeout", "nonsense");
+    LinkSettings r = QtModbusBackend::settingsFromStore();
+    QCOMPARE(r.mode, LinkSettings::Mode::Rtu);
+    QCOMPARE(r.serialPort, QStringLiteral("/dev/ttyUSB0"));
+    QCOMPARE(r.parity, QLatin1Char('E'));
+    QCOMPARE(r.baudRate, 19200);
+    QCOMPARE(r.timeoutMs, 1000);
+}
+
+void TstPlatform::replyCodesMapToTheLoggerTable_data() {
+    QTest::addColumn<int>("error");
+    QTest::addColumn<int>("exception");
+    QTest::addColumn<int>("code");
+    QTest::newRow("ok") << int(QModbusDevice::NoError) << 0 << 0;
+    QTest::newRow("time-out") << int(QModbusDevice::TimeoutError) << 0 << -3;
+    QTest::newRow("connection") << int(QModbusDevice::ConnectionError) << 0 << -1;
+    QTest::newRow("aborted") << int(QModbusDevice::ReplyAbortedError) << 0 << -1;
+    QTest::newRow("bad frame") << int(QModbusDevice::ProtocolError) << 0 << -2;
+    QTest::newRow("illegal function") << int(QModbusDevice::ProtocolError) << 1 << 1;
+    QTest::newRow("illegal address") << int(QModbusDevice::ProtocolError) << 2 << 2;
+    QTest::newRow("illegal value") << int(QModbusDevice::ProtocolError) << 3 << 3;
+    QTest::newRow("device failure stays 4") << int(QModbusDevice::ProtocolError) << 4 << 4;
+    QTest::newRow("busy") << int(QModbusDevice::ProtocolError) << 6 << 16;
+    QTest::newRow("gateway path") << int(QModbusDevice::ProtocolError) << 10 << 18;
+    QTest::newRow("gateway target") << int(QModbusDevice::ProtocolError) << 11 << 18;
+    QTest::newRow("unknown") << int(QModbusDevice::UnknownError) << 0 << -2;
+}
+
+void TstPlatform::replyCodesMapToTheLoggerTable() {
+    QFETCH(int, error);
+    QFETCH(int, exception);
+    QFETCH(int, code);
+    QCOMPARE(QtModbusBackend::codeForReply(static_cast<QModbusDevice::Error>(error), exception), code);
+}
+
+void TstPlatform::modctlReadsIntoItsBuffer() {
+    auto backend = std::make_unique<FakeModbusBackend>();
+    FakeModbusBackend* fake = backend.get();
+    installModbusBackend(std::move(backend));
+    fake->setRegisters(7, 3, 129, {65535, 20000, 32768});
+    Modctl ctl;
+    ctl.node = 7;
+    ctl.firstRegister = 129;
+    ctl.count = 3;
+    QSignalSpy done(&ctl, &Modctl::readComplete);
+    ctl.start();
+    QVERIFY(ctl.busy());
+    QVERIFY(done.wait(1000));
+    QVERIFY(!ctl.busy());
+    QCOMPARE(ctl.data(0), qint16(-1));
+    QCOMPARE(ctl.longData(0), 65535);
+    QCOMPARE(ctl.data(2), qint16(-32768));
+    QCOMPARE(ctl.data(200), qint16(0)); // out of the buffer: nothing, not a crash
+}
+
+void TstPlatform::modctlRefusesAStartWhileBusy() {
+    auto backend = std::make_unique<FakeModbusBackend>();
+    FakeModbusBackend* fake = backend.get();
+    fake->manual = true;
+    installModbusBackend(std::move(backend));
+    fake->setRegisters(1, 2, 1001, QList<quint16>(9, 5));
+    Modctl ctl;
+    ctl.node = 1;
+    ctl.dataArea = 2;
+    ctl.firstRegister = 1001;
+    ctl.count = 9;
+    QSignalSpy errors(&ctl, &Modctl::error);
+    QSignalSpy reads(&ctl, &Modctl::readComplete);
+    ctl.start();
+    ctl.start();
+    QCOMPARE(fake->requests.size(), 1);     // the second never reached the link
+    QVERIFY(errors.wait(1000));
+    QCOMPARE(errors.first().first().toInt(), 16);
+    fake->deliverAll();
+    QCOMPARE(reads.size(), 1);               // the first still completes
+}
+
+void TstPlatform::modctlRejectsAShortReply() {
+    // A link that answers fewer words than asked: Qt accepts that, the control must not.
+    class ShortBackend final : public ModbusBackend {
+    public:
+        void submit(const ModbusRequest&, Done done) override {
+            QTimer::singleShot(0, this, [done] { done(ModbusResult{0, {1, 2}}); });
+        }
+    };
+    installModbusBackend(std::make_unique<ShortBackend>());
+    Modctl ctl;
+    ctl.count = 5;
+    QSignalSpy errors(&ctl, &Modctl::error);
+    QSignalSpy reads(&ctl, &Modctl::readComplete);
+    ctl.start();
+    QVERIFY(errors.wait(1000));
+    QCOMPARE(errors.first().first().toInt(), -2);
+    QCOMPARE(reads.size(), 0);
+}
+
+void TstPlatform::modctlWritesWordsOfLongData() {
+    auto backend = std::make_unique<FakeModbusBackend>();
+    FakeModbusBackend* fake = backend.get();
+    installModbusBackend(std::move(backend));
+    fake->setRegisters(3, 3, 1, {0});
+    Modctl ctl;
+    ctl.node = 3;
+    ctl.firstRegister = 1;
+    ctl.count = 1;
+    ctl.direction = 1;
+    ctl.setLongData(0, 45000); // above 32767
+    QSignalSpy written(&ctl, &Modctl::writeComplete);
+    ctl.start();
+    QVERIFY(written.wait(1000));
+    QCOMPARE(fake->requests[0].values, QVector<quint16>{45000});
+    QCOMPARE(fake->nodes[3].holding[1], quint16(45000));
+}
+
+void TstPlatform::modctlDestroyedWhileBusyIsSafe() {
+    auto backend = std::make_unique<FakeModbusBackend>();
+    FakeModbusBackend* fake = backend.get();
+    fake->manual = true;
+    installModbusBackend(std::move(backend));
+    fake->setRegisters(1, 3, 0, {1});
+    auto* ctl = new Modctl;
+    ctl->count = 1;
+    ctl->firstRegister = 0;
+    ctl->start();
+    delete ctl;
+    QCOMPARE(fake->deliverAll(), 1); // the answer finds no control and is dropped
+}
+
+void TstPlatform::lockFileAdmitsOneInstance() {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("sorvantel.lock");
+    auto first = std::make_unique<LockFileInstanceGuard>(path);
+    QVERIFY(first->acquire());
+    QVERIFY(first->acquire()); // asking again is harmless
+    LockFileInstanceGuard second(path);
+    QVERIFY(!second.acquire());
+    first.reset();
+    QVERIFY(second.acquire());
+}
+
+int main(int argc, char** argv) {
+    if (qEnvironmentVariableIsSet("SV_PRINT_SETTING")) {
+        QCoreApplication app(argc, argv);
+        QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, qEnvironmentVariable("SV_SETTINGS_DIR"));
+        return printSetting();
+    }
+    QCoreApplication app(argc, argv);
+    TstPlatform tc;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&tc, argc, argv);
+}
+
+#include "tst_platform.moc"
