@@ -1,5 +1,6 @@
 #include <QApplication>
 
+#include "app/app_icon.h"
 #include "app/frm_main.h"
 #include "app/frm_splash.h"
 
@@ -8,6 +9,7 @@ int main(int argc, char* argv[]) {
     QApplication::setApplicationName(QStringLiteral("Sorvantel"));
     QApplication::setOrganizationName(QStringLiteral("Brenlock"));
     QApplication::setApplicationVersion(QStringLiteral(SORVANTEL_VERSION));
+    QApplication::setWindowIcon(appIcon());
 
     auto* splash = new FrmSplash;
     switch (splash->load()) {
