@@ -14,6 +14,10 @@ namespace {
 // client object itself.
 constexpr int kWatchdogMarginMs = 1000;
 constexpr int kReconnectDelayMs = 1000;
+// Time-outs in a row, on every node alike, after which the connection itself is suspect: stray
+// bytes in a TCP stream leave the client waiting for a frame that never ends, and every later
+// reply behind them is lost too.
+constexpr int kTimeoutsBeforeRebuild = 3;
 
 int settingInt(const QString& key, int defaultValue) {
     bool ok = false;
@@ -246,6 +250,14 @@ void QtModbusBackend::complete(quint64 id, const ModbusResult& result) {
         return;
     Transaction t = std::move(it->second);
     m_pending.erase(it);
+    if (result.code == ModbusCode::NoResponse) {
+        if (++m_timeoutsInARow >= kTimeoutsBeforeRebuild) {
+            m_timeoutsInARow = 0;
+            scheduleRebuild();
+        }
+    } else if (result.code != ModbusCode::NoConnection) {
+        m_timeoutsInARow = 0;
+    }
     if (t.watchdog)
         t.watchdog->deleteLater();
     if (t.reply) {

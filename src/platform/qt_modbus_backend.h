@@ -75,4 +75,5 @@ private:
     std::map<quint64, Transaction> m_pending;
     quint64 m_nextId = 1;
     bool m_rebuildScheduled = false;
+    int m_timeoutsInARow = 0;
 };

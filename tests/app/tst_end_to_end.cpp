@@ -1,0 +1,90 @@
+#include <QMdiArea>
+#include <QTest>
+
+#include "app/frm_main.h"
+#include "app/frm_splash.h"
+#include "plant/comm_errors.h"
+#include "plant/frm_logger.h"
+#include "plant/plant_store.h"
+#include "platform/qt_modbus_backend.h"
+#include "sim_plant.h"
+#include "sim_server.h"
+#include "support/test_env.h"
+
+// The workstation started in a temporary application directory against the plant simulator on
+// loopback, through the real link.
+class TstEndToEnd : public QObject {
+    Q_OBJECT
+private slots:
+    void pollsTheSimulatedPlantAndSurvivesFailures();
+};
+
+void TstEndToEnd::pollsTheSimulatedPlantAndSurvivesFailures() {
+    TestEnv env;
+    sim::SimPlant plant;
+    QString error;
+    QVERIFY2(plant.loadText("1 K40 decimal=1 scaled=1 sp=150 pv=120.5\n"
+                            "2 K40 decimal=2 scaled=1 sp=5.25 pv=4.75\n"
+                            "4 K40 decimal=0 scaled=0 sp=80 pv=70\n"
+                            "5 K8 sp=25 pv=20\n"
+                            "6 K20 sp=30 pv=-12.5\n",
+                            &error),
+             qPrintable(error));
+    sim::SimServer server(&plant);
+    QVERIFY(server.listen(QHostAddress::LocalHost, 0));
+    const quint16 port = server.port();
+
+    env.settings->setValue("Link", "Port", QString::number(port));
+    env.settings->setValue("Link", "Timeout", "300");
+    // Four ticks outlast the time-out, so a dead K40 is answered before it is asked again.
+    env.settings->setValue("Cstatus", "CupdateTime", "100");
+    installModbusBackend(std::make_unique<QtModbusBackend>(QtModbusBackend::settingsFromStore()));
+    env.writeTags({{1, 0, true, "TIC-1"}, {2, 0, true}, {3, 0, false}, {4, 0, true}, {5, 1, true}, {6, 2, true}});
+
+    auto& splash = *new FrmSplash;
+    QCOMPARE(splash.load(), FrmSplash::LoadResult::Ok);
+    for (int i = 0; i < 10; ++i)
+        splash.timer1Tick();
+    FrmMain* main = frmMain();
+    QVERIFY(main->scanning());
+    QCOMPARE(gActiveList, (QVector<qint16>{1, 2, 4, 5, 6, 0}));
+
+    // The first pass ends with every controller's values in the store.
+    QTRY_VERIFY_WITH_TIMEOUT(!main->scanning(), 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(gPV[0].toText(), QStringLiteral("120.5"), 5000);
+    QCOMPARE(gSP[0].toText(), QStringLiteral("150.0"));
+    QCOMPARE(gPV[1].toText(), QStringLiteral("4.75"));
+    QCOMPARE(gScale[1], 0.01F);
+    QCOMPARE(gPV[3].toText(), QStringLiteral("70"));   // fixed tenths shown with code 0
+    QVERIFY(gFixedTenth[3]);
+    QCOMPARE(gPV[4].asNumber().value_or(0), 20.0);
+    QCOMPARE(gPV[5].asNumber().value_or(0), -12.5);
+    QCOMPARE(frmLogger()->text(), QString());
+
+    // A node that stops answering: the logger and the status bar say so, by list position.
+    server.setDead(2, true);
+    QTRY_VERIFY_WITH_TIMEOUT(frmLogger()->text().contains(
+                                 "Control Address# 2, Device did not respond in 1 sec."),
+                             15000);
+    QCOMPARE(main->statusText(), kStatusCommError);
+    QCOMPARE(gPV[1].toText(), QStringLiteral("4.75")); // last good values stay
+    server.setDead(2, false);
+
+    // The whole simulator goes away and comes back: values return without a restart.
+    server.close();
+    QTRY_VERIFY_WITH_TIMEOUT(frmLogger()->text().contains("Adapter Invalid."), 15000);
+    plant.setPv(1, 99.5);
+    plant.setPv(6, 3.0);
+    QVERIFY(server.listen(QHostAddress::LocalHost, port));
+    QTRY_COMPARE_WITH_TIMEOUT(gPV[0].toText(), QStringLiteral("99.5"), 15000);
+    QTRY_COMPARE_WITH_TIMEOUT(gPV[5].asNumber().value_or(0), 3.0, 15000);
+
+    // Simulation replaces the readings; back in real time they are read again.
+    main->mnuSimMode_Click();
+    QTRY_VERIFY_WITH_TIMEOUT(!gPV[0].isText(), 5000);
+    main->mnuRtMode_Click();
+    QTRY_COMPARE_WITH_TIMEOUT(gPV[0].toText(), QStringLiteral("99.5"), 10000);
+}
+
+QTEST_MAIN(TstEndToEnd)
+#include "tst_end_to_end.moc"

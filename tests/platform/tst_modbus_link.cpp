@@ -1,0 +1,251 @@
+#include <QElapsedTimer>
+#include <QModbusRtuSerialServer>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include "platform/modctl.h"
+#include "platform/qt_modbus_backend.h"
+#include "sim_plant.h"
+#include "sim_server.h"
+
+namespace {
+constexpr int kTimeoutMs = 300;
+
+// A link control set up for one transaction, with its last outcome kept: 0 for a good read or
+// write, else the error code.
+struct Probe {
+    Modctl ctl;
+    QSignalSpy reads{&ctl, &Modctl::readComplete};
+    QSignalSpy writes{&ctl, &Modctl::writeComplete};
+    QSignalSpy errors{&ctl, &Modctl::error};
+    int last = 99;
+
+    Probe(int node, int area, int first, int count) {
+        ctl.node = node;
+        ctl.dataArea = area;
+        ctl.firstRegister = first;
+        ctl.count = count;
+        QObject::connect(&ctl, &Modctl::readComplete, [this] { last = 0; });
+        QObject::connect(&ctl, &Modctl::writeComplete, [this] { last = 0; });
+        QObject::connect(&ctl, &Modctl::error, [this](int code) { last = code; });
+    }
+    qsizetype events() const { return reads.size() + writes.size() + errors.size(); }
+};
+
+// Starts the transaction and waits for its outcome.
+int outcome(Probe& p) {
+    const qsizetype before = p.events();
+    p.ctl.start();
+    QElapsedTimer t;
+    t.start();
+    while (p.events() == before && t.elapsed() < 6000)
+        QTest::qWait(5);
+    return p.events() == before ? 99 : p.last;
+}
+} // namespace
+
+class TstModbusLink : public QObject {
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+
+    void readsBothFamiliesOverTheSharedConnection();
+    void writesSingleAndBlock();
+    void exceptionsMapToLoggerCodes();
+    void deadNodeTimesOutAndLateReplyIsIgnored();
+    void lostServerIsReportedAndTheLinkComesBack();
+    void cutReplyEndsByWatchdogAndClientRecovers();
+    void garbledStreamRecovers();
+    void rtuThroughAPtyPair();
+
+private:
+    std::unique_ptr<sim::SimPlant> m_plant;
+    std::unique_ptr<sim::SimServer> m_server;
+    quint16 m_port = 0;
+};
+
+void TstModbusLink::init() {
+    m_plant = std::make_unique<sim::SimPlant>();
+    QString error;
+    QVERIFY2(m_plant->loadText("1 K40 decimal=1 scaled=1 sp=150 pv=120\n"
+                               "2 K40 decimal=2 scaled=1 sp=5.5\n"
+                               "5 K8 sp=25 pv=20\n",
+                               &error),
+             qPrintable(error));
+    m_server = std::make_unique<sim::SimServer>(m_plant.get());
+    QVERIFY(m_server->listen(QHostAddress::LocalHost, 0));
+    m_port = m_server->port();
+    LinkSettings s;
+    s.port = m_port;
+    s.timeoutMs = kTimeoutMs;
+    installModbusBackend(std::make_unique<QtModbusBackend>(s));
+}
+
+void TstModbusLink::cleanup() {
+    installModbusBackend(nullptr);
+    m_server.reset();
+    m_plant.reset();
+}
+
+void TstModbusLink::readsBothFamiliesOverTheSharedConnection() {
+    Probe k40(1, 3, 129, 5);
+    Probe k8(5, 2, 1001, 9);
+    // Both in flight at once on the one connection.
+    k40.ctl.start();
+    k8.ctl.start();
+    QTRY_COMPARE_WITH_TIMEOUT(k40.reads.size() + k8.reads.size(), 2, 5000);
+    QCOMPARE(k40.ctl.longData(0), 19999 + 1200); // PV 120.0 in tenths over the offset
+    QCOMPARE(k40.ctl.longData(1), 19999 + 1500);
+    QVERIFY(k40.ctl.data(4) & 0x1000);           // scaled by the decimal code
+    QCOMPARE((k40.ctl.data(4) >> 8) & 3, 1);
+    QCOMPARE(k8.ctl.data(0), qint16(200));       // plain tenths
+    QCOMPARE(k8.ctl.data(1), qint16(250));
+    QCOMPARE(m_server->connectionCount(), 1);
+}
+
+void TstModbusLink::writesSingleAndBlock() {
+    Probe sp(1, 3, 1, 1);
+    sp.ctl.direction = 1;
+    sp.ctl.setLongData(0, 19999 + 15000); // 1500.0: a word above 32767
+    QCOMPARE(outcome(sp), 0);
+    QCOMPARE(m_plant->sp(1), 1500.0);
+    Probe k8sp(5, 3, 1003, 1);
+    k8sp.ctl.direction = 1;
+    k8sp.ctl.setData(0, -15);
+    QCOMPARE(outcome(k8sp), 0);
+    QCOMPARE(m_plant->sp(5), -1.5);
+    // An input register cannot be written: refused before it reaches the wire.
+    Probe bad(5, 2, 1001, 1);
+    bad.ctl.direction = 1;
+    QCOMPARE(outcome(bad), 1);
+}
+
+void TstModbusLink::exceptionsMapToLoggerCodes() {
+    Probe missing(1, 3, 4000, 2);
+    QCOMPARE(outcome(missing), 2);
+    m_server->setException(2, 6);
+    Probe busy(2, 3, 129, 5);
+    QCOMPARE(outcome(busy), 16);
+    m_server->setException(2, 11);
+    QCOMPARE(outcome(busy), 18);
+    m_server->setException(2, 3);
+    QCOMPARE(outcome(busy), 3);
+    m_server->setException(2, 0);
+    QCOMPARE(outcome(busy), 0);
+}
+
+void TstModbusLink::deadNodeTimesOutAndLateReplyIsIgnored() {
+    Probe dead(9, 3, 129, 5); // not in the plant
+    QElapsedTimer t;
+    t.start();
+    QCOMPARE(outcome(dead), -3);
+    QVERIFY2(t.elapsed() < kTimeoutMs + 700, qPrintable(QString::number(t.elapsed())));
+    // A reply that comes after the time-out must not be taken for the next request's.
+    m_server->setDelay(1, kTimeoutMs + 200);
+    Probe late(1, 3, 129, 5);
+    QCOMPARE(outcome(late), -3);
+    m_server->setDelay(1, 0);
+    Probe next(2, 3, 129, 5);
+    QCOMPARE(outcome(next), 0);
+    QCOMPARE(next.ctl.longData(1), 19999 + 550);
+    QTest::qWait(300);
+    QCOMPARE(outcome(next), 0);
+    QCOMPARE(next.ctl.longData(1), 19999 + 550);
+}
+
+void TstModbusLink::lostServerIsReportedAndTheLinkComesBack() {
+    Probe p(1, 3, 129, 5);
+    QCOMPARE(outcome(p), 0);
+    m_server->close();
+    QCOMPARE(outcome(p), -1);
+    QCOMPARE(outcome(p), -1);
+    QVERIFY(m_server->listen(QHostAddress::LocalHost, m_port));
+    m_plant->setPv(1, 42.0);
+    // The link reconnects by itself; within a few seconds reads succeed again.
+    int code = -99;
+    QElapsedTimer t;
+    t.start();
+    while (code != 0 && t.elapsed() < 8000) {
+        code = outcome(p);
+        if (code != 0)
+            QTest::qWait(200);
+    }
+    QCOMPARE(code, 0);
+    QCOMPARE(p.ctl.longData(0), 19999 + 420);
+}
+
+void TstModbusLink::cutReplyEndsByWatchdogAndClientRecovers() {
+    m_server->setCut(1, true);
+    Probe p(1, 3, 129, 5);
+    const int code = outcome(p);
+    QVERIFY2(code == -3 || code == -1 || code == -2, qPrintable(QString::number(code)));
+    m_server->setCut(1, false);
+    int again = -99;
+    QElapsedTimer t;
+    t.start();
+    while (again != 0 && t.elapsed() < 8000)
+        again = outcome(p);
+    QCOMPARE(again, 0);
+}
+
+void TstModbusLink::garbledStreamRecovers() {
+    m_server->setGarble(2, true);
+    Probe p(2, 3, 129, 5);
+    const int code = outcome(p);
+    QVERIFY2(code != 0, "a garbled reply must not pass as a good read");
+    m_server->setGarble(2, false);
+    int again = -99;
+    QElapsedTimer t;
+    t.start();
+    while (again != 0 && t.elapsed() < 8000)
+        again = outcome(p);
+    QCOMPARE(again, 0);
+    QCOMPARE(p.ctl.longData(1), 19999 + 550);
+}
+
+void TstModbusLink::rtuThroughAPtyPair() {
+    const QString socat = QStandardPaths::findExecutable("socat");
+    if (socat.isEmpty())
+        QSKIP("socat is not installed; the RTU line cannot be simulated");
+    QTemporaryDir dir;
+    const QString a = dir.filePath("ttyA");
+    const QString b = dir.filePath("ttyB");
+    QProcess pair;
+    pair.start(socat, {"-d", QString("pty,raw,echo=0,link=%1").arg(a), QString("pty,raw,echo=0,link=%1").arg(b)});
+    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(a) && QFile::exists(b), 5000);
+
+    QModbusRtuSerialServer slave;
+    slave.setConnectionParameter(QModbusDevice::SerialPortNameParameter, QFileInfo(b).canonicalFilePath());
+    slave.setConnectionParameter(QModbusDevice::SerialBaudRateParameter, 19200);
+    slave.setServerAddress(7);
+    QModbusDataUnitMap map;
+    map.insert(QModbusDataUnit::HoldingRegisters, QModbusDataUnit(QModbusDataUnit::HoldingRegisters, 129, 5));
+    slave.setMap(map);
+    slave.setData(QModbusDataUnit::HoldingRegisters, 129, 21234);
+    slave.setData(QModbusDataUnit::HoldingRegisters, 133, 0x1100);
+    QVERIFY(slave.connectDevice());
+
+    LinkSettings s;
+    s.mode = LinkSettings::Mode::Rtu;
+    s.serialPort = QFileInfo(a).canonicalFilePath();
+    s.baudRate = 19200;
+    s.timeoutMs = 500;
+    installModbusBackend(std::make_unique<QtModbusBackend>(s));
+    Probe p(7, 3, 129, 5);
+    QCOMPARE(outcome(p), 0);
+    QCOMPARE(p.ctl.longData(0), 21234);
+    QCOMPARE(p.ctl.data(4), qint16(0x1100));
+    Probe other(8, 3, 129, 5); // nobody answers unit 8 on the line
+    QCOMPARE(outcome(other), -3);
+    slave.disconnectDevice();
+    installModbusBackend(nullptr);
+    pair.terminate();
+    pair.waitForFinished(2000);
+}
+
+QTEST_MAIN(TstModbusLink)
+#include "tst_modbus_link.moc"

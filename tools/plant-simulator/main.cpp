@@ -1,0 +1,422 @@
+// plant-simulator: a Modbus TCP slave that plays the controllers of a plant file.
+
+#include "sim_plant.h"
+#include "sim_server.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QHostAddress>
+#include <QSocketNotifier>
+#include <QStringList>
+#include <cerrno>
+#include <cstdio>
+#include <functional>
+#include <optional>
+
+#ifdef Q_OS_UNIX
+#include <csignal>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#endif
+
+namespace {
+
+constexpr int kExitFailure = 1;
+constexpr int kExitUsage = 2;
+
+const char* const kUsage =
+    R"(Answers Modbus TCP requests for unit addresses 1..64 as the controllers
+of a plant file. Nodes that the file does not list never answer.
+
+Plant file: one controller per line, '#' starts a comment, blank lines are allowed:
+    <node> <K40|K8|K20> [key=value]...
+  keys: decimal=0..3 scaled=0|1 (K40 only), sp= pv= alarm1= dev1= alarm2= dev2=
+        tau= noise= wander= pb= ti= td= coolpb= deadband= rev=
+        profile=SP:RAMP:SOAK[,SP:RAMP:SOAK]... (K8/K20 only, times in minutes)
+  e.g.  1 K40 decimal=1 scaled=1 sp=150 alarm1=180
+        5 K8 sp=25 profile=120:10:20,250:15:30
+
+Commands on standard input while running:
+  dead N | alive N | exception N CODE | delay N MS | cut N | garble N
+  clear [N] | pv N VALUE | sp N VALUE | status | help | quit)";
+
+const char* const kCommands = "commands: dead N, alive N, exception N CODE, delay N MS, cut N, "
+                              "garble N, clear [N], pv N VALUE, sp N VALUE, status, help, quit";
+
+void say(const QString& text) {
+    std::fputs(qPrintable(text + QLatin1Char('\n')), stdout);
+    std::fflush(stdout);
+}
+
+void complain(const QString& text) {
+    std::fputs(qPrintable(QStringLiteral("plant-simulator: ") + text + QLatin1Char('\n')), stderr);
+    std::fflush(stderr);
+}
+
+std::optional<int> toNode(const QString& text) {
+    bool ok = false;
+    const int node = text.toInt(&ok);
+    if (!ok || node < 1 || node > sim::SimServer::MaxNode)
+        return std::nullopt;
+    return node;
+}
+
+std::optional<int> toInt(const QString& text, int min, int max) {
+    bool ok = false;
+    const int value = text.toInt(&ok);
+    if (!ok || value < min || value > max)
+        return std::nullopt;
+    return value;
+}
+
+QString faultText(const sim::NodeFaults& f) {
+    QStringList parts;
+    if (f.dead)
+        parts << QStringLiteral("dead");
+    if (f.exception != 0)
+        parts << QStringLiteral("exception %1").arg(f.exception);
+    if (f.delayMs != 0)
+        parts << QStringLiteral("delay %1 ms").arg(f.delayMs);
+    if (f.cut)
+        parts << QStringLiteral("cut");
+    if (f.garble)
+        parts << QStringLiteral("garble");
+    return parts.isEmpty() ? QStringLiteral("none") : parts.join(QStringLiteral(", "));
+}
+
+QString statusText(const sim::SimPlant& plant, const sim::SimServer& server) {
+    QStringList lines;
+    lines << QStringLiteral("listening on %1:%2, %3 connection(s)")
+                 .arg(server.address().toString())
+                 .arg(server.port())
+                 .arg(server.connectionCount());
+    for (int node : plant.nodes()) {
+        const sim::NodeConfig c = *plant.config(node);
+        const bool k40 = c.family == sim::Family::K40;
+        QString line = QStringLiteral("node %1 %2: pv %3 sp %4 out %5% status 0x%6")
+                           .arg(node, 2)
+                           .arg(sim::familyName(c.family), -3)
+                           .arg(plant.pv(node), 0, 'f', 3)
+                           .arg(plant.sp(node), 0, 'f', 3)
+                           .arg(plant.output(node), 0, 'f', 1)
+                           .arg(plant.reg(node, k40 ? sim::reg::K40Status : sim::reg::ProfStatus),
+                                4, 16, QLatin1Char('0'));
+        if (!k40)
+            line += QStringLiteral(" profile %1").arg(plant.profileState(node));
+        line += QStringLiteral(" requests %1 faults %2")
+                    .arg(server.requestCount(node))
+                    .arg(faultText(server.faults(node)));
+        lines << line;
+    }
+    return lines.join(QLatin1Char('\n'));
+}
+
+// Runs one console command; returns the answer to print.
+QString runCommand(const QString& input, sim::SimPlant& plant, sim::SimServer& server) {
+    const QStringList w = input.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    if (w.isEmpty())
+        return {};
+    const QString cmd = w.at(0).toLower();
+    const auto node = w.size() >= 2 ? toNode(w.at(1)) : std::nullopt;
+    const QString badNode = QStringLiteral("%1: node address 1..64 expected").arg(cmd);
+    auto done = [&] {
+        return QStringLiteral("node %1: %2").arg(*node).arg(faultText(server.faults(*node)));
+    };
+
+    if (cmd == QLatin1String("quit") || cmd == QLatin1String("exit")) {
+        QCoreApplication::quit();
+        return QStringLiteral("bye");
+    }
+    if (cmd == QLatin1String("help"))
+        return QString::fromLatin1(kCommands);
+    if (cmd == QLatin1String("status"))
+        return statusText(plant, server);
+    if (cmd == QLatin1String("clear")) {
+        if (w.size() == 1) {
+            server.clearFaults();
+            return QStringLiteral("all faults cleared");
+        }
+        if (!node)
+            return badNode;
+        server.setDead(*node, false);
+        server.setException(*node, 0);
+        server.setDelay(*node, 0);
+        server.setCut(*node, false);
+        server.setGarble(*node, false);
+        return done();
+    }
+    const std::pair<const char*, std::function<void(int)>> flags[] = {{"dead",
+                                                                       [&](int n) {
+                                                                           server.setDead(n, true);
+                                                                       }},
+                                                                      {"alive",
+                                                                       [&](int n) {
+                                                                           server.setDead(n, false);
+                                                                       }},
+                                                                      {"cut",
+                                                                       [&](int n) {
+                                                                           server.setCut(n, true);
+                                                                       }},
+                                                                      {"garble", [&](int n) {
+                                                                           server.setGarble(n,
+                                                                                            true);
+                                                                       }}};
+    for (const auto& [name, apply] : flags) {
+        if (cmd == QLatin1String(name)) {
+            if (w.size() != 2 || !node)
+                return QStringLiteral("usage: %1 N (N = 1..64)").arg(cmd);
+            apply(*node);
+            return done();
+        }
+    }
+    if (cmd == QLatin1String("exception") || cmd == QLatin1String("delay")) {
+        const bool exception = cmd == QLatin1String("exception");
+        const auto value =
+            w.size() == 3 ? toInt(w.at(2), 0, exception ? 255 : 600000) : std::nullopt;
+        if (!node || !value)
+            return exception ? QStringLiteral("usage: exception N CODE (CODE 1..255, 0 = none)")
+                             : QStringLiteral("usage: delay N MS (MS 0..600000)");
+        if (exception)
+            server.setException(*node, *value);
+        else
+            server.setDelay(*node, *value);
+        return done();
+    }
+    if (cmd == QLatin1String("pv") || cmd == QLatin1String("sp")) {
+        bool ok = false;
+        const double value = w.size() == 3 ? w.at(2).toDouble(&ok) : 0.0;
+        if (!node || !ok)
+            return QStringLiteral("usage: %1 N VALUE").arg(cmd);
+        if (!plant.hasNode(*node))
+            return QStringLiteral("node %1 is not in the plant").arg(*node);
+        if (cmd == QLatin1String("pv"))
+            plant.setPv(*node, value);
+        else
+            plant.setSp(*node, value);
+        return QStringLiteral("node %1: pv %2 sp %3")
+            .arg(*node)
+            .arg(plant.pv(*node))
+            .arg(plant.sp(*node));
+    }
+    return QStringLiteral("unknown command \"%1\"; %2").arg(cmd, QLatin1String(kCommands));
+}
+
+// Adds faults given as N:VALUE on the command line; returns an error text.
+QString applyPairs(const QStringList& items, const char* option, int max,
+                   const std::function<void(int, int)>& apply) {
+    for (const QString& item : items) {
+        const QStringList parts = item.split(QLatin1Char(':'));
+        const auto node = parts.size() == 2 ? toNode(parts.at(0)) : std::nullopt;
+        const auto value = parts.size() == 2 ? toInt(parts.at(1), 0, max) : std::nullopt;
+        if (!node || !value)
+            return QStringLiteral("--%1 %2: expected N:VALUE with N 1..64 and VALUE 0..%3")
+                .arg(QLatin1String(option), item)
+                .arg(max);
+        apply(*node, *value);
+    }
+    return {};
+}
+
+QString applyNodes(const QStringList& items, const char* option,
+                   const std::function<void(int)>& apply) {
+    for (const QString& item : items) {
+        const auto node = toNode(item);
+        if (!node)
+            return QStringLiteral("--%1 %2: expected a node address 1..64")
+                .arg(QLatin1String(option), item);
+        apply(*node);
+    }
+    return {};
+}
+
+#ifdef Q_OS_UNIX
+int gSignalFd[2] = {-1, -1};
+
+void onSignal(int) {
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t n = ::write(gSignalFd[0], &byte, 1);
+}
+
+// SIGINT and SIGTERM end the event loop through a socket pair, the one safe way out of a handler.
+void watchSignals(QCoreApplication& app) {
+    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, gSignalFd) != 0)
+        return;
+    auto* notifier = new QSocketNotifier(gSignalFd[1], QSocketNotifier::Read, &app);
+    QObject::connect(notifier, &QSocketNotifier::activated, &app, [notifier] {
+        char byte = 0;
+        [[maybe_unused]] const ssize_t n = ::read(gSignalFd[1], &byte, 1);
+        notifier->setEnabled(false);
+        QCoreApplication::quit();
+    });
+    struct sigaction action = {};
+    action.sa_handler = onSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+// Commands from standard input. End of input only stops the reading: the simulator goes on
+// serving, so that it can run under a script with no input at all.
+void watchConsole(QCoreApplication& app, sim::SimPlant& plant, sim::SimServer& server) {
+    if (::fcntl(STDIN_FILENO, F_GETFL) == -1)
+        return;
+    auto* notifier = new QSocketNotifier(STDIN_FILENO, QSocketNotifier::Read, &app);
+    auto* pending = new QByteArray;
+    QObject::connect(notifier, &QObject::destroyed, [pending] { delete pending; });
+    QObject::connect(notifier, &QSocketNotifier::activated, &app, [=, &plant, &server] {
+        char chunk[4096];
+        const ssize_t n = ::read(STDIN_FILENO, chunk, sizeof chunk);
+        if (n < 0 && (errno == EINTR || errno == EAGAIN))
+            return;
+        if (n <= 0) {
+            notifier->setEnabled(false);
+            return;
+        }
+        pending->append(chunk, n);
+        qsizetype end = 0;
+        while ((end = pending->indexOf('\n')) >= 0) {
+            const QString line = QString::fromLocal8Bit(pending->left(end)).trimmed();
+            pending->remove(0, end + 1);
+            const QString answer = runCommand(line, plant, server);
+            if (!answer.isEmpty())
+                say(answer);
+        }
+    });
+}
+#endif
+
+} // namespace
+
+int main(int argc, char* argv[]) {
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("plant-simulator"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QString::fromLatin1(kUsage));
+    parser.addHelpOption();
+    const QCommandLineOption plantOpt(QStringLiteral("plant"), QStringLiteral("Plant file."),
+                                      QStringLiteral("FILE"));
+    const QCommandLineOption hostOpt(QStringLiteral("host"),
+                                     QStringLiteral("Address to listen on (default 127.0.0.1)."),
+                                     QStringLiteral("ADDRESS"), QStringLiteral("127.0.0.1"));
+    const QCommandLineOption portOpt(QStringLiteral("port"),
+                                     QStringLiteral("TCP port (default 5020, 0 = any free)."),
+                                     QStringLiteral("PORT"), QStringLiteral("5020"));
+    const QCommandLineOption deadOpt(QStringLiteral("dead"),
+                                     QStringLiteral("Node N never answers."), QStringLiteral("N"));
+    const QCommandLineOption exceptionOpt(QStringLiteral("exception"),
+                                          QStringLiteral("Node N answers every request with CODE."),
+                                          QStringLiteral("N:CODE"));
+    const QCommandLineOption delayOpt(QStringLiteral("delay"),
+                                      QStringLiteral("Node N answers MS milliseconds late."),
+                                      QStringLiteral("N:MS"));
+    const QCommandLineOption cutOpt(QStringLiteral("cut"),
+                                    QStringLiteral("Node N sends only part of each reply."),
+                                    QStringLiteral("N"));
+    const QCommandLineOption garbleOpt(QStringLiteral("garble"),
+                                       QStringLiteral("Node N puts stray bytes before each reply."),
+                                       QStringLiteral("N"));
+    const QCommandLineOption periodOpt(QStringLiteral("period"),
+                                       QStringLiteral("Step of the dynamics in ms (default 250)."),
+                                       QStringLiteral("MS"), QStringLiteral("250"));
+    const QCommandLineOption minuteOpt(
+        QStringLiteral("profile-minute"),
+        QStringLiteral("Seconds that one profile minute lasts (default 1)."),
+        QStringLiteral("SECONDS"), QStringLiteral("1"));
+    parser.addOptions({plantOpt, hostOpt, portOpt, deadOpt, exceptionOpt, delayOpt, cutOpt,
+                       garbleOpt, periodOpt, minuteOpt});
+
+    if (!parser.parse(QCoreApplication::arguments())) {
+        QString why = parser.errorText();
+        if (why.endsWith(QLatin1Char('.')))
+            why.chop(1);
+        complain(why + QStringLiteral("; try --help"));
+        return kExitUsage;
+    }
+    if (parser.isSet(QStringLiteral("help")))
+        parser.showHelp(0);
+    if (!parser.positionalArguments().isEmpty()) {
+        complain(QStringLiteral("unexpected argument \"%1\"; try --help")
+                     .arg(parser.positionalArguments().constFirst()));
+        return kExitUsage;
+    }
+    if (!parser.isSet(plantOpt)) {
+        complain(QStringLiteral("--plant FILE is required; try --help"));
+        return kExitUsage;
+    }
+    const QHostAddress host(parser.value(hostOpt));
+    if (host.isNull()) {
+        complain(QStringLiteral("--host %1: not an IP address").arg(parser.value(hostOpt)));
+        return kExitUsage;
+    }
+    const auto port = toInt(parser.value(portOpt), 0, 65535);
+    if (!port) {
+        complain(QStringLiteral("--port %1: expected 0..65535").arg(parser.value(portOpt)));
+        return kExitUsage;
+    }
+    const auto period = toInt(parser.value(periodOpt), 10, 60000);
+    if (!period) {
+        complain(QStringLiteral("--period %1: expected 10..60000 ms").arg(parser.value(periodOpt)));
+        return kExitUsage;
+    }
+    bool minuteOk = false;
+    const double minute = parser.value(minuteOpt).toDouble(&minuteOk);
+    if (!minuteOk || minute <= 0.0) {
+        complain(QStringLiteral("--profile-minute %1: expected a number of seconds above 0")
+                     .arg(parser.value(minuteOpt)));
+        return kExitUsage;
+    }
+
+    sim::SimPlant plant;
+    sim::SimServer server(&plant);
+
+    for (const QString& why :
+         {applyNodes(parser.values(deadOpt), "dead", [&](int n) { server.setDead(n, true); }),
+          applyNodes(parser.values(cutOpt), "cut", [&](int n) { server.setCut(n, true); }),
+          applyNodes(parser.values(garbleOpt), "garble", [&](int n) { server.setGarble(n, true); }),
+          applyPairs(parser.values(exceptionOpt), "exception", 255,
+                     [&](int n, int v) { server.setException(n, v); }),
+          applyPairs(parser.values(delayOpt), "delay", 600000,
+                     [&](int n, int v) { server.setDelay(n, v); })}) {
+        if (!why.isEmpty()) {
+            complain(why);
+            return kExitUsage;
+        }
+    }
+
+    QString error;
+    if (!plant.load(parser.value(plantOpt), &error)) {
+        complain(error);
+        return kExitFailure;
+    }
+
+    if (!server.listen(host, static_cast<quint16>(*port))) {
+        complain(QStringLiteral("cannot listen on %1:%2: %3")
+                     .arg(host.toString())
+                     .arg(*port)
+                     .arg(server.errorString()));
+        return kExitFailure;
+    }
+    QObject::connect(&server, &sim::SimServer::message,
+                     [](const QString& text) { complain(text); });
+    plant.setProfileMinute(minute);
+    plant.start(*period);
+
+    QStringList nodes;
+    for (int node : plant.nodes())
+        nodes << QString::number(node);
+    say(QStringLiteral("plant-simulator listening on %1:%2 for nodes %3")
+            .arg(server.address().toString())
+            .arg(server.port())
+            .arg(nodes.join(QLatin1Char(','))));
+
+#ifdef Q_OS_UNIX
+    watchSignals(app);
+    watchConsole(app, plant, server);
+#endif
+    const int status = app.exec();
+    server.close();
+    return status;
+}
