@@ -8,7 +8,8 @@
 FrmScanning::FrmScanning(QWidget* parent) : QDialog(parent) {
     setObjectName(QStringLiteral("frmScanning"));
     setWindowTitle(QStringLiteral("Scanning Active Controls"));
-    setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint);
+    setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
+                   Qt::MSWindowsFixedSizeDialogHint);
     setModal(false);
     auto* layout = new QVBoxLayout(this);
     m_label = new QLabel(
@@ -27,6 +28,7 @@ FrmScanning::FrmScanning(QWidget* parent) : QDialog(parent) {
     m_timer1->setSingleShot(true);
     m_timer1->setInterval(500);
     connect(m_timer1, &QTimer::timeout, this, &FrmScanning::timer1Fired);
+    layout->setSizeConstraint(QLayout::SetFixedSize);
 }
 
 void FrmScanning::setRange(int maximum) {
