@@ -1,16 +1,5 @@
 #include "frm_main.h"
 
-#include <QActionGroup>
-#include <QCloseEvent>
-#include <QCoreApplication>
-#include <QLabel>
-#include <QLocale>
-#include <QMdiArea>
-#include <QMdiSubWindow>
-#include <QMenuBar>
-#include <QStatusBar>
-#include <QTimer>
-
 #include "app/frm_about.h"
 #include "app/frm_scanning.h"
 #include "plant/comm_errors.h"
@@ -24,6 +13,17 @@
 #include "records/alarm_log.h"
 #include "records/data_logger.h"
 #include "security/rights.h"
+
+#include <QActionGroup>
+#include <QCloseEvent>
+#include <QCoreApplication>
+#include <QLabel>
+#include <QLocale>
+#include <QMdiArea>
+#include <QMdiSubWindow>
+#include <QMenuBar>
+#include <QStatusBar>
+#include <QTimer>
 
 namespace {
 QPointer<FrmMain> gMainInstance;
@@ -129,10 +129,12 @@ void FrmMain::buildMenus() {
     // ask their right and stop there.
     QMenu* file = addMenu(QStringLiteral("mnuFile"), QStringLiteral("&File"));
     addItem(file, QStringLiteral("mnuOpenP"), QStringLiteral("&Open Project"), Right::OpenProject);
-    addItem(file, QStringLiteral("mnuCloseP"), QStringLiteral("&Close Project"), Right::CloseProject);
+    addItem(file, QStringLiteral("mnuCloseP"), QStringLiteral("&Close Project"),
+            Right::CloseProject);
     addSeparator(file, QStringLiteral("mnuFileDash"));
     addItem(file, QStringLiteral("mnuSaveP"), QStringLiteral("S&ave Project"), Right::SaveProject);
-    addItem(file, QStringLiteral("mnuSavePas"), QStringLiteral("S&ave Project As.."), Right::SaveProject);
+    addItem(file, QStringLiteral("mnuSavePas"), QStringLiteral("S&ave Project As.."),
+            Right::SaveProject);
     addSeparator(file, QStringLiteral("mnuSaveDash"));
     QAction* exitItem = addItem(file, QStringLiteral("mnuFileExit"), QStringLiteral("E&xit"));
     connect(exitItem, &QAction::triggered, this, &FrmMain::mnuFileExit_Click);
@@ -148,7 +150,8 @@ void FrmMain::buildMenus() {
         }
     });
     addSeparator(view, QStringLiteral("mnuDigDash"));
-    QMenu* trends = addSubMenu(view, QStringLiteral("mnuTrends"), QStringLiteral("&Control Trends"));
+    QMenu* trends =
+        addSubMenu(view, QStringLiteral("mnuTrends"), QStringLiteral("&Control Trends"));
     for (int i = 1; i <= 8; ++i)
         addItem(trends, QStringLiteral("mnuTrend%1").arg(i), QStringLiteral("Trend %1").arg(i));
     addSeparator(view, QStringLiteral("mnuBarDash"));
@@ -162,14 +165,17 @@ void FrmMain::buildMenus() {
     addItem(view, QStringLiteral("mnuSingleSpRecipe"), QStringLiteral("&Single Setpoint Recipes"),
             Right::SingleSetpointRecipes);
     addSeparator(view, QStringLiteral("mnuDash"));
-    addItem(view, QStringLiteral("mnuHistory"), QStringLiteral("&Data File Viewer"), Right::DataViewer);
+    addItem(view, QStringLiteral("mnuHistory"), QStringLiteral("&Data File Viewer"),
+            Right::DataViewer);
     addItem(view, QStringLiteral("mnuAudit"), QStringLiteral("&Audit Trail Viewer"),
             Right::AuditTrailViewer);
 
     QMenu* banks = addMenu(QStringLiteral("mnuControlBanks"), QStringLiteral("&Control Banks"));
     // "32 to 64", not 33: the caption stands as the operators know it.
-    QMenu* group1 = addSubMenu(banks, QStringLiteral("Cgroup1"), QStringLiteral("Controllers 1 to 32"));
-    QMenu* group2 = addSubMenu(banks, QStringLiteral("Cgroup2"), QStringLiteral("Controllers 32 to 64"));
+    QMenu* group1 =
+        addSubMenu(banks, QStringLiteral("Cgroup1"), QStringLiteral("Controllers 1 to 32"));
+    QMenu* group2 =
+        addSubMenu(banks, QStringLiteral("Cgroup2"), QStringLiteral("Controllers 32 to 64"));
     for (int bank = 1; bank <= 16; ++bank) {
         addItem(bank <= 8 ? group1 : group2, QStringLiteral("mnuAddBank%1").arg(bank),
                 QStringLiteral("View Controls %1 - %2").arg(4 * (bank - 1) + 1).arg(4 * bank));
@@ -179,11 +185,13 @@ void FrmMain::buildMenus() {
     addItem(setup, QStringLiteral("mnuClabels"), QStringLiteral("&Controller Labels/Activation"),
             Right::ActivateControls);
     addSeparator(setup, QStringLiteral("mnuDashS2"));
-    addItem(setup, QStringLiteral("mnuDataSave"), QStringLiteral("&Data Logging"), Right::DataLogging);
+    addItem(setup, QStringLiteral("mnuDataSave"), QStringLiteral("&Data Logging"),
+            Right::DataLogging);
     addSeparator(setup, QStringLiteral("mnuDashS3"));
     addItem(setup, QStringLiteral("loopTuning"), QStringLiteral("&Loop Tuning"), Right::LoopTuning);
     addSeparator(setup, QStringLiteral("mnuDashS4"));
-    addItem(setup, QStringLiteral("mnuAlarms"), QStringLiteral("&Alarms Setpoints"), Right::AlarmSetpoints);
+    addItem(setup, QStringLiteral("mnuAlarms"), QStringLiteral("&Alarms Setpoints"),
+            Right::AlarmSetpoints);
 
     QMenu* users = addMenu(QStringLiteral("mnuUsers"), QStringLiteral("&Users"));
     addItem(users, QStringLiteral("mnuLogon"), QStringLiteral("&Log on.."));
@@ -243,7 +251,8 @@ void FrmMain::rebuildWindowMenu() {
         m_windowMenu->addSeparator();
     int n = 1;
     for (QMdiSubWindow* w : windows) {
-        QAction* a = m_windowMenu->addAction(QStringLiteral("&%1 %2").arg(n++).arg(w->windowTitle()));
+        QAction* a =
+            m_windowMenu->addAction(QStringLiteral("&%1 %2").arg(n++).arg(w->windowTitle()));
         a->setCheckable(true);
         a->setChecked(w == m_mdi->activeSubWindow());
         connect(a, &QAction::triggered, this, [this, w] {
@@ -256,7 +265,8 @@ void FrmMain::rebuildWindowMenu() {
 
 void FrmMain::showHelp() {
     if (!dialogs().openDocument(gHelpFile))
-        msgBox(QStringLiteral("Unable to display Help Contents. Help is not completed for this project."));
+        msgBox(QStringLiteral(
+            "Unable to display Help Contents. Help is not completed for this project."));
 }
 
 void FrmMain::updateClockPanels() {
@@ -333,8 +343,9 @@ void FrmMain::closeScan() {
 namespace {
 void changeMode(FrmMain* main, bool simulation) {
     if (gLogging) {
-        msgBox(QStringLiteral("Simulation or Realtime modes can not\nbe modified while logging data!"),
-               MsgIcon::Information);
+        msgBox(
+            QStringLiteral("Simulation or Realtime modes can not\nbe modified while logging data!"),
+            MsgIcon::Information);
         return;
     }
     // Going back to real time asks the data viewer's right: that is how the table is laid out.

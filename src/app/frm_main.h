@@ -1,10 +1,10 @@
 #pragma once
 
-#include <QMainWindow>
-#include <QPointer>
-
 #include "app/frm_scanning.h"
 #include "plant/poll_cycle.h"
+
+#include <QMainWindow>
+#include <QPointer>
 
 class QAction;
 class QLabel;

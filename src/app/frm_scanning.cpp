@@ -13,7 +13,8 @@ FrmScanning::FrmScanning(QWidget* parent) : QDialog(parent) {
     setModal(false);
     auto* layout = new QVBoxLayout(this);
     m_label = new QLabel(
-        QStringLiteral("Sorvantel is scanning active controllers for default settings.  Please wait!"),
+        QStringLiteral(
+            "Sorvantel is scanning active controllers for default settings.  Please wait!"),
         this);
     m_label->setObjectName(QStringLiteral("Label1"));
     m_label->setWordWrap(true);

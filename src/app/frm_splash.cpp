@@ -1,13 +1,5 @@
 #include "frm_splash.h"
 
-#include <QLabel>
-#include <QMdiArea>
-#include <QPainter>
-#include <QTimer>
-#include <QVBoxLayout>
-
-#include <exception>
-
 #include "app/frm_main.h"
 #include "app/startup.h"
 #include "plant/comm_errors.h"
@@ -16,6 +8,13 @@
 #include "platform/placement.h"
 #include "platform/settings_keys.h"
 #include "records/alarm_log.h"
+
+#include <QLabel>
+#include <QMdiArea>
+#include <QPainter>
+#include <QTimer>
+#include <QVBoxLayout>
+#include <exception>
 
 namespace {
 QPixmap splashPicture() {
@@ -34,12 +33,14 @@ QPixmap splashPicture() {
     f.setPointSize(10);
     f.setBold(false);
     p.setFont(f);
-    p.drawText(pix.rect().adjusted(0, 60, 0, 0), Qt::AlignCenter, QStringLiteral("Brenlock Controls"));
+    p.drawText(pix.rect().adjusted(0, 60, 0, 0), Qt::AlignCenter,
+               QStringLiteral("Brenlock Controls"));
     return pix;
 }
 } // namespace
 
-FrmSplash::FrmSplash(QWidget* parent) : QWidget(parent, Qt::SplashScreen | Qt::FramelessWindowHint) {
+FrmSplash::FrmSplash(QWidget* parent)
+    : QWidget(parent, Qt::SplashScreen | Qt::FramelessWindowHint) {
     setObjectName(QStringLiteral("frmSplash"));
     auto* layout = new QVBoxLayout(this);
     auto* picture = new QLabel(this);

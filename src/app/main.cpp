@@ -1,8 +1,8 @@
-#include <QApplication>
-
 #include "app/app_icon.h"
 #include "app/frm_main.h"
 #include "app/frm_splash.h"
+
+#include <QApplication>
 
 int main(int argc, char* argv[]) {
     QApplication app(argc, argv);
@@ -20,7 +20,8 @@ int main(int argc, char* argv[]) {
     case FrmSplash::LoadResult::Ok:
         break;
     }
-    QObject::connect(splash->mainWindow(), &FrmMain::exitRequested, &app, [] { QApplication::exit(0); });
+    QObject::connect(splash->mainWindow(), &FrmMain::exitRequested, &app,
+                     [] { QApplication::exit(0); });
     splash->show();
     const int status = QApplication::exec();
     delete frmMain();

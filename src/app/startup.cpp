@@ -1,9 +1,5 @@
 #include "startup.h"
 
-#include <QDir>
-#include <QFile>
-#include <QTimer>
-
 #include "app/frm_main.h"
 #include "plant/plant_store.h"
 #include "plant/tag_file.h"
@@ -15,9 +11,14 @@
 #include "records/data_logger.h"
 #include "security/rights.h"
 
+#include <QDir>
+#include <QFile>
+#include <QTimer>
+
 namespace {
 // A stored text that does not convert leaves the variable as it was.
-template <typename T> void readNumber(const QString& section, const QString& key, const QString& def, T& target) {
+template <typename T>
+void readNumber(const QString& section, const QString& key, const QString& def, T& target) {
     bool ok = false;
     const double v = getSetting(section, key, def).trimmed().toDouble(&ok);
     if (ok)

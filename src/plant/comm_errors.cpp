@@ -46,7 +46,8 @@ QString commErrorWriteText(int code) {
 
 QString commErrorLine(int code, int position) {
     // The number has a blank in place of its sign, so a blank stands after the "#".
-    QString line = QStringLiteral("Control Address#") + (position + 1 >= 0 ? QStringLiteral(" ") : QString()) +
+    QString line = QStringLiteral("Control Address#") +
+                   (position + 1 >= 0 ? QStringLiteral(" ") : QString()) +
                    QString::number(position + 1) + commErrorLoggerText(code);
     if (code == ModbusCode::IllegalValue)
         line += QLatin1Char(' ');
@@ -72,7 +73,8 @@ void reportWriteError(int code) {
 }
 
 void reportError(const QString& procedureName, int number, const QString& description) {
-    msgBox(QStringLiteral("Error %1 = %2 in function %3 occurred.\nPlease contact Brenlock with this error.")
+    msgBox(QStringLiteral(
+               "Error %1 = %2 in function %3 occurred.\nPlease contact Brenlock with this error.")
                .arg(number)
                .arg(description, procedureName));
 }

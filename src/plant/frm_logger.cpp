@@ -1,20 +1,20 @@
 #include "frm_logger.h"
 
-#include <QCloseEvent>
-#include <QPlainTextEdit>
-#include <QPointer>
-#include <QScrollBar>
-#include <QTextCursor>
-#include <QStyle>
-#include <QToolBar>
-#include <QVBoxLayout>
-
 #include "app/frm_main.h"
 #include "comm_errors.h"
 #include "plant_store.h"
 #include "platform/dialogs.h"
 #include "platform/file_io.h"
 #include "security/rights.h"
+
+#include <QCloseEvent>
+#include <QPlainTextEdit>
+#include <QPointer>
+#include <QScrollBar>
+#include <QStyle>
+#include <QTextCursor>
+#include <QToolBar>
+#include <QVBoxLayout>
 
 namespace {
 QPointer<FrmLogger> gLoggerInstance;

@@ -4,12 +4,11 @@
 // workstation meets. Row i of each controller column is the controller at Modbus node i + 1.
 // Only the poll cycle and the simulation write the readings; everything else reads them directly.
 
+#include "plant_value.h"
+
 #include <QString>
 #include <QVector>
-
 #include <array>
-
-#include "plant_value.h"
 
 inline constexpr int kControllerCount = 64;
 inline constexpr int kTagRows = 3 * kControllerCount;

@@ -1,11 +1,11 @@
 #include "poll_cycle.h"
 
-#include <QCoreApplication>
-
 #include "comm_errors.h"
 #include "plant_store.h"
 #include "platform/modctl.h"
 #include "register_codec.h"
+
+#include <QCoreApplication>
 
 namespace {
 constexpr int kK40FirstRegister = 129;

@@ -1,10 +1,9 @@
 #include "register_codec.h"
 
-#include <QLocale>
-
-#include <cmath>
-
 #include "plant_store.h"
+
+#include <QLocale>
+#include <cmath>
 
 int highByte(qint32 value) {
     if (value < 0)
@@ -130,4 +129,3 @@ void decodeProfilerBlock(int row, const qint16 data[9]) {
     gAlarmState[row] = data[6];
     gProfState[row] = data[8];
 }
-

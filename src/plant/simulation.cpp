@@ -1,8 +1,8 @@
-#include <QRandomGenerator>
-
 #include "comm_errors.h"
 #include "plant_store.h"
 #include "poll_cycle.h"
+
+#include <QRandomGenerator>
 
 void getgControllerValuesFakeProcedure(PollCycle& poll) {
     if (gActiveList.value(0) <= 0)
@@ -14,7 +14,9 @@ void getgControllerValuesFakeProcedure(PollCycle& poll) {
         return;
     }
     QRandomGenerator* random = QRandomGenerator::global();
-    auto wholeUpTo = [random](int top) { return static_cast<int>(top * random->generateDouble()) + 1; };
+    auto wholeUpTo = [random](int top) {
+        return static_cast<int>(top * random->generateDouble()) + 1;
+    };
     gPV[row] = static_cast<double>(wholeUpTo(200));
     gSP[row] = static_cast<double>(wholeUpTo(150));
     gPctOut[row] = static_cast<float>(wholeUpTo(100));

@@ -1,9 +1,9 @@
 #include "tag_file.h"
 
-#include <QFile>
-
 #include "plant_store.h"
 #include "platform/file_io.h"
+
+#include <QFile>
 
 namespace {
 constexpr int kTagColumn = 2;

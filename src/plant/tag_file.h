@@ -2,8 +2,9 @@
 
 #include <QString>
 
-// tags.tgn: single-byte text (Latin-1, so that every byte reads back as it was), 192 rows of six lines, three rows per controller, CRLF line ends, numbers in their
-// print form (" 5 "). No header, no version mark.
+// tags.tgn: single-byte text (Latin-1, so that every byte reads back as it was), 192 rows of six
+// lines, three rows per controller, CRLF line ends, numbers in their print form (" 5 "). No header,
+// no version mark.
 
 // The print form of a number: a blank in place of the sign when positive, and a blank after.
 QString numberPrintForm(long long value);

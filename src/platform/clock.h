@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QDateTime>
-
 #include <memory>
 
 // The time every date the system writes or names a file after comes from.

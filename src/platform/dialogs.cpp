@@ -107,8 +107,8 @@ MsgAnswer QtDialogs::messageBox(MsgIcon icon, MsgButtons buttons, const QString&
 std::optional<QString> QtDialogs::inputBox(const QString& title, const QString& prompt,
                                            const QString& defaultText) {
     bool ok = false;
-    const QString text = QInputDialog::getText(dialogParent(), title, prompt, QLineEdit::Normal,
-                                               defaultText, &ok);
+    const QString text =
+        QInputDialog::getText(dialogParent(), title, prompt, QLineEdit::Normal, defaultText, &ok);
     if (!ok)
         return std::nullopt;
     return text;
@@ -119,7 +119,7 @@ FileDialogResult runFileDialog(const FileDialogRequest& r, QFileDialog::AcceptMo
     QFileDialog dlg(dialogParent(), r.title, r.initialDirectory, toQtFilter(r.filter));
     dlg.setAcceptMode(mode);
     dlg.setFileMode(mode == QFileDialog::AcceptOpen && r.fileMustExist ? QFileDialog::ExistingFile
-                                                                        : QFileDialog::AnyFile);
+                                                                       : QFileDialog::AnyFile);
     if (!r.overwritePrompt)
         dlg.setOption(QFileDialog::DontConfirmOverwrite);
     QString suffix = r.defaultExtension;

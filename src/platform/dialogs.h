@@ -3,7 +3,6 @@
 #include <QColor>
 #include <QString>
 #include <QStringList>
-
 #include <memory>
 #include <optional>
 
@@ -16,7 +15,7 @@ enum class MsgAnswer { Ok, Cancel, Yes, No, Retry };
 // Options of the one common file dialog, as the commands set them.
 struct FileDialogRequest {
     QString title;
-    QString filter;           // "Description (*.ext)|*.ext" pairs as the system writes them
+    QString filter; // "Description (*.ext)|*.ext" pairs as the system writes them
     QString initialDirectory;
     QString fileName;         // proposed name
     QString defaultExtension; // ".rtf"

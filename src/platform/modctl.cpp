@@ -1,8 +1,8 @@
 #include "modctl.h"
 
-#include <QTimer>
-
 #include "qt_modbus_backend.h"
+
+#include <QTimer>
 
 namespace {
 std::unique_ptr<ModbusBackend>& backendSlot() {

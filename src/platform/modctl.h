@@ -3,24 +3,22 @@
 #include <QObject>
 #include <QPointer>
 #include <QVector>
-
 #include <array>
-
 #include <functional>
 #include <memory>
 
 // Result codes of a link transaction, as the logger and the write messages know them.
 namespace ModbusCode {
 inline constexpr int Ok = 0;
-inline constexpr int Timeout = -4;           // the controller's own time-out; not produced by us
-inline constexpr int NoResponse = -3;        // no answer within the link's time-out
-inline constexpr int BadFrame = -2;          // a reply that does not fit the request
-inline constexpr int NoConnection = -1;      // the link itself is down
-inline constexpr int IllegalFunction = 1;    // Modbus exception 1
-inline constexpr int IllegalAddress = 2;     // Modbus exception 2
-inline constexpr int IllegalValue = 3;       // Modbus exception 3
-inline constexpr int SlaveBusy = 16;         // exception 6, or this control still busy
-inline constexpr int InvalidNode = 18;       // gateway exceptions 10 and 11, or a node out of range
+inline constexpr int Timeout = -4;        // the controller's own time-out; not produced by us
+inline constexpr int NoResponse = -3;     // no answer within the link's time-out
+inline constexpr int BadFrame = -2;       // a reply that does not fit the request
+inline constexpr int NoConnection = -1;   // the link itself is down
+inline constexpr int IllegalFunction = 1; // Modbus exception 1
+inline constexpr int IllegalAddress = 2;  // Modbus exception 2
+inline constexpr int IllegalValue = 3;    // Modbus exception 3
+inline constexpr int SlaveBusy = 16;      // exception 6, or this control still busy
+inline constexpr int InvalidNode = 18;    // gateway exceptions 10 and 11, or a node out of range
 } // namespace ModbusCode
 
 struct ModbusRequest {
@@ -28,7 +26,7 @@ struct ModbusRequest {
     int dataArea = 3;      // 3 holding registers, 2 input registers
     int firstRegister = 0; // Modbus address of the first register
     int count = 1;
-    int direction = 0;     // 0 read, 1 write
+    int direction = 0;       // 0 read, 1 write
     QVector<quint16> values; // words to write
 };
 

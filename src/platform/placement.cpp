@@ -1,16 +1,17 @@
 #include "placement.h"
 
+#include "settings_keys.h"
+#include "settings_store.h"
+
 #include <QGuiApplication>
 #include <QScreen>
 #include <QWidget>
 
-#include "settings_keys.h"
-#include "settings_store.h"
-
 namespace {
 int readTwips(const QString& section, const QString& key, int defaultValue) {
     bool ok = false;
-    const double v = getSetting(section, key, QString::number(defaultValue)).trimmed().toDouble(&ok);
+    const double v =
+        getSetting(section, key, QString::number(defaultValue)).trimmed().toDouble(&ok);
     return ok ? static_cast<int>(v) : defaultValue;
 }
 } // namespace
@@ -46,8 +47,9 @@ void savePlacement(const QWidget* window, const QString& section) {
         return;
     const double tpp = twipsPerPixel(window);
     // A maximized window keeps the placement it will return to.
-    const QRect r = window->isMaximized() && window->isWindow() ? window->normalGeometry()
-                                                               : QRect(window->pos(), window->size());
+    const QRect r = window->isMaximized() && window->isWindow()
+                        ? window->normalGeometry()
+                        : QRect(window->pos(), window->size());
     saveSetting(section, Keys::MainLeft, QString::number(qRound(r.x() * tpp)));
     saveSetting(section, Keys::MainTop, QString::number(qRound(r.y() * tpp)));
     saveSetting(section, Keys::MainWidth, QString::number(qRound(r.width() * tpp)));

@@ -1,13 +1,13 @@
 #include "qt_modbus_backend.h"
 
+#include "settings_keys.h"
+#include "settings_store.h"
+
 #include <QModbusRtuSerialClient>
 #include <QModbusTcpClient>
 #include <QSerialPort>
 #include <QTimer>
 #include <QVariant>
-
-#include "settings_keys.h"
-#include "settings_store.h"
 
 namespace {
 // Beyond the client's own time-out, how long a transaction may wait before we give up on the
@@ -21,21 +21,24 @@ constexpr int kTimeoutsBeforeRebuild = 3;
 
 int settingInt(const QString& key, int defaultValue) {
     bool ok = false;
-    const int v = getSetting(Sections::Link, key, QString::number(defaultValue)).trimmed().toInt(&ok);
+    const int v =
+        getSetting(Sections::Link, key, QString::number(defaultValue)).trimmed().toInt(&ok);
     return ok ? v : defaultValue;
 }
 } // namespace
 
 LinkSettings QtModbusBackend::settingsFromStore() {
     LinkSettings s;
-    const QString mode = getSetting(Sections::Link, Keys::LinkMode, QStringLiteral("TCP")).trimmed();
+    const QString mode =
+        getSetting(Sections::Link, Keys::LinkMode, QStringLiteral("TCP")).trimmed();
     s.mode = mode.compare(QLatin1String("RTU"), Qt::CaseInsensitive) == 0 ? LinkSettings::Mode::Rtu
-                                                                         : LinkSettings::Mode::Tcp;
+                                                                          : LinkSettings::Mode::Tcp;
     s.address = getSetting(Sections::Link, Keys::LinkAddress, s.address).trimmed();
     s.port = settingInt(Keys::LinkPort, s.port);
     s.serialPort = getSetting(Sections::Link, Keys::LinkSerialPort, s.serialPort).trimmed();
     s.baudRate = settingInt(Keys::LinkBaudRate, s.baudRate);
-    const QString parity = getSetting(Sections::Link, Keys::LinkParity, QStringLiteral("N")).trimmed();
+    const QString parity =
+        getSetting(Sections::Link, Keys::LinkParity, QStringLiteral("N")).trimmed();
     s.parity = parity.isEmpty() ? QLatin1Char('N') : parity.at(0).toUpper();
     s.dataBits = settingInt(Keys::LinkDataBits, s.dataBits);
     s.stopBits = settingInt(Keys::LinkStopBits, s.stopBits);

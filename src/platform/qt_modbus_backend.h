@@ -1,11 +1,10 @@
 #pragma once
 
+#include "modctl.h"
+
 #include <QModbusDevice>
 #include <QString>
-
 #include <map>
-
-#include "modctl.h"
 
 class QModbusClient;
 class QModbusReply;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QString>
-
 #include <memory>
 
 // The per-user settings store: text values under a section and a key, read with a default.

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QString>
-
 #include <memory>
 
 // Tells whether the workstation already runs for this user. The real guard holds a lock file for

@@ -1,14 +1,14 @@
 #include "alarm_log.h"
 
+#include "platform/placement.h"
+#include "platform/settings_keys.h"
+
 #include <QCloseEvent>
 #include <QHeaderView>
 #include <QPointer>
 #include <QStatusBar>
 #include <QTableWidget>
 #include <QVBoxLayout>
-
-#include "platform/placement.h"
-#include "platform/settings_keys.h"
 
 namespace {
 QPointer<AlarmLog> gAlarmLogInstance;
@@ -17,7 +17,8 @@ struct ColumnDef {
     const char* title;
     int widthChars;
 };
-constexpr ColumnDef kColumns[] = {{"Tagname", 15}, {"Time Of Alarm", 16}, {"PV At Alarm", 9}, {"Ack", 5}};
+constexpr ColumnDef kColumns[] = {
+    {"Tagname", 15}, {"Time Of Alarm", 16}, {"PV At Alarm", 9}, {"Ack", 5}};
 } // namespace
 
 AlarmLog* alarmLog() {
@@ -37,7 +38,8 @@ AlarmLog::AlarmLog(QWidget* parent) : QMdiSubWindow(parent) {
     m_grid->setSelectionBehavior(QAbstractItemView::SelectRows);
     const int charWidth = m_grid->fontMetrics().horizontalAdvance(QLatin1Char('0'));
     for (int c = 0; c < 4; ++c) {
-        m_grid->setHorizontalHeaderItem(c, new QTableWidgetItem(QString::fromLatin1(kColumns[c].title)));
+        m_grid->setHorizontalHeaderItem(
+            c, new QTableWidgetItem(QString::fromLatin1(kColumns[c].title)));
         m_grid->setColumnWidth(c, kColumns[c].widthChars * charWidth + 8);
     }
     m_grid->horizontalHeader()->setStretchLastSection(true);

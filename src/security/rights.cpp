@@ -69,8 +69,8 @@ bool loadRights() {
         gSuRights[i] = readRight(Sections::LevelsSu, QStringLiteral("su"), i);
         gAdRights[i] = readRight(Sections::LevelsAd, QStringLiteral("ad"), i);
     }
-    g21CFR = settingToBool(getSetting(Sections::LevelsSecurity, Keys::Security21CFR,
-                                      QStringLiteral("0")));
+    g21CFR = settingToBool(
+        getSetting(Sections::LevelsSecurity, Keys::Security21CFR, QStringLiteral("0")));
     gUserLevel = 0;
     gUserId = kSystemUserId;
     return true;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QtGlobal>
-
 #include <array>
 
 // The rights of the three levels, one entry per right; a right is held only when its entry is

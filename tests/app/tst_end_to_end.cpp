@@ -1,6 +1,3 @@
-#include <QMdiArea>
-#include <QTest>
-
 #include "app/frm_main.h"
 #include "app/frm_splash.h"
 #include "plant/comm_errors.h"
@@ -10,6 +7,9 @@
 #include "sim_plant.h"
 #include "sim_server.h"
 #include "support/test_env.h"
+
+#include <QMdiArea>
+#include <QTest>
 
 // The workstation started in a temporary application directory against the plant simulator on
 // loopback, through the real link.
@@ -39,7 +39,12 @@ void TstEndToEnd::pollsTheSimulatedPlantAndSurvivesFailures() {
     // Four ticks outlast the time-out, so a dead K40 is answered before it is asked again.
     env.settings->setValue("Cstatus", "CupdateTime", "100");
     installModbusBackend(std::make_unique<QtModbusBackend>(QtModbusBackend::settingsFromStore()));
-    env.writeTags({{1, 0, true, "TIC-1"}, {2, 0, true}, {3, 0, false}, {4, 0, true}, {5, 1, true}, {6, 2, true}});
+    env.writeTags({{1, 0, true, "TIC-1"},
+                   {2, 0, true},
+                   {3, 0, false},
+                   {4, 0, true},
+                   {5, 1, true},
+                   {6, 2, true}});
 
     auto& splash = *new FrmSplash;
     QCOMPARE(splash.load(), FrmSplash::LoadResult::Ok);
@@ -55,7 +60,7 @@ void TstEndToEnd::pollsTheSimulatedPlantAndSurvivesFailures() {
     QCOMPARE(gSP[0].toText(), QStringLiteral("150.0"));
     QCOMPARE(gPV[1].toText(), QStringLiteral("4.75"));
     QCOMPARE(gScale[1], 0.01F);
-    QCOMPARE(gPV[3].toText(), QStringLiteral("70"));   // fixed tenths shown with code 0
+    QCOMPARE(gPV[3].toText(), QStringLiteral("70")); // fixed tenths shown with code 0
     QVERIFY(gFixedTenth[3]);
     QCOMPARE(gPV[4].asNumber().value_or(0), 20.0);
     QCOMPARE(gPV[5].asNumber().value_or(0), -12.5);
@@ -63,9 +68,9 @@ void TstEndToEnd::pollsTheSimulatedPlantAndSurvivesFailures() {
 
     // A node that stops answering: the logger and the status bar say so, by list position.
     server.setDead(2, true);
-    QTRY_VERIFY_WITH_TIMEOUT(frmLogger()->text().contains(
-                                 "Control Address# 2, Device did not respond in 1 sec."),
-                             15000);
+    QTRY_VERIFY_WITH_TIMEOUT(
+        frmLogger()->text().contains("Control Address# 2, Device did not respond in 1 sec."),
+        15000);
     QCOMPARE(main->statusText(), kStatusCommError);
     QCOMPARE(gPV[1].toText(), QStringLiteral("4.75")); // last good values stay
     server.setDead(2, false);

@@ -1,13 +1,3 @@
-#include <QMdiArea>
-#include <QMdiSubWindow>
-#include <QMenu>
-#include <QMenuBar>
-#include <QProgressBar>
-#include <QLabel>
-#include <QSignalSpy>
-#include <QTest>
-#include <QTimer>
-
 #include "app/frm_main.h"
 #include "plant/comm_errors.h"
 #include "plant/frm_logger.h"
@@ -17,6 +7,16 @@
 #include "security/rights.h"
 #include "security/session.h"
 #include "support/test_env.h"
+
+#include <QLabel>
+#include <QMdiArea>
+#include <QMdiSubWindow>
+#include <QMenu>
+#include <QMenuBar>
+#include <QProgressBar>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTimer>
 
 class TstFrmMain : public QObject {
     Q_OBJECT
@@ -43,27 +43,53 @@ void TstFrmMain::menuBarIsComplete_data() {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("caption");
     const QList<std::pair<const char*, const char*>> items = {
-        {"mnuFile", "&File"}, {"mnuOpenP", "&Open Project"}, {"mnuCloseP", "&Close Project"},
-        {"mnuSaveP", "S&ave Project"}, {"mnuSavePas", "S&ave Project As.."}, {"mnuFileExit", "E&xit"},
-        {"mnuView", "&View"}, {"mnuDigValues", "&Digital Values"}, {"mnuAlarmLog", "&Alarm Log"},
-        {"mnuTrends", "&Control Trends"}, {"mnuTrend1", "Trend 1"}, {"mnuTrend8", "Trend 8"},
-        {"mnuBars", "&Bar Graphs"}, {"mnuBarGraph1", "Bar Graphs (1 To 16)"},
-        {"mnuBarGraph4", "Bar Graphs (49 To 64)"}, {"mnuProfiler", "&Profiler"},
-        {"mnuSingleSpRecipe", "&Single Setpoint Recipes"}, {"mnuHistory", "&Data File Viewer"},
-        {"mnuAudit", "&Audit Trail Viewer"}, {"mnuControlBanks", "&Control Banks"},
-        {"Cgroup1", "Controllers 1 to 32"}, {"Cgroup2", "Controllers 32 to 64"},
-        {"mnuAddBank1", "View Controls 1 - 4"}, {"mnuAddBank8", "View Controls 29 - 32"},
-        {"mnuAddBank9", "View Controls 33 - 36"}, {"mnuAddBank16", "View Controls 61 - 64"},
-        {"mnuSetup", "&Setup"}, {"mnuClabels", "&Controller Labels/Activation"},
-        {"mnuDataSave", "&Data Logging"}, {"loopTuning", "&Loop Tuning"},
-        {"mnuAlarms", "&Alarms Setpoints"}, {"mnuUsers", "&Users"}, {"mnuLogon", "&Log on.."},
-        {"mnuLogOff", "Log off.."}, {"mnuPasswords", "&Configure user access"},
-        {"opMessage", "&Operator message for file"}, {"menMode", "&Mode"},
-        {"mnuSimMode", "&Simulation Mode"}, {"mnuRtMode", "&Real Time Mode"},
-        {"mnuWindow", "&Window"}, {"mnuWindowCascade", "&Cascade"},
-        {"mnuWindowTileHorizontal", "Tile &Horizontal"}, {"mnuWindowTileVertical", "Tile &Vertical"},
-        {"mnuHelp", "&Help"}, {"mnuHelpContents", "&Contents"},
-        {"mnuHelpSearchForHelpOn", "&Search For Help On..."}, {"mnuHelpAbout", "&About "},
+        {"mnuFile", "&File"},
+        {"mnuOpenP", "&Open Project"},
+        {"mnuCloseP", "&Close Project"},
+        {"mnuSaveP", "S&ave Project"},
+        {"mnuSavePas", "S&ave Project As.."},
+        {"mnuFileExit", "E&xit"},
+        {"mnuView", "&View"},
+        {"mnuDigValues", "&Digital Values"},
+        {"mnuAlarmLog", "&Alarm Log"},
+        {"mnuTrends", "&Control Trends"},
+        {"mnuTrend1", "Trend 1"},
+        {"mnuTrend8", "Trend 8"},
+        {"mnuBars", "&Bar Graphs"},
+        {"mnuBarGraph1", "Bar Graphs (1 To 16)"},
+        {"mnuBarGraph4", "Bar Graphs (49 To 64)"},
+        {"mnuProfiler", "&Profiler"},
+        {"mnuSingleSpRecipe", "&Single Setpoint Recipes"},
+        {"mnuHistory", "&Data File Viewer"},
+        {"mnuAudit", "&Audit Trail Viewer"},
+        {"mnuControlBanks", "&Control Banks"},
+        {"Cgroup1", "Controllers 1 to 32"},
+        {"Cgroup2", "Controllers 32 to 64"},
+        {"mnuAddBank1", "View Controls 1 - 4"},
+        {"mnuAddBank8", "View Controls 29 - 32"},
+        {"mnuAddBank9", "View Controls 33 - 36"},
+        {"mnuAddBank16", "View Controls 61 - 64"},
+        {"mnuSetup", "&Setup"},
+        {"mnuClabels", "&Controller Labels/Activation"},
+        {"mnuDataSave", "&Data Logging"},
+        {"loopTuning", "&Loop Tuning"},
+        {"mnuAlarms", "&Alarms Setpoints"},
+        {"mnuUsers", "&Users"},
+        {"mnuLogon", "&Log on.."},
+        {"mnuLogOff", "Log off.."},
+        {"mnuPasswords", "&Configure user access"},
+        {"opMessage", "&Operator message for file"},
+        {"menMode", "&Mode"},
+        {"mnuSimMode", "&Simulation Mode"},
+        {"mnuRtMode", "&Real Time Mode"},
+        {"mnuWindow", "&Window"},
+        {"mnuWindowCascade", "&Cascade"},
+        {"mnuWindowTileHorizontal", "Tile &Horizontal"},
+        {"mnuWindowTileVertical", "Tile &Vertical"},
+        {"mnuHelp", "&Help"},
+        {"mnuHelpContents", "&Contents"},
+        {"mnuHelpSearchForHelpOn", "&Search For Help On..."},
+        {"mnuHelpAbout", "&About "},
     };
     for (const auto& [name, caption] : items)
         QTest::newRow(name) << QString::fromLatin1(name) << QString::fromLatin1(caption);
@@ -162,7 +188,8 @@ void TstFrmMain::exitAsksAndSavesPlacement() {
     QCOMPARE(exits.size(), 1);
     const double tpp = twipsPerPixel(main);
     QCOMPARE(env.settings->value("Settings", "MainWidth", ""), QString::number(qRound(800 * tpp)));
-    QCOMPARE(env.settings->value("settings", "mainleft", ""), QString::number(qRound(main->pos().x() * tpp)));
+    QCOMPARE(env.settings->value("settings", "mainleft", ""),
+             QString::number(qRound(main->pos().x() * tpp)));
     QVERIFY(main->mdiArea()->subWindowList().isEmpty()); // the logger was unloaded too
 }
 
@@ -216,7 +243,8 @@ void TstFrmMain::startScanOpensDialogAndStartsPollingAfterHalfASecond() {
     QVERIFY(scanning->isVisible());
     QCOMPARE(scanning->windowTitle(), QStringLiteral("Scanning Active Controls"));
     QCOMPARE(scanning->findChild<QLabel*>("Label1")->text(),
-             QStringLiteral("Sorvantel is scanning active controllers for default settings.  Please wait!"));
+             QStringLiteral(
+                 "Sorvantel is scanning active controllers for default settings.  Please wait!"));
     auto* bar = scanning->findChild<QProgressBar*>("pBar");
     QCOMPARE(bar->maximum(), 2);
     QCOMPARE(bar->value(), 0);
@@ -249,8 +277,9 @@ void TstFrmMain::modeChangeRefusedWhileLogging() {
     main->menuItem("mnuSimMode")->trigger();
     QCOMPARE(env.dialogs->boxes.size(), 1);
     QCOMPARE(env.dialogs->boxes[0].icon, MsgIcon::Information);
-    QCOMPARE(env.dialogs->boxes[0].text,
-             QStringLiteral("Simulation or Realtime modes can not\nbe modified while logging data!"));
+    QCOMPARE(
+        env.dialogs->boxes[0].text,
+        QStringLiteral("Simulation or Realtime modes can not\nbe modified while logging data!"));
     QVERIFY(!gSimMode);
     QVERIFY(!main->menuItem("mnuSimMode")->isChecked());
     QVERIFY(main->menuItem("mnuRtMode")->isChecked());
@@ -318,8 +347,9 @@ void TstFrmMain::missingHelpFileIsReported() {
     gHelpFile = env.path("Sorvantel help.hlp");
     main->menuItem("mnuHelpContents")->trigger();
     QCOMPARE(env.dialogs->openedDocuments, QStringList{gHelpFile});
-    QCOMPARE(env.dialogs->texts(),
-             QStringList{"Unable to display Help Contents. Help is not completed for this project."});
+    QCOMPARE(
+        env.dialogs->texts(),
+        QStringList{"Unable to display Help Contents. Help is not completed for this project."});
 }
 
 QTEST_MAIN(TstFrmMain)

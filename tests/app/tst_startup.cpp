@@ -1,10 +1,3 @@
-#include <QFile>
-#include <QMdiArea>
-#include <QMdiSubWindow>
-#include <QTableWidget>
-#include <QTest>
-#include <QTimer>
-
 #include "app/frm_main.h"
 #include "app/frm_splash.h"
 #include "app/startup.h"
@@ -16,11 +9,18 @@
 #include "security/session.h"
 #include "support/test_env.h"
 
+#include <QFile>
+#include <QMdiArea>
+#include <QMdiSubWindow>
+#include <QTableWidget>
+#include <QTest>
+#include <QTimer>
+
 namespace {
-const QString kFailureText = QStringLiteral(
-    "Sorvantel has encountered and error while initializing data.\n"
-    "This is probably due to a file that is missing.\n"
-    "Please re-install Sorvantel from the CD or orig source.");
+const QString kFailureText =
+    QStringLiteral("Sorvantel has encountered and error while initializing data.\n"
+                   "This is probably due to a file that is missing.\n"
+                   "Please re-install Sorvantel from the CD or orig source.");
 
 // Runs the splash's timer ticks by hand up to the tenth.
 void finishSplash(FrmSplash& splash) {
@@ -62,7 +62,8 @@ void TstStartup::secondInstanceStopsBeforeAnythingIsRead() {
     auto& splash = *new FrmSplash; // unloads itself at the tenth tick
     QCOMPARE(splash.load(), FrmSplash::LoadResult::AlreadyRunning);
     QCOMPARE(env.dialogs->texts(),
-             QStringList{"Sorvantel is already running! Please check the\ntaskbar or background window for active version."});
+             QStringList{"Sorvantel is already running! Please check the\ntaskbar or background "
+                         "window for active version."});
     QVERIFY(gPvTag[0].isEmpty()); // the tag file was never read
 }
 
@@ -100,8 +101,8 @@ void TstStartup::unreadableSettingsAreSkipped() {
     env.settings->setValue("CStatus", "gComBeep", "maybe");
     auto* main = new FrmMain;
     loadSettings(*main);
-    QCOMPARE(gSaveInterval, 0);                 // left at its start value
-    QCOMPARE(main->timer2()->interval(), 300);  // the timer's own interval stays
+    QCOMPARE(gSaveInterval, 0);                // left at its start value
+    QCOMPARE(main->timer2()->interval(), 300); // the timer's own interval stays
     QVERIFY(!gComBeep);
     env.settings->setValue("Cstatus", "CupdateTime", "0");
     loadSettings(*main);

@@ -1,7 +1,3 @@
-#include <QFile>
-#include <QMdiArea>
-#include <QTest>
-
 #include "app/frm_main.h"
 #include "plant/comm_errors.h"
 #include "plant/frm_logger.h"
@@ -9,6 +5,10 @@
 #include "security/rights.h"
 #include "security/session.h"
 #include "support/test_env.h"
+
+#include <QFile>
+#include <QMdiArea>
+#include <QTest>
 
 class TstFrmLogger : public QObject {
     Q_OBJECT
@@ -29,21 +29,28 @@ void TstFrmLogger::errorTextsOfBothForms_data() {
     QTest::addColumn<int>("code");
     QTest::addColumn<QString>("line");
     QTest::addColumn<QString>("write");
-    QTest::newRow("-4") << -4 << "Control Address# 3, Timeout value." << "Controller timeout problem.";
+    QTest::newRow("-4") << -4 << "Control Address# 3, Timeout value."
+                        << "Controller timeout problem.";
     QTest::newRow("-3") << -3 << "Control Address# 3, Device did not respond in 1 sec."
                         << "Device did not respond in 1 sec.";
     QTest::newRow("-2") << -2 << "Control Address# 3, PLC Protocol Packet Problem."
                         << "PLC protocol packet problem.";
-    QTest::newRow("-1") << -1 << "Control Address# 3, Adapter Invalid." << "Adapter is invalid.";
-    QTest::newRow("1") << 1 << "Control Address# 3, Illegal Function." << "Illegal write function.";
-    QTest::newRow("2") << 2 << "Control Address# 3, Illegal Data Address." << "Illegal Data Address.";
+    QTest::newRow("-1") << -1 << "Control Address# 3, Adapter Invalid."
+                        << "Adapter is invalid.";
+    QTest::newRow("1") << 1 << "Control Address# 3, Illegal Function."
+                       << "Illegal write function.";
+    QTest::newRow("2") << 2 << "Control Address# 3, Illegal Data Address."
+                       << "Illegal Data Address.";
     QTest::newRow("3 keeps its trailing blank") << 3 << "Control Address# 3, Illegal Data Value. "
                                                 << "Illegal Data Value written to control.";
     QTest::newRow("16 keeps its Add") << 16 << "Control Address# 3, Slave Busy. Add "
                                       << "Slave device is busy.";
-    QTest::newRow("18") << 18 << "Control Address# 3, Invalid Node Address." << "Invalid node address.";
-    QTest::newRow("0 has no text") << 0 << "Control Address# 3" << "";
-    QTest::newRow("4 has no text") << 4 << "Control Address# 3" << "";
+    QTest::newRow("18") << 18 << "Control Address# 3, Invalid Node Address."
+                        << "Invalid node address.";
+    QTest::newRow("0 has no text") << 0 << "Control Address# 3"
+                                   << "";
+    QTest::newRow("4 has no text") << 4 << "Control Address# 3"
+                                   << "";
 }
 
 void TstFrmLogger::errorTextsOfBothForms() {
@@ -63,7 +70,8 @@ void TstFrmLogger::reportWritesLineStatusAndBeep() {
     reportCommError(-3);
     QCOMPARE(env.beeper->count, 1);
     QCOMPARE(main->statusText(), kStatusCommError);
-    QCOMPARE(logger.text(), QStringLiteral("\nControl Address# 5, Device did not respond in 1 sec."));
+    QCOMPARE(logger.text(),
+             QStringLiteral("\nControl Address# 5, Device did not respond in 1 sec."));
     gComBeep = false;
     reportCommError(2);
     QCOMPARE(env.beeper->count, 1);
@@ -120,7 +128,8 @@ void TstFrmLogger::saveAsRichText() {
     QVERIFY(f.open(QIODevice::ReadOnly));
     const QByteArray rtf = f.readAll();
     QVERIFY(rtf.startsWith("{\\rtf1"));
-    QVERIFY(rtf.contains("\\par\r\nControl Address# 1, Adapter Invalid.\\par\r\nControl Address# 2, Slave Busy. Add "));
+    QVERIFY(rtf.contains("\\par\r\nControl Address# 1, Adapter Invalid.\\par\r\nControl Address# "
+                         "2, Slave Busy. Add "));
     QVERIFY(rtf.trimmed().endsWith('}'));
     QVERIFY(env.dialogs->boxes.isEmpty());
 }
@@ -152,7 +161,8 @@ void TstFrmLogger::clearAsksAndNeedsRight7() {
     env.dialogs->answerNext(MsgAnswer::No);
     logger.clearLogger();
     QCOMPARE(env.dialogs->boxes[0].title, QStringLiteral("Clear Logger?"));
-    QCOMPARE(env.dialogs->boxes[0].text, QStringLiteral("Are you sure you want to clear the logger?"));
+    QCOMPARE(env.dialogs->boxes[0].text,
+             QStringLiteral("Are you sure you want to clear the logger?"));
     QCOMPARE(env.dialogs->boxes[0].buttons, MsgButtons::YesNo);
     QVERIFY(!logger.text().isEmpty());
     logger.clearLogger();
@@ -174,13 +184,15 @@ void TstFrmLogger::writeAndGeneralErrorBoxes() {
     TestEnv env;
     reportWriteError(3);
     QCOMPARE(env.dialogs->boxes[0].text,
-             QStringLiteral("Error during write to controller!\nIllegal Data Value written to control."));
+             QStringLiteral(
+                 "Error during write to controller!\nIllegal Data Value written to control."));
     QCOMPARE(env.dialogs->boxes[0].icon, MsgIcon::Critical);
     QCOMPARE(env.dialogs->boxes[0].title, QStringLiteral("Sorvantel"));
     reportError("getgControllerValuesFakeProcedure", 9, "Subscript out of range");
     QCOMPARE(env.dialogs->boxes[1].text,
-             QStringLiteral("Error 9 = Subscript out of range in function getgControllerValuesFakeProcedure "
-                            "occurred.\nPlease contact Brenlock with this error."));
+             QStringLiteral(
+                 "Error 9 = Subscript out of range in function getgControllerValuesFakeProcedure "
+                 "occurred.\nPlease contact Brenlock with this error."));
     QCOMPARE(env.dialogs->boxes[1].buttons, MsgButtons::Ok);
 }
 

@@ -1,10 +1,10 @@
-#include <QSignalSpy>
-#include <QTest>
-
 #include "plant/frm_logger.h"
 #include "plant/plant_store.h"
 #include "plant/poll_cycle.h"
 #include "support/test_env.h"
+
+#include <QSignalSpy>
+#include <QTest>
 
 namespace {
 struct ProgressSpy final : ScanProgress {
@@ -27,10 +27,11 @@ struct Rig {
             gControlEnabled[node - 1] = true;
             gControlType[node - 1] = static_cast<qint16>(type);
             if (type == 0)
-                env.modbus->setRegisters(node, 3, 129,
-                                         {k40Raw(node * 10.0, 0.1), k40Raw(50.0, 0.1), 2500, 0, 0x1101});
+                env.modbus->setRegisters(
+                    node, 3, 129, {k40Raw(node * 10.0, 0.1), k40Raw(50.0, 0.1), 2500, 0, 0x1101});
             else
-                env.modbus->setRegisters(node, 2, 1001, {quint16(node * 10), 200, 0, 1234, 0, 0, 3, 0, 4});
+                env.modbus->setRegisters(node, 2, 1001,
+                                         {quint16(node * 10), 200, 0, 1234, 0, 0, 3, 0, 4});
         }
         buildActiveList();
         poll.readDone = true;
@@ -209,7 +210,7 @@ void TstPollCycle::firstScanClosesAtFirstError() {
     QVERIFY(!rig.poll.firstScan);
     rig.tick();
     QCOMPARE(rig.progress.values, QList<int>{1}); // nothing after the close
-    QCOMPARE(gComErrCount[1], qint16(1));        // and the error was still counted
+    QCOMPARE(gComErrCount[1], qint16(1));         // and the error was still counted
 }
 
 void TstPollCycle::lateReplyAfterSwitchToSimulationIsDropped() {

@@ -1,7 +1,7 @@
-#include <QTest>
-
 #include "plant/plant_store.h"
 #include "plant/register_codec.h"
+
+#include <QTest>
 
 class TstRegisterCodec : public QObject {
     Q_OBJECT
@@ -27,12 +27,12 @@ void TstRegisterCodec::wordsAndBits() {
     QCOMPARE(wordToUnsigned(-1), 65535);
     QCOMPARE(wordToUnsigned(-32768), 32768);
     QCOMPARE(wordToUnsigned(32767), 32767);
-    QCOMPARE(highByte(-1), 255);          // raised by 65536 first
+    QCOMPARE(highByte(-1), 255); // raised by 65536 first
     QCOMPARE(highByte(0x1301), 0x13);
     QCOMPARE(highByte(-32768), 128);
     QVERIFY(bitIsSet(0x1000, 12));
     QVERIFY(!bitIsSet(0x0FFF, 12));
-    QVERIFY(bitIsSet(-1, 15));             // a negative word still has its high bits
+    QVERIFY(bitIsSet(-1, 15)); // a negative word still has its high bits
     QCOMPARE(decimalCode(0x0100), qint16(1));
     QCOMPARE(decimalCode(0x0200), qint16(2));
     QCOMPARE(decimalCode(0x1301), qint16(3));
@@ -49,13 +49,17 @@ void TstRegisterCodec::k40Decoding_data() {
 
     QTest::newRow("offset is zero, code 0") << 19999 << 0x1000 << "0" << 1.0F << false << 0;
     QTest::newRow("offset is zero, code 2") << 19999 << 0x1200 << "0.00" << 0.01F << false << 2;
-    QTest::newRow("offset is zero, fixed tenths code 3") << 19999 << 0x0300 << "0.000" << 0.1F << true << 3;
+    QTest::newRow("offset is zero, fixed tenths code 3")
+        << 19999 << 0x0300 << "0.000" << 0.1F << true << 3;
     QTest::newRow("raw 0, code 1 scaled") << 0 << 0x1100 << "-1999.9" << 0.1F << false << 1;
     QTest::newRow("raw 65535, code 0 scaled") << -1 << 0x1000 << "45536" << 1.0F << false << 0;
     QTest::newRow("0x1301: code 3, alarm 1") << 20999 << 0x1301 << "1.000" << 0.001F << false << 3;
-    QTest::newRow("0x0301: fixed tenths, format of code 3") << 20004 << 0x0301 << "0.500" << 0.1F << true << 3;
-    QTest::newRow("fixed tenths, code 0 rounds to whole") << 20004 << 0x0000 << "1" << 0.1F << true << 0;
-    QTest::newRow("above 32767 as signed word") << -25536 << 0x1000 << "20001" << 1.0F << false << 0;
+    QTest::newRow("0x0301: fixed tenths, format of code 3")
+        << 20004 << 0x0301 << "0.500" << 0.1F << true << 3;
+    QTest::newRow("fixed tenths, code 0 rounds to whole")
+        << 20004 << 0x0000 << "1" << 0.1F << true << 0;
+    QTest::newRow("above 32767 as signed word")
+        << -25536 << 0x1000 << "20001" << 1.0F << false << 0;
 }
 
 void TstRegisterCodec::k40Decoding() {
@@ -74,8 +78,8 @@ void TstRegisterCodec::k40Decoding() {
     QCOMPARE(gScale[row], scale);
     QCOMPARE(gFixedTenth[row], fixedTenth);
     QCOMPARE(gDecimal[row], qint16(decimal));
-    QCOMPARE(gPctOut[row], -1.0F);                  // percent output word -100
-    QCOMPARE(gAlarmState[row], qint16(status));     // the whole word is kept
+    QCOMPARE(gPctOut[row], -1.0F);              // percent output word -100
+    QCOMPARE(gAlarmState[row], qint16(status)); // the whole word is kept
 }
 
 void TstRegisterCodec::profilerDecodingIsSignedTenths() {
@@ -85,7 +89,7 @@ void TstRegisterCodec::profilerDecodingIsSignedTenths() {
     QVERIFY(!gPV[row].isText());
     QCOMPARE(*gPV[row].asNumber(), -0.5);
     QCOMPARE(*gSP[row].asNumber(), 123.4);
-    QCOMPARE(gPctOut[row], 50.0F);                  // word 3, not word 2
+    QCOMPARE(gPctOut[row], 50.0F); // word 3, not word 2
     QCOMPARE(gAlarmState[row], qint16(3));
     QCOMPARE(gProfState[row], qint16(17));
     QCOMPARE(gScale[row], 1.0F);
@@ -138,16 +142,17 @@ void TstRegisterCodec::encodingRoundsHalfToEven() {
 
 void TstRegisterCodec::encodingInvertsDecoding() {
     // Halves at the register: 0.5 and 1.5 whole units with scale 1.
-    QCOMPARE(encodeK40(0.5, 1.0F), 20000);   // 19999.5 -> 20000 (even)
-    QCOMPARE(encodeK40(1.5, 1.0F), 20000);   // 20000.5 -> 20000 (even)
-    QCOMPARE(encodeK40(2.5, 1.0F), 20002);   // 20001.5 -> 20002
+    QCOMPARE(encodeK40(0.5, 1.0F), 20000); // 19999.5 -> 20000 (even)
+    QCOMPARE(encodeK40(1.5, 1.0F), 20000); // 20000.5 -> 20000 (even)
+    QCOMPARE(encodeK40(2.5, 1.0F), 20002); // 20001.5 -> 20002
     // Values above 32767 pass as 32-bit numbers.
     QCOMPARE(encodeK40(45536, 1.0F), 65535);
     QCOMPARE(encodeK40(-1999.9, 0.1F), 0);
     for (int code = 0; code <= 3; ++code) {
         const float scale = code == 0 ? 1.0F : code == 1 ? 0.1F : code == 2 ? 0.01F : 0.001F;
         const qint32 raw = encodeK40(12.345, scale);
-        const qint16 block[5] = {static_cast<qint16>(raw), 0, 0, 0, static_cast<qint16>(0x1000 | (code << 8))};
+        const qint16 block[5] = {static_cast<qint16>(raw), 0, 0, 0,
+                                 static_cast<qint16>(0x1000 | (code << 8))};
         decodeK40Block(0, block);
         const QString expected[4] = {"12", "12.3", "12.35", "12.345"};
         QCOMPARE(gPV[0].toText(), expected[code]);

@@ -1,9 +1,9 @@
-#include <QFile>
-#include <QTest>
-
 #include "plant/plant_store.h"
 #include "plant/tag_file.h"
 #include "support/test_env.h"
+
+#include <QFile>
+#include <QTest>
 
 class TstTagFile : public QObject {
     Q_OBJECT
@@ -70,7 +70,8 @@ void TstTagFile::roundTripKeepsSingleByteText() {
     QByteArray bytes = f.readAll();
     f.close();
     // A tag written on a machine with a single-byte code page: "Temp \xb0C".
-    bytes.replace("TAG1\r\n", "Temp \xb0" "C\r\n");
+    bytes.replace("TAG1\r\n", "Temp \xb0"
+                              "C\r\n");
     QVERIFY(f.open(QIODevice::WriteOnly));
     f.write(bytes);
     f.close();

@@ -1,3 +1,8 @@
+#include "platform/modctl.h"
+#include "platform/qt_modbus_backend.h"
+#include "sim_plant.h"
+#include "sim_server.h"
+
 #include <QElapsedTimer>
 #include <QModbusRtuSerialServer>
 #include <QProcess>
@@ -5,11 +10,6 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
-
-#include "platform/modctl.h"
-#include "platform/qt_modbus_backend.h"
-#include "sim_plant.h"
-#include "sim_server.h"
 
 namespace {
 constexpr int kTimeoutMs = 300;
@@ -113,9 +113,9 @@ void TstModbusLink::readsBothFamiliesOverTheSharedConnection() {
     QTRY_COMPARE_WITH_TIMEOUT(k40.reads.size() + k8.reads.size(), 2, 5000);
     QCOMPARE(k40.ctl.longData(0), 19999 + 1200); // PV 120.0 in tenths over the offset
     QCOMPARE(k40.ctl.longData(1), 19999 + 1500);
-    QVERIFY(k40.ctl.data(4) & 0x1000);           // scaled by the decimal code
+    QVERIFY(k40.ctl.data(4) & 0x1000); // scaled by the decimal code
     QCOMPARE((k40.ctl.data(4) >> 8) & 3, 1);
-    QCOMPARE(k8.ctl.data(0), qint16(200));       // plain tenths
+    QCOMPARE(k8.ctl.data(0), qint16(200)); // plain tenths
     QCOMPARE(k8.ctl.data(1), qint16(250));
     QCOMPARE(m_server->connectionCount(), 1);
 }
@@ -209,15 +209,18 @@ void TstModbusLink::rtuThroughAPtyPair() {
     const QString a = dir.filePath("ttyA");
     const QString b = dir.filePath("ttyB");
     QProcess pair;
-    pair.start(socat, {"-d", QString("pty,raw,echo=0,link=%1").arg(a), QString("pty,raw,echo=0,link=%1").arg(b)});
+    pair.start(socat, {"-d", QString("pty,raw,echo=0,link=%1").arg(a),
+                       QString("pty,raw,echo=0,link=%1").arg(b)});
     QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(a) && QFile::exists(b), 5000);
 
     QModbusRtuSerialServer slave;
-    slave.setConnectionParameter(QModbusDevice::SerialPortNameParameter, QFileInfo(b).canonicalFilePath());
+    slave.setConnectionParameter(QModbusDevice::SerialPortNameParameter,
+                                 QFileInfo(b).canonicalFilePath());
     slave.setConnectionParameter(QModbusDevice::SerialBaudRateParameter, 19200);
     slave.setServerAddress(7);
     QModbusDataUnitMap map;
-    map.insert(QModbusDataUnit::HoldingRegisters, QModbusDataUnit(QModbusDataUnit::HoldingRegisters, 129, 5));
+    map.insert(QModbusDataUnit::HoldingRegisters,
+               QModbusDataUnit(QModbusDataUnit::HoldingRegisters, 129, 5));
     slave.setMap(map);
     slave.setData(QModbusDataUnit::HoldingRegisters, 129, 21234);
     slave.setData(QModbusDataUnit::HoldingRegisters, 133, 0x1100);

@@ -1,3 +1,9 @@
+#include "platform/modctl.h"
+#include "platform/qt_modbus_backend.h"
+#include "platform/settings_store.h"
+#include "platform/single_instance.h"
+#include "support/fakes.h"
+
 #include <QProcess>
 #include <QSettings>
 #include <QSignalSpy>
@@ -5,17 +11,12 @@
 #include <QTest>
 #include <QTimer>
 
-#include "platform/modctl.h"
-#include "platform/qt_modbus_backend.h"
-#include "platform/settings_store.h"
-#include "platform/single_instance.h"
-#include "support/fakes.h"
-
 namespace {
 // Run as a child process: prints a stored value, read by a store that has cached nothing.
 int printSetting() {
     QtSettingsStore store;
-    QTextStream(stdout) << store.value(qEnvironmentVariable("SV_SECTION"), qEnvironmentVariable("SV_KEY"), "<none>");
+    QTextStream(stdout) << store.value(qEnvironmentVariable("SV_SECTION"),
+                                       qEnvironmentVariable("SV_KEY"), "<none>");
     return 0;
 }
 } // namespace
@@ -46,7 +47,8 @@ void TstPlatform::settingsFoldCaseAndKeepBlanks() {
     QCOMPARE(store.value("CStatus", "cupdatetime", "500"), QStringLiteral("250"));
     store.setValue("Levels\\op", "op 0", "1");
     QCOMPARE(store.value("levels\\OP", "op 0", "0"), QStringLiteral("1"));
-    QCOMPARE(store.value("Levels\\op", "op0", "absent"), QStringLiteral("absent")); // the blank counts
+    QCOMPARE(store.value("Levels\\op", "op0", "absent"),
+             QStringLiteral("absent")); // the blank counts
     QCOMPARE(store.value("Nothing", "here", "dflt"), QStringLiteral("dflt"));
 }
 
@@ -136,7 +138,8 @@ void TstPlatform::replyCodesMapToTheLoggerTable() {
     QFETCH(int, error);
     QFETCH(int, exception);
     QFETCH(int, code);
-    QCOMPARE(QtModbusBackend::codeForReply(static_cast<QModbusDevice::Error>(error), exception), code);
+    QCOMPARE(QtModbusBackend::codeForReply(static_cast<QModbusDevice::Error>(error), exception),
+             code);
 }
 
 void TstPlatform::modctlReadsIntoItsBuffer() {
@@ -174,11 +177,11 @@ void TstPlatform::modctlRefusesAStartWhileBusy() {
     QSignalSpy reads(&ctl, &Modctl::readComplete);
     ctl.start();
     ctl.start();
-    QCOMPARE(fake->requests.size(), 1);     // the second never reached the link
+    QCOMPARE(fake->requests.size(), 1); // the second never reached the link
     QVERIFY(errors.wait(1000));
     QCOMPARE(errors.first().first().toInt(), 16);
     fake->deliverAll();
-    QCOMPARE(reads.size(), 1);               // the first still completes
+    QCOMPARE(reads.size(), 1); // the first still completes
 }
 
 void TstPlatform::modctlRejectsAShortReply() {
@@ -247,7 +250,8 @@ void TstPlatform::lockFileAdmitsOneInstance() {
 int main(int argc, char** argv) {
     if (qEnvironmentVariableIsSet("SV_PRINT_SETTING")) {
         QCoreApplication app(argc, argv);
-        QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, qEnvironmentVariable("SV_SETTINGS_DIR"));
+        QSettings::setPath(QSettings::IniFormat, QSettings::UserScope,
+                           qEnvironmentVariable("SV_SETTINGS_DIR"));
         return printSetting();
     }
     QCoreApplication app(argc, argv);

@@ -41,7 +41,8 @@ QStringList ScriptedDialogs::texts() const {
     return out;
 }
 
-void FakeModbusBackend::setRegisters(int node, int dataArea, int first, const QList<quint16>& values) {
+void FakeModbusBackend::setRegisters(int node, int dataArea, int first,
+                                     const QList<quint16>& values) {
     Node& n = nodes[node];
     auto& map = dataArea == 2 ? n.input : n.holding;
     for (int i = 0; i < values.size(); ++i)
@@ -75,7 +76,8 @@ void FakeModbusBackend::submit(const ModbusRequest& request, Done done) {
         m_pending.emplace_back(request, std::move(done));
         return;
     }
-    QTimer::singleShot(delayMs, this, [this, request, done = std::move(done)] { done(answer(request)); });
+    QTimer::singleShot(delayMs, this,
+                       [this, request, done = std::move(done)] { done(answer(request)); });
 }
 
 int FakeModbusBackend::deliverAll() {

@@ -2,18 +2,17 @@
 
 // Test doubles of the platform facades: every answer scripted, every call recorded.
 
-#include <QDateTime>
-#include <QList>
-#include <QMap>
-
-#include <deque>
-
 #include "platform/beep.h"
 #include "platform/clock.h"
 #include "platform/dialogs.h"
 #include "platform/modctl.h"
 #include "platform/settings_store.h"
 #include "platform/single_instance.h"
+
+#include <QDateTime>
+#include <QList>
+#include <QMap>
+#include <deque>
 
 struct ShownBox {
     MsgIcon icon;

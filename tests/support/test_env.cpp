@@ -1,15 +1,14 @@
 #include "test_env.h"
 
-#include <QDir>
-#include <QFile>
-
-#include <cmath>
-
 #include "app/frm_main.h"
 #include "plant/plant_store.h"
 #include "records/data_logger.h"
 #include "security/rights.h"
 #include "security/session.h"
+
+#include <QDir>
+#include <QFile>
+#include <cmath>
 
 TestEnv::TestEnv() {
     auto d = std::make_unique<ScriptedDialogs>();
@@ -48,7 +47,9 @@ TestEnv::~TestEnv() {
 
 void TestEnv::writeTags(const QList<Controller>& controllers) {
     QByteArray out;
-    auto num = [](int n) { return QByteArray(n >= 0 ? " " : "") + QByteArray::number(n) + " \r\n"; };
+    auto num = [](int n) {
+        return QByteArray(n >= 0 ? " " : "") + QByteArray::number(n) + " \r\n";
+    };
     for (int c = 0; c < 64; ++c) {
         Controller ctl{c + 1, 0, false, QStringLiteral("TAG%1").arg(c + 1), false};
         for (const Controller& given : controllers)
@@ -57,7 +58,8 @@ void TestEnv::writeTags(const QList<Controller>& controllers) {
                 if (ctl.tag.isEmpty())
                     ctl.tag = QStringLiteral("TAG%1").arg(c + 1);
             }
-        const QString tags[3] = {ctl.tag, ctl.tag + QStringLiteral(".SP"), ctl.tag + QStringLiteral(".OUT")};
+        const QString tags[3] = {ctl.tag, ctl.tag + QStringLiteral(".SP"),
+                                 ctl.tag + QStringLiteral(".OUT")};
         for (int k = 0; k < 3; ++k) {
             out += num(c) + num(ctl.enabled ? 1 : 0) + tags[k].toLatin1() + "\r\n" + num(k) +
                    num(ctl.type) + num(k == 0 && ctl.logged ? 1 : 0);

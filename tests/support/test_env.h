@@ -1,8 +1,8 @@
 #pragma once
 
-#include <QTemporaryDir>
-
 #include "fakes.h"
+
+#include <QTemporaryDir>
 
 // Everything a test of the workstation stands on: doubles of every facade, a fresh store and
 // session, and a temporary application directory as the current directory.
