@@ -93,7 +93,11 @@ FrmMain::FrmMain(QWidget* parent) : QMainWindow(parent) {
     mnuRtMode_Click();
 }
 
-FrmMain::~FrmMain() = default;
+FrmMain::~FrmMain() {
+    // The child windows still run their own close handling while the base classes go; by then
+    // there is no main window for them to reach.
+    gMainInstance = nullptr;
+}
 
 QAction* FrmMain::addItem(QMenu* menu, const QString& name, const QString& caption, int right) {
     QAction* action = menu->addAction(caption);

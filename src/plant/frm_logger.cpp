@@ -80,7 +80,10 @@ FrmLogger::FrmLogger(QWidget* parent) : QMdiSubWindow(parent) {
     gLoggerInstance = this;
 }
 
-FrmLogger::~FrmLogger() = default;
+FrmLogger::~FrmLogger() {
+    if (gLoggerInstance == this)
+        gLoggerInstance = nullptr;
+}
 
 void FrmLogger::appendLine(const QString& line) {
     // Every line goes after a line break, the first one too. Appended rather than rewritten
