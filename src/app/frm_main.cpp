@@ -259,7 +259,9 @@ void FrmMain::rebuildWindowMenu() {
             m_windowMenu->addAction(QStringLiteral("&%1 %2").arg(n++).arg(w->windowTitle()));
         a->setCheckable(true);
         a->setChecked(w == m_mdi->activeSubWindow());
-        connect(a, &QAction::triggered, this, [this, w] {
+        connect(a, &QAction::triggered, this, [this, w = QPointer<QMdiSubWindow>(w)] {
+            if (!w)
+                return;
             if (w->isMinimized())
                 w->showNormal();
             m_mdi->setActiveSubWindow(w);
@@ -303,6 +305,7 @@ void FrmMain::startScan() {
     m_poll->readDone = false;
     m_poll->firstScan = true;
     gPollIndex = 0;
+    m_scanPending = true;
     m_scanning = new FrmScanning(this);
     connect(m_scanning, &FrmScanning::timer1Fired, this, &FrmMain::onScanTimer);
     m_scanning->setRange(gActiveCount);
@@ -311,6 +314,7 @@ void FrmMain::startScan() {
     m_scanning->adjustSize();
     m_scanning->move(client.center() - QPoint(m_scanning->width() / 2, m_scanning->height() / 2));
     QCoreApplication::processEvents();
+    // An answer to a request made before this start may already have ended the first scan.
     if (!m_scanning)
         return;
     m_scanning->startTimer1();
@@ -318,6 +322,7 @@ void FrmMain::startScan() {
 }
 
 void FrmMain::onScanTimer() {
+    m_scanPending = false;
     m_poll->readDone = true;
     m_timer2->start();
     m_timer3->start();
@@ -342,6 +347,10 @@ void FrmMain::closeScan() {
         m_scanning->deleteLater();
         m_scanning = nullptr;
     }
+    // The dialog went before its half second was up (an answer to a request made before the
+    // scan started): the poll must not wait for a timer that went with it.
+    if (m_scanPending)
+        onScanTimer();
 }
 
 namespace {
@@ -391,7 +400,8 @@ void FrmMain::midnightRollover() {
     const QTime now = currentDateTime().time();
     const QString hm = QStringLiteral("%1:%2").arg(now.hour()).arg(now.minute());
     if (hm == QLatin1String("0:0") && gAutoLog == 1 && !m_midnightDone) {
-        // The new day's data file is opened by the data logger; the latch keeps it to once.
+        // Not built yet: closing the day's data file and opening the next belongs to the data
+        // logger, which does not exist so far; gLogging is never set until it does.
         m_midnightDone = true;
     } else if (hm == QLatin1String("0:1") && m_midnightDone) {
         m_midnightDone = false;
@@ -399,8 +409,8 @@ void FrmMain::midnightRollover() {
 }
 
 void FrmMain::updateOpenProjectMenu() {
-    // The resident windows plus any other loaded window.
-    const int loaded = 1 + static_cast<int>(m_mdi->subWindowList().size());
+    // The main window, its child windows and the scanning dialog.
+    const int loaded = 1 + static_cast<int>(m_mdi->subWindowList().size()) + (m_scanning ? 1 : 0);
     menuItem(QStringLiteral("mnuOpenP"))->setEnabled(!(loaded > kResidentWindows || gLogging));
 }
 
@@ -458,6 +468,7 @@ void FrmMain::closeEvent(QCloseEvent* event) {
     }
     m_closing = true;
     savePlacement(this, Sections::Settings);
+    m_scanPending = false;
     closeScan();
     for (QMdiSubWindow* w : m_mdi->subWindowList()) {
         if (auto* logger = qobject_cast<FrmLogger*>(w))

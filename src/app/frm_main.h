@@ -88,6 +88,8 @@ private:
     QMenu* m_windowMenu = nullptr;
     QPointer<FrmScanning> m_scanning;
     bool m_midnightDone = false;
+    // A scan has started and its half-second delay has not yet started the poll.
+    bool m_scanPending = false;
     bool m_closing = false;
 };
 

@@ -1,6 +1,7 @@
 #include "app/app_icon.h"
 #include "app/frm_main.h"
 #include "app/frm_splash.h"
+#include "platform/modctl.h"
 
 #include <QApplication>
 
@@ -25,5 +26,7 @@ int main(int argc, char* argv[]) {
     splash->show();
     const int status = QApplication::exec();
     delete frmMain();
+    // The link's sockets and timers go while the application still exists.
+    installModbusBackend(nullptr);
     return status;
 }

@@ -14,14 +14,16 @@
 #include <QDir>
 #include <QFile>
 #include <QTimer>
+#include <limits>
 
 namespace {
-// A stored text that does not convert leaves the variable as it was.
+// A stored text that does not convert, or does not fit the variable, leaves it as it was.
 template <typename T>
 void readNumber(const QString& section, const QString& key, const QString& def, T& target) {
     bool ok = false;
     const double v = getSetting(section, key, def).trimmed().toDouble(&ok);
-    if (ok)
+    if (ok && v >= static_cast<double>(std::numeric_limits<T>::min()) &&
+        v <= static_cast<double>(std::numeric_limits<T>::max()))
         target = static_cast<T>(v);
 }
 

@@ -3,6 +3,8 @@
 #include <QLocale>
 
 std::optional<double> PlantValue::asNumber() const {
+    if (isEmpty())
+        return 0.0;
     if (const double* d = std::get_if<double>(&m_value))
         return *d;
     bool ok = false;
@@ -13,6 +15,8 @@ std::optional<double> PlantValue::asNumber() const {
 }
 
 QString PlantValue::toText() const {
+    if (isEmpty())
+        return {};
     if (const double* d = std::get_if<double>(&m_value))
         return QLocale::c().toString(*d, 'g', 15);
     return std::get<QString>(m_value);

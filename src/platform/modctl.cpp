@@ -55,6 +55,10 @@ void Modctl::failLater(int code) {
 
 void Modctl::start() {
     if (m_busy) {
+        if (!m_busyWriting) {
+            ++m_transaction;
+            m_busy = false;
+        }
         failLater(ModbusCode::SlaveBusy);
         return;
     }
@@ -78,16 +82,20 @@ void Modctl::start() {
             request.values.append(static_cast<quint16>(m_buffer[i] & 0xFFFF));
     }
     m_busy = true;
+    m_busyWriting = direction == 1;
+    const quint64 transaction = ++m_transaction;
     QPointer<Modctl> self(this);
     const int expected = count;
     const int dir = direction;
-    modbusBackend().submit(request, [self, expected, dir](const ModbusResult& result) {
+    modbusBackend().submit(request, [self, transaction, expected, dir](const ModbusResult& result) {
         if (self)
-            self->finish(result, expected, dir);
+            self->finish(transaction, result, expected, dir);
     });
 }
 
-void Modctl::finish(const ModbusResult& result, int expectedCount, int dir) {
+void Modctl::finish(quint64 transaction, const ModbusResult& result, int expectedCount, int dir) {
+    if (transaction != m_transaction)
+        return; // abandoned
     m_busy = false;
     if (result.code != ModbusCode::Ok) {
         emit error(result.code);

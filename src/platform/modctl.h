@@ -50,7 +50,9 @@ void installModbusBackend(std::unique_ptr<ModbusBackend> backend);
 
 // The link control: set node, data area, first register, count and direction, fill the buffer
 // for a write, start; the outcome comes as readComplete, writeComplete or error(code). One
-// transaction at a time: a start while busy is refused with error 16.
+// transaction at a time: a start while busy is refused with error 16. A read still running then
+// is abandoned, its answer dropped if it ever comes, so that every start has exactly one outcome
+// and a late answer can never be taken for the next controller's.
 class Modctl : public QObject {
     Q_OBJECT
 public:
@@ -80,9 +82,11 @@ signals:
     void error(int code);
 
 private:
-    void finish(const ModbusResult& result, int expectedCount, int dir);
+    void finish(quint64 transaction, const ModbusResult& result, int expectedCount, int dir);
     void failLater(int code);
 
     std::array<qint32, kMaxWords> m_buffer{};
     bool m_busy = false;
+    bool m_busyWriting = false;
+    quint64 m_transaction = 0;
 };

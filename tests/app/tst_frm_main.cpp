@@ -3,6 +3,7 @@
 #include "plant/frm_logger.h"
 #include "plant/plant_store.h"
 #include "platform/placement.h"
+#include "records/alarm_log.h"
 #include "records/data_logger.h"
 #include "security/rights.h"
 #include "security/session.h"
@@ -15,6 +16,7 @@
 #include <QMenuBar>
 #include <QProgressBar>
 #include <QSignalSpy>
+#include <QTableWidget>
 #include <QTest>
 #include <QTimer>
 
@@ -32,6 +34,9 @@ private slots:
     void closeWithSecurityOnIsDeniedWithoutRight24();
     void startScanOpensDialogAndStartsPollingAfterHalfASecond();
     void startScanWithoutControllersDoesNothing();
+    void answerFromBeforeTheScanStillStartsThePoll();
+    void rebuildActiveListRestartsWithoutTheDialog();
+    void timer3YieldsWithBankUpdatingSet();
     void modeChangeRefusedWhileLogging();
     void modeChangeMovesMarksAndRestartsScan();
     void openProjectMenuFollowsLoadedWindows();
@@ -268,6 +273,54 @@ void TstFrmMain::startScanWithoutControllersDoesNothing() {
     main->startScan();
     QVERIFY(!main->scanning());
     QVERIFY(main->timer2()->isActive()); // timers stay as they were
+}
+
+void TstFrmMain::answerFromBeforeTheScanStillStartsThePoll() {
+    TestEnv env;
+    env.modbus->manual = true;
+    auto* main = new FrmMain;
+    main->show();
+    gControlEnabled[0] = gControlEnabled[1] = true;
+    buildActiveList();
+    env.modbus->nodes[1].dead = true;
+    main->poll().readDone = true;
+    main->poll().timer2Tick(); // a request on its way when the scan restarts
+    main->startScan();
+    QVERIFY(main->scanning());
+    env.modbus->deliverAll(); // its failure ends the first scan at once
+    QVERIFY(!main->scanning());
+    // The poll does not wait for the half second of a dialog that has gone.
+    QVERIFY(main->timer2()->isActive());
+    QVERIFY(main->timer3()->isActive());
+    QVERIFY(main->poll().readDone);
+}
+
+void TstFrmMain::rebuildActiveListRestartsWithoutTheDialog() {
+    TestEnv env;
+    auto* main = new FrmMain;
+    auto* alarms = new AlarmLog;
+    main->mdiArea()->addSubWindow(alarms);
+    alarms->grid()->setRowCount(3);
+    gControlEnabled[4] = gControlEnabled[9] = true;
+    gPollIndex = 1;
+    rebuildActiveList();
+    QCOMPARE(gActiveList, (QVector<qint16>{5, 10, 0}));
+    QCOMPARE(gPollIndex, qint16(0));
+    QVERIFY(main->poll().readDone);
+    QVERIFY(main->timer2()->isActive());
+    QVERIFY(main->timer3()->isActive());
+    QVERIFY(!main->scanning());
+    QCOMPARE(alarms->grid()->rowCount(), 0);
+}
+
+void TstFrmMain::timer3YieldsWithBankUpdatingSet() {
+    TestEnv env;
+    auto* main = new FrmMain;
+    bool seenDuringYield = false;
+    QTimer::singleShot(0, main, [&] { seenDuringYield = gBankUpdating; });
+    main->timer3Tick();
+    QVERIFY(seenDuringYield);
+    QVERIFY(!gBankUpdating);
 }
 
 void TstFrmMain::modeChangeRefusedWhileLogging() {

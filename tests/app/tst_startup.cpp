@@ -4,8 +4,11 @@
 #include "plant/comm_errors.h"
 #include "plant/frm_logger.h"
 #include "plant/plant_store.h"
+#include "plant/tag_file.h"
+#include "platform/placement.h"
 #include "records/alarm_log.h"
 #include "records/data_logger.h"
+#include "security/rights.h"
 #include "security/session.h"
 #include "support/test_env.h"
 
@@ -37,13 +40,14 @@ private slots:
     void settingsAreReadWithTheirDefaults();
     void unreadableSettingsAreSkipped();
     void logOnStartupCancelledForLackOfChannels();
+    void logOnStartupKeptWhenAChannelIsMarked();
     void fullStartOpensResidentWindowsAfterOneSecond();
     void startWithNoControllerComesUpWithoutScanning();
 };
 
 void TstStartup::missingTagFileStopsTheStart() {
     TestEnv env;
-    auto& splash = *new FrmSplash; // unloads itself at the tenth tick
+    auto& splash = *new FrmSplash; // it deletes itself once started, so it lives on the heap
     QCOMPARE(splash.load(), FrmSplash::LoadResult::Failed);
     QVERIFY(splash.initFailed);
     QCOMPARE(env.dialogs->boxes.size(), 1);
@@ -59,7 +63,7 @@ void TstStartup::secondInstanceStopsBeforeAnythingIsRead() {
     TestEnv env;
     env.writeTags({{1, 0, true}});
     env.guard->otherRunning = true;
-    auto& splash = *new FrmSplash; // unloads itself at the tenth tick
+    auto& splash = *new FrmSplash; // it deletes itself once started, so it lives on the heap
     QCOMPARE(splash.load(), FrmSplash::LoadResult::AlreadyRunning);
     QCOMPARE(env.dialogs->texts(),
              QStringList{"Sorvantel is already running! Please check the\ntaskbar or background "
@@ -92,6 +96,8 @@ void TstStartup::settingsAreReadWithTheirDefaults() {
     QCOMPARE(main->timer2()->interval(), 250);
     QCOMPARE(gSaveInterval, 10);
     QVERIFY(g21CFR);
+    QCOMPARE(gSuRights[4], qint16(1));
+    QCOMPARE(gSuRights[3], qint16(0));
 }
 
 void TstStartup::unreadableSettingsAreSkipped() {
@@ -113,7 +119,7 @@ void TstStartup::logOnStartupCancelledForLackOfChannels() {
     TestEnv env;
     env.writeTags({{1, 0, true}, {2, 1, true}});
     env.settings->setValue("DataSave", "gLogOnStartup", "1");
-    auto& splash = *new FrmSplash; // unloads itself at the tenth tick
+    auto& splash = *new FrmSplash; // it deletes itself once started, so it lives on the heap
     QCOMPARE(splash.load(), FrmSplash::LoadResult::Ok);
     QCOMPARE(gLogOnStartup, qint16(0));
     QCOMPARE(env.settings->value("DataSave", "gLogOnStartup", ""), QStringLiteral("1"));
@@ -121,11 +127,23 @@ void TstStartup::logOnStartupCancelledForLackOfChannels() {
     delete &splash;
 }
 
+void TstStartup::logOnStartupKeptWhenAChannelIsMarked() {
+    TestEnv env;
+    env.writeTags({{1, 0, true}, {2, 1, true, "", true}});
+    gLogOnStartup = 1;
+    QVERIFY(readTagFile(env.path("tags.tgn")));
+    initLogArray();
+    QCOMPARE(gLogOnStartup, qint16(1));
+}
+
 void TstStartup::fullStartOpensResidentWindowsAfterOneSecond() {
     TestEnv env;
     env.writeTags({{1, 0, true, "TIC-1"}, {3, 1, true, "RMP-3"}});
     env.modbus->manual = true;
-    auto& splash = *new FrmSplash; // unloads itself at the tenth tick
+    // The alarm log's placement: two values stored, the others from their defaults.
+    env.settings->setValue("AlarmLog", "MainLeft", "2000");
+    env.settings->setValue("AlarmLog", "MainHeight", "3000");
+    auto& splash = *new FrmSplash; // it deletes itself once started, so it lives on the heap
     QCOMPARE(splash.load(), FrmSplash::LoadResult::Ok);
     FrmMain* main = frmMain();
     QCOMPARE(main->windowTitle(), QStringLiteral("Brenlock Controls Sorvantel"));
@@ -147,6 +165,11 @@ void TstStartup::fullStartOpensResidentWindowsAfterOneSecond() {
     AlarmLog* alarms = alarmLog();
     QVERIFY(alarms);
     QVERIFY(alarms->isMinimized());
+    const double tpp = twipsPerPixel(alarms);
+    alarms->showNormal();
+    QCOMPARE(alarms->pos(), QPoint(qRound(2000 / tpp), qRound(1125 / tpp)));
+    QCOMPARE(alarms->size(), QSize(qRound(5650 / tpp), qRound(3000 / tpp)));
+    alarms->showMinimized();
     QStringList headings;
     for (int c = 0; c < alarms->grid()->columnCount(); ++c)
         headings << alarms->grid()->horizontalHeaderItem(c)->text();
@@ -161,7 +184,7 @@ void TstStartup::fullStartOpensResidentWindowsAfterOneSecond() {
 void TstStartup::startWithNoControllerComesUpWithoutScanning() {
     TestEnv env;
     env.writeTags({});
-    auto& splash = *new FrmSplash; // unloads itself at the tenth tick
+    auto& splash = *new FrmSplash; // it deletes itself once started, so it lives on the heap
     QCOMPARE(splash.load(), FrmSplash::LoadResult::Ok);
     finishSplash(splash);
     QVERIFY(frmMain()->isVisible());

@@ -15,6 +15,7 @@ class TstFrmLogger : public QObject {
 private slots:
     void errorTextsOfBothForms_data();
     void errorTextsOfBothForms();
+    void unknownCodesHaveNoText();
     void reportWritesLineStatusAndBeep();
     void minimizingRestoresNormalStatusUntilNextReport();
     void closeRequestMinimizes();
@@ -59,6 +60,12 @@ void TstFrmLogger::errorTextsOfBothForms() {
     QFETCH(QString, write);
     QCOMPARE(commErrorLine(code, 2), line);
     QCOMPARE(commErrorWriteText(code), write);
+}
+
+void TstFrmLogger::unknownCodesHaveNoText() {
+    for (int code : {0, 4, 5, 17, -5})
+        QVERIFY2(commErrorLoggerText(code).isEmpty() && commErrorWriteText(code).isEmpty(),
+                 qPrintable(QString::number(code)));
 }
 
 void TstFrmLogger::reportWritesLineStatusAndBeep() {

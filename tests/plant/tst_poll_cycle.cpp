@@ -1,3 +1,4 @@
+#include "app/frm_main.h"
 #include "plant/frm_logger.h"
 #include "plant/plant_store.h"
 #include "plant/poll_cycle.h"
@@ -58,10 +59,12 @@ private slots:
     void oneControllerWrapsWithinTheHandler();
     void deadK40StallsFourTicksAndIsReportedEverySecondPass();
     void unansweredK40IsAskedAgainOnTheFourthTick();
+    void slowProfilerAnswerNeverLandsInTheNextRow();
     void deadProfilerIsAskedEveryTick();
     void singleFailureIsSilent();
     void loggerNamesListPositionNotNode();
     void unknownCodeBeepsButWritesNothing();
+    void errorInSimulationKeepsTheScanDialog();
     void firstScanProgressAndClose();
     void firstScanClosesAtFirstError();
     void lateReplyAfterSwitchToSimulationIsDropped();
@@ -142,6 +145,22 @@ void TstPollCycle::unansweredK40IsAskedAgainOnTheFourthTick() {
     QCOMPARE(gComErrCount[0], qint16(1));
 }
 
+void TstPollCycle::slowProfilerAnswerNeverLandsInTheNextRow() {
+    Rig rig({{5, 1}, {6, 1}});
+    rig.poll.timer2Tick(); // node 5 asked; its answer is slow
+    QSignalSpy errors(&rig.modctl, &Modctl::error);
+    rig.poll.timer2Tick(); // a profiler is asked on every tick: refused, the position moves on
+    QVERIFY(errors.wait(1000));
+    QCOMPARE(gPollIndex, qint16(1));
+    QCOMPARE(gComErrCount[0], qint16(1));
+    rig.env.modbus->deliverAll(); // node 5's answer, at last
+    QCOMPARE(gPollIndex, qint16(1));
+    QVERIFY(gPV[5].isEmpty()); // node 6's row was not given node 5's values
+    QVERIFY(gPV[4].isEmpty());
+    rig.tick();
+    QCOMPARE(gPV[5].asNumber().value_or(-1), 6.0);
+}
+
 void TstPollCycle::deadProfilerIsAskedEveryTick() {
     Rig rig({{5, 1}, {6, 2}});
     rig.env.modbus->nodes[5].dead = true;
@@ -181,6 +200,7 @@ void TstPollCycle::loggerNamesListPositionNotNode() {
 
 void TstPollCycle::unknownCodeBeepsButWritesNothing() {
     Rig rig({{1, 1}});
+    auto* main = new FrmMain;
     FrmLogger logger;
     gComBeep = true;
     rig.env.modbus->nodes[1].failureCode = 4; // a Modbus exception the logger has no text for
@@ -188,6 +208,19 @@ void TstPollCycle::unknownCodeBeepsButWritesNothing() {
     rig.tick();
     QCOMPARE(rig.env.beeper->count, 1);
     QCOMPARE(logger.text(), QString());
+    QCOMPARE(main->statusText(), QStringLiteral("Status")); // no status text either
+}
+
+void TstPollCycle::errorInSimulationKeepsTheScanDialog() {
+    Rig rig({{1, 0}, {2, 0}});
+    rig.poll.firstScan = true;
+    rig.poll.timer2Tick(); // a real read on its way
+    gSimMode = true;
+    rig.env.modbus->nodes[1].dead = true;
+    rig.env.modbus->deliverAll();
+    QCOMPARE(rig.progress.closes, 0);
+    QVERIFY(rig.poll.firstScan);
+    QCOMPARE(gComErrCount[0], qint16(1)); // still counted
 }
 
 void TstPollCycle::firstScanProgressAndClose() {

@@ -21,6 +21,7 @@ private slots:
     void encodingRoundsHalfToEven_data();
     void encodingRoundsHalfToEven();
     void encodingInvertsDecoding();
+    void readingsAcceptNumberTextAndEmpty();
 };
 
 void TstRegisterCodec::wordsAndBits() {
@@ -157,6 +158,18 @@ void TstRegisterCodec::encodingInvertsDecoding() {
         const QString expected[4] = {"12", "12.3", "12.35", "12.345"};
         QCOMPARE(gPV[0].toText(), expected[code]);
     }
+}
+
+void TstRegisterCodec::readingsAcceptNumberTextAndEmpty() {
+    // Never answered: zero for a number, nothing for a text.
+    QVERIFY(gPV[3].isEmpty());
+    QCOMPARE(gPV[3].asNumber().value_or(-1), 0.0);
+    QCOMPARE(gPV[3].toText(), QString());
+    QCOMPARE(PlantValue(QStringLiteral(" -1999.9 ")).asNumber().value_or(0), -1999.9);
+    QCOMPARE(PlantValue(-0.5).toText(), QStringLiteral("-0.5"));
+    QCOMPARE(PlantValue(200.0).toText(), QStringLiteral("200"));
+    QVERIFY(!PlantValue(QStringLiteral("12,5")).asNumber()); // not a number: the reader skips it
+    QVERIFY(!PlantValue(QString()).asNumber());
 }
 
 QTEST_GUILESS_MAIN(TstRegisterCodec)

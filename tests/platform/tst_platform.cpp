@@ -33,6 +33,7 @@ private slots:
     void replyCodesMapToTheLoggerTable();
     void modctlReadsIntoItsBuffer();
     void modctlRefusesAStartWhileBusy();
+    void modctlKeepsARunningWrite();
     void modctlRejectsAShortReply();
     void modctlWritesWordsOfLongData();
     void modctlDestroyedWhileBusyIsSafe();
@@ -179,9 +180,39 @@ void TstPlatform::modctlRefusesAStartWhileBusy() {
     ctl.start();
     QCOMPARE(fake->requests.size(), 1); // the second never reached the link
     QVERIFY(errors.wait(1000));
+    QCOMPARE(errors.size(), 1);
+    QCOMPARE(errors.first().first().toInt(), 16);
+    // The read that was running is abandoned: its late answer raises nothing.
+    fake->deliverAll();
+    QCOMPARE(reads.size(), 0);
+    QVERIFY(!ctl.busy());
+    // The control is free again for the next start.
+    ctl.start();
+    fake->deliverAll();
+    QCOMPARE(reads.size(), 1);
+    QCOMPARE(ctl.data(0), qint16(5));
+}
+
+void TstPlatform::modctlKeepsARunningWrite() {
+    auto backend = std::make_unique<FakeModbusBackend>();
+    FakeModbusBackend* fake = backend.get();
+    fake->manual = true;
+    installModbusBackend(std::move(backend));
+    fake->setRegisters(2, 3, 1, {0});
+    Modctl ctl;
+    ctl.node = 2;
+    ctl.firstRegister = 1;
+    ctl.direction = 1;
+    ctl.setData(0, 77);
+    QSignalSpy errors(&ctl, &Modctl::error);
+    QSignalSpy writes(&ctl, &Modctl::writeComplete);
+    ctl.start();
+    ctl.start();
+    QVERIFY(errors.wait(1000));
     QCOMPARE(errors.first().first().toInt(), 16);
     fake->deliverAll();
-    QCOMPARE(reads.size(), 1); // the first still completes
+    QCOMPARE(writes.size(), 1); // a write on its way still reports how it went
+    QCOMPARE(fake->nodes[2].holding[1], quint16(77));
 }
 
 void TstPlatform::modctlRejectsAShortReply() {
