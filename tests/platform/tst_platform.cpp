@@ -95,9 +95,7 @@ void TstPlatform::settingsTextToBoolean() {
 }
 
 void TstPlatform::linkSettingsFromTheStore() {
-    auto store = std::make_unique<MemorySettingsStore>();
-    MemorySettingsStore* s = store.get();
-    installSettingsStore(std::move(store));
+    MemorySettingsStore* s = installDouble<MemorySettingsStore>(installSettingsStore);
     LinkSettings d = QtModbusBackend::settingsFromStore();
     QCOMPARE(d.mode, LinkSettings::Mode::Tcp);
     QCOMPARE(d.address, QStringLiteral("127.0.0.1"));
@@ -144,9 +142,7 @@ void TstPlatform::replyCodesMapToTheLoggerTable() {
 }
 
 void TstPlatform::modctlReadsIntoItsBuffer() {
-    auto backend = std::make_unique<FakeModbusBackend>();
-    FakeModbusBackend* fake = backend.get();
-    installModbusBackend(std::move(backend));
+    FakeModbusBackend* fake = installDouble<FakeModbusBackend>(installModbusBackend);
     fake->setRegisters(7, 3, 129, {65535, 20000, 32768});
     Modctl ctl;
     ctl.node = 7;
@@ -164,10 +160,8 @@ void TstPlatform::modctlReadsIntoItsBuffer() {
 }
 
 void TstPlatform::modctlRefusesAStartWhileBusy() {
-    auto backend = std::make_unique<FakeModbusBackend>();
-    FakeModbusBackend* fake = backend.get();
+    FakeModbusBackend* fake = installDouble<FakeModbusBackend>(installModbusBackend);
     fake->manual = true;
-    installModbusBackend(std::move(backend));
     fake->setRegisters(1, 2, 1001, QList<quint16>(9, 5));
     Modctl ctl;
     ctl.node = 1;
@@ -194,10 +188,8 @@ void TstPlatform::modctlRefusesAStartWhileBusy() {
 }
 
 void TstPlatform::modctlKeepsARunningWrite() {
-    auto backend = std::make_unique<FakeModbusBackend>();
-    FakeModbusBackend* fake = backend.get();
+    FakeModbusBackend* fake = installDouble<FakeModbusBackend>(installModbusBackend);
     fake->manual = true;
-    installModbusBackend(std::move(backend));
     fake->setRegisters(2, 3, 1, {0});
     Modctl ctl;
     ctl.node = 2;
@@ -235,9 +227,7 @@ void TstPlatform::modctlRejectsAShortReply() {
 }
 
 void TstPlatform::modctlWritesWordsOfLongData() {
-    auto backend = std::make_unique<FakeModbusBackend>();
-    FakeModbusBackend* fake = backend.get();
-    installModbusBackend(std::move(backend));
+    FakeModbusBackend* fake = installDouble<FakeModbusBackend>(installModbusBackend);
     fake->setRegisters(3, 3, 1, {0});
     Modctl ctl;
     ctl.node = 3;
@@ -253,10 +243,8 @@ void TstPlatform::modctlWritesWordsOfLongData() {
 }
 
 void TstPlatform::modctlDestroyedWhileBusyIsSafe() {
-    auto backend = std::make_unique<FakeModbusBackend>();
-    FakeModbusBackend* fake = backend.get();
+    FakeModbusBackend* fake = installDouble<FakeModbusBackend>(installModbusBackend);
     fake->manual = true;
-    installModbusBackend(std::move(backend));
     fake->setRegisters(1, 3, 0, {1});
     auto* ctl = new Modctl;
     ctl->count = 1;

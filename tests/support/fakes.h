@@ -102,3 +102,12 @@ public:
 private:
     std::deque<std::pair<ModbusRequest, Done>> m_pending;
 };
+
+// Makes a double, puts it in place of its facade and hands back the double for scripting.
+template <typename Double, typename Facade>
+Double* installDouble(void (*install)(std::unique_ptr<Facade>)) {
+    auto made = std::make_unique<Double>();
+    Double* double_ = made.get();
+    install(std::move(made));
+    return double_;
+}

@@ -11,24 +11,12 @@
 #include <cmath>
 
 TestEnv::TestEnv() {
-    auto d = std::make_unique<ScriptedDialogs>();
-    dialogs = d.get();
-    installDialogs(std::move(d));
-    auto c = std::make_unique<FakeClock>();
-    clock = c.get();
-    installClock(std::move(c));
-    auto b = std::make_unique<CountingBeeper>();
-    beeper = b.get();
-    installBeeper(std::move(b));
-    auto s = std::make_unique<MemorySettingsStore>();
-    settings = s.get();
-    installSettingsStore(std::move(s));
-    auto g = std::make_unique<FakeInstanceGuard>();
-    guard = g.get();
-    installInstanceGuard(std::move(g));
-    auto m = std::make_unique<FakeModbusBackend>();
-    modbus = m.get();
-    installModbusBackend(std::move(m));
+    dialogs = installDouble<ScriptedDialogs>(installDialogs);
+    clock = installDouble<FakeClock>(installClock);
+    beeper = installDouble<CountingBeeper>(installBeeper);
+    settings = installDouble<MemorySettingsStore>(installSettingsStore);
+    guard = installDouble<FakeInstanceGuard>(installInstanceGuard);
+    modbus = installDouble<FakeModbusBackend>(installModbusBackend);
 
     resetPlantStore();
     resetSession();
