@@ -1,0 +1,28 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+class LineCipher;
+
+// The one cipher of the process, made on first use; the splash keys it at start so that the key
+// derivation is paid before the first record is written.
+LineCipher& gCrypt();
+void setCipherKey();
+
+// One plain line to one line of upper-case hexadecimal and back. Text goes to the files as
+// single-byte characters; a character with no single-byte form becomes "?". A line that was cut,
+// damaged or altered deciphers to the empty text, without a message: each reader decides what
+// an empty line means.
+QString encryptText(const QString& text);
+QString decryptText(const QString& hexLine);
+
+// Two upper-case digits a byte, a leading zero kept.
+QString bytesToHex(const QByteArray& bytes);
+// Pairs of digits from the start; an odd last digit is read alone, and a pair that is not
+// hexadecimal gives a zero byte.
+QByteArray hexToBytes(const QString& hex);
+
+// 64 hexadecimal digits of the SHA-256 of the file as it lies on disk. On failure the stop box
+// "Error during system signature of data file." and the empty text.
+QString hashFileHex(const QString& path);
