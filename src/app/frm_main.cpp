@@ -11,8 +11,10 @@
 #include "platform/placement.h"
 #include "platform/settings_keys.h"
 #include "records/alarm_log.h"
+#include "records/audit_trail.h"
 #include "records/data_logger.h"
 #include "security/rights.h"
+#include "security/session.h"
 
 #include <QActionGroup>
 #include <QCloseEvent>
@@ -479,6 +481,8 @@ void FrmMain::closeEvent(QCloseEvent* event) {
         if (w->close())
             delete w;
     }
+    if (g21CFR)
+        systemAuditLine(QStringLiteral("System Shutdown"));
     m_timer2->stop();
     m_timer3->stop();
     event->accept();

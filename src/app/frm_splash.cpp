@@ -8,6 +8,7 @@
 #include "platform/placement.h"
 #include "platform/settings_keys.h"
 #include "records/alarm_log.h"
+#include "records/file_cipher.h"
 
 #include <QLabel>
 #include <QMdiArea>
@@ -60,6 +61,7 @@ FrmSplash::~FrmSplash() = default;
 
 FrmSplash::LoadResult FrmSplash::load() {
     m_main = new FrmMain;
+    setCipherKey();
     splashTicks = 1;
     if (!checkPrevInstance()) {
         m_timer1->stop();

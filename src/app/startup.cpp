@@ -7,9 +7,11 @@
 #include "platform/settings_keys.h"
 #include "platform/settings_store.h"
 #include "platform/single_instance.h"
+#include "records/audit_trail.h"
 #include "records/daily_files.h"
 #include "records/data_logger.h"
 #include "security/rights.h"
+#include "security/session.h"
 
 #include <QDir>
 #include <QFile>
@@ -67,6 +69,8 @@ bool loadSystemFiles(QString* error) {
     gHelpFile = gAppPath + QStringLiteral("/Sorvantel help.hlp");
     if (!readTagFile(gAppPath + QStringLiteral("/tags.tgn"), error))
         return false;
+    if (g21CFR)
+        systemAuditLine(QStringLiteral("System Started"));
     // Today's alarm log exists from the start of the day's first run.
     const QString alarmFile = todaysAlarmLogPath();
     QDir().mkpath(QFileInfo(alarmFile).absolutePath());

@@ -1,0 +1,149 @@
+#include "app/frm_main.h"
+#include "app/frm_splash.h"
+#include "audit_files.h"
+#include "plant/plant_store.h"
+#include "records/audit_trail.h"
+#include "records/daily_files.h"
+#include "security/session.h"
+#include "support/test_env.h"
+
+#include <QDir>
+#include <QRegularExpression>
+#include <QTest>
+
+class TstAuditTrail : public QObject {
+    Q_OBJECT
+private slots:
+    void linesCarryTheSessionOrTheSystem();
+    void fileLayoutIsOneHexLineAndCrLf();
+    void midnightSplitsTheFiles();
+    void usersOfOneDayShareTheFile();
+    void lostFolderIsMadeAgain();
+    void unwritableFileLosesTheLineQuietly();
+    void startAndExitAreAuditedWithSecurityOn();
+    void nothingIsWrittenWithSecurityOff();
+};
+
+void TstAuditTrail::linesCarryTheSessionOrTheSystem() {
+    TestEnv env;
+    gUserId = QStringLiteral("jsmith");
+    gUserFullName = QStringLiteral("John Smith");
+    gUserComment = QStringLiteral("Shift B");
+    auditLine(QStringLiteral("SP change TIC-1 from 100 to 120.5"));
+    systemAuditLine(QStringLiteral("System Started"));
+    const QStringList lines = plainLinesOf(env.path(QStringLiteral("Audit/3-14-2026 Audit.atr")));
+    QCOMPARE(lines.size(), 2);
+    const QDateTime now = env.clock->time;
+    QCOMPARE(lines[0].split(u','),
+             (QStringList{regionalShortDate(now.date()), regionalLongTime(now.time()), "jsmith",
+                          "John Smith", "Shift B", "SP change TIC-1 from 100 to 120.5"}));
+    QCOMPARE(lines[1].split(u',').mid(2),
+             (QStringList{"System", "Sorvantel System", "System Manager", "System Started"}));
+    // The session is untouched by a system line.
+    QCOMPARE(gUserId, QStringLiteral("jsmith"));
+}
+
+void TstAuditTrail::fileLayoutIsOneHexLineAndCrLf() {
+    TestEnv env;
+    systemAuditLine(QStringLiteral("One, with a comma"));
+    systemAuditLine(QString());
+    QFile f(env.path(QStringLiteral("Audit/3-14-2026 Audit.atr")));
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    const QByteArray bytes = f.readAll();
+    QVERIFY(bytes.endsWith("\r\n"));
+    const QList<QByteArray> lines = bytes.chopped(2).split('\n');
+    QCOMPARE(lines.size(), 2);
+    for (const QByteArray& line : lines)
+        QVERIFY(QRegularExpression(QStringLiteral("^[0-9A-F]+\r?$"))
+                    .match(QString::fromLatin1(line))
+                    .hasMatch());
+    // Nothing escapes a comma: the action fills a seventh field.
+    const QStringList first = plainLinesOf(f.fileName())[0].split(u',');
+    QCOMPARE(first.size(), 7);
+    QCOMPARE(first[6], QStringLiteral(" with a comma"));
+}
+
+void TstAuditTrail::midnightSplitsTheFiles() {
+    TestEnv env;
+    env.clock->time = QDateTime(QDate(2026, 3, 7), QTime(23, 59, 59));
+    systemAuditLine(QStringLiteral("before midnight"));
+    env.clock->time = QDateTime(QDate(2026, 3, 8), QTime(0, 0, 1));
+    systemAuditLine(QStringLiteral("after midnight"));
+    env.clock->time = QDateTime(QDate(2026, 12, 31), QTime(12, 0));
+    systemAuditLine(QStringLiteral("two digits"));
+    QCOMPARE(actionsOf(env.path(QStringLiteral("Audit/3-7-2026 Audit.atr"))),
+             QStringList{"before midnight"});
+    QCOMPARE(actionsOf(env.path(QStringLiteral("Audit/3-8-2026 Audit.atr"))),
+             QStringList{"after midnight"});
+    QCOMPARE(actionsOf(env.path(QStringLiteral("Audit/12-31-2026 Audit.atr"))),
+             QStringList{"two digits"});
+}
+
+void TstAuditTrail::usersOfOneDayShareTheFile() {
+    TestEnv env;
+    gUserId = QStringLiteral("anna");
+    auditLine(QStringLiteral("Logged Off"));
+    gUserId = QStringLiteral("ben");
+    env.clock->time = env.clock->time.addSecs(3600);
+    auditLine(QStringLiteral("Login Failed"));
+    const QStringList lines = plainLinesOf(env.path(QStringLiteral("Audit/3-14-2026 Audit.atr")));
+    QCOMPARE(lines.size(), 2);
+    QCOMPARE(lines[0].section(u',', 2, 2), QStringLiteral("anna"));
+    QCOMPARE(lines[1].section(u',', 2, 2), QStringLiteral("ben"));
+    QCOMPARE(lines[1].section(u',', 5), QStringLiteral("Login Failed"));
+}
+
+void TstAuditTrail::lostFolderIsMadeAgain() {
+    TestEnv env;
+    QVERIFY(!QDir(env.path(QStringLiteral("Audit"))).exists());
+    systemAuditLine(QStringLiteral("System Started"));
+    QCOMPARE(actionsOf(auditFilePath(QDate(2026, 3, 14))), QStringList{"System Started"});
+}
+
+void TstAuditTrail::unwritableFileLosesTheLineQuietly() {
+    TestEnv env;
+    // A folder where the day's file should be: the line cannot be written.
+    QVERIFY(QDir().mkpath(auditFilePath(QDate(2026, 3, 14))));
+    systemAuditLine(QStringLiteral("lost"));
+    QVERIFY(env.dialogs->boxes.isEmpty());
+    env.clock->time = env.clock->time.addDays(1);
+    systemAuditLine(QStringLiteral("next day"));
+    QCOMPARE(actionsOf(auditFilePath(QDate(2026, 3, 15))), QStringList{"next day"});
+}
+
+void TstAuditTrail::startAndExitAreAuditedWithSecurityOn() {
+    TestEnv env;
+    env.writeTags({{1, 0, true}});
+    env.modbus->manual = true;
+    env.settings->setValue("Levels\\security", "21CFR", "True");
+    env.settings->setValue("Levels\\op", "op 24", "1");
+    auto& splash = *new FrmSplash; // it deletes itself once started, so it lives on the heap
+    QCOMPARE(splash.load(), FrmSplash::LoadResult::Ok);
+    const QString today = env.path(QStringLiteral("Audit/3-14-2026 Audit.atr"));
+    QCOMPARE(actionsOf(today), QStringList{"System Started"});
+    for (int i = 0; i < 10; ++i)
+        splash.timer1Tick();
+    env.clock->time = env.clock->time.addSecs(60);
+    env.dialogs->answerNext(MsgAnswer::Yes);
+    frmMain()->close();
+    QCOMPARE(actionsOf(today), (QStringList{"System Started", "System Shutdown"}));
+    QCOMPARE(plainLinesOf(today)[1].section(u',', 2, 2), QStringLiteral("System"));
+    delete frmMain();
+}
+
+void TstAuditTrail::nothingIsWrittenWithSecurityOff() {
+    TestEnv env;
+    env.writeTags({{1, 0, true}});
+    env.modbus->manual = true;
+    auto& splash = *new FrmSplash; // it deletes itself once started, so it lives on the heap
+    QCOMPARE(splash.load(), FrmSplash::LoadResult::Ok);
+    for (int i = 0; i < 10; ++i)
+        splash.timer1Tick();
+    env.dialogs->answerNext(MsgAnswer::Yes);
+    frmMain()->close();
+    QVERIFY(!QDir(env.path(QStringLiteral("Audit"))).exists());
+    delete frmMain();
+}
+
+QTEST_MAIN(TstAuditTrail)
+#include "tst_audit_trail.moc"
