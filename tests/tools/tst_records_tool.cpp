@@ -1,0 +1,411 @@
+#include "platform/line_cipher.h"
+#include "record_commands.h"
+#include "records/audit_trail.h"
+#include "records/file_cipher.h"
+#include "security/session.h"
+#include "support/test_env.h"
+
+#include <QBuffer>
+#include <QDir>
+#include <QProcess>
+#include <QTest>
+
+namespace {
+// Written out here rather than taken from the tool, so that a slip in either shows.
+const QString kHeader = QStringLiteral(
+    "Date,Time,User ID,Full Name,User Description,User Action,User Comment,Hash Value");
+const QStringList kDataLines = {
+    QStringLiteral("Date,Time,Operator Message,Batch Number,Lot Number,TIC-1,TIC-1.SP,"),
+    QStringLiteral("3/14/26,10:00:00 AM,File started byJohn Smith (login as jsmith ),42,7, 123.4,"
+                   " 120,"),
+    QStringLiteral("3/14/26,10:00:05 AM,.,.,.,123.5,120,")};
+
+QByteArray recordBytes(const QStringList& plain) {
+    QByteArray out;
+    for (const QString& line : plain)
+        out += encryptText(line).toLatin1() + "\r\n";
+    return out;
+}
+
+QByteArray withDigitChanged(QByteArray hex, qsizetype at) {
+    hex[at] = hex[at] == '0' ? '1' : '0';
+    return hex;
+}
+
+bool writeBytes(const QString& path, const QByteArray& bytes) {
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
+}
+
+QByteArray readBytes(const QString& path) {
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("(unreadable)");
+}
+
+QString hashOf(const QString& path) {
+    const auto digest = sha256OfFile(path);
+    return digest ? bytesToHex(*digest) : QString();
+}
+
+QString signatureLine(const QString& who, const QString& comment, const QString& hash) {
+    return QStringLiteral("3/14/26,11:00:00 AM,%1,%1 Name,QA,Signed,%2,%3").arg(who, comment, hash);
+}
+
+QStringList linesOf(const QByteArray& bytes) {
+    return bytes.isEmpty() ? QStringList() : QString::fromUtf8(bytes).chopped(1).split(u'\n');
+}
+
+struct Run {
+    int status;
+    QStringList out;
+    QStringList err;
+};
+
+template <typename Command> Run inProcess(Command command) {
+    QBuffer out;
+    QBuffer err;
+    out.open(QIODevice::WriteOnly);
+    err.open(QIODevice::WriteOnly);
+    const int status = command(out, err);
+    return {status, linesOf(out.data()), linesOf(err.data())};
+}
+} // namespace
+
+class TstRecordsTool : public QObject {
+    Q_OBJECT
+private slots:
+    void printsWhatTheAuditWritersWrote();
+    void damagedLinesAreNamed_data();
+    void damagedLinesAreNamed();
+    void verify_data();
+    void verify();
+    void exportKeepsWhatExists();
+    void commandLine_data();
+    void commandLine();
+};
+
+void TstRecordsTool::printsWhatTheAuditWritersWrote() {
+    TestEnv env;
+    gUserId = QStringLiteral("jsmith");
+    gUserFullName = QStringLiteral("John Smith");
+    gUserComment = QStringLiteral("Shift B");
+    const QDateTime start = env.clock->time;
+    systemAuditLine(QStringLiteral("System Started"));
+    env.clock->time = start.addSecs(95);
+    auditLine(QStringLiteral("SP change TIC-1 from 100 to 120.5"));
+    env.clock->time = start.addSecs(96);
+    // Single-byte characters on disk must reach the terminal as themselves.
+    auditLine(QStringLiteral("Temp\u00e9rature \u00b0C, noted"));
+
+    const QString path = auditFilePath(start.date());
+    const QStringList expected = {
+        auditPlainLine(start, QStringLiteral("System"), QStringLiteral("Sorvantel System"),
+                       QStringLiteral("System Manager"), QStringLiteral("System Started")),
+        auditPlainLine(start.addSecs(95), QStringLiteral("jsmith"), QStringLiteral("John Smith"),
+                       QStringLiteral("Shift B"),
+                       QStringLiteral("SP change TIC-1 from 100 to 120.5")),
+        auditPlainLine(start.addSecs(96), QStringLiteral("jsmith"), QStringLiteral("John Smith"),
+                       QStringLiteral("Shift B"),
+                       QStringLiteral("Temp\u00e9rature \u00b0C, noted"))};
+    const Run run =
+        inProcess([&](QIODevice& out, QIODevice& err) { return printRecords({path}, out, err); });
+    QCOMPARE(run.status, int(kOk));
+    QCOMPARE(run.out, expected);
+    QCOMPARE(run.err, QStringList());
+}
+
+void TstRecordsTool::damagedLinesAreNamed_data() {
+    QTest::addColumn<QByteArray>("file");
+    QTest::addColumn<QStringList>("plain");
+    QTest::addColumn<QList<int>>("damaged");
+
+    const QStringList p = {QStringLiteral("first,line"), QStringLiteral("second,line"),
+                           QStringLiteral("third,line")};
+    QList<QByteArray> h;
+    for (const QString& line : p)
+        h << encryptText(line).toLatin1();
+    const QByteArray crlf = "\r\n";
+
+    QTest::newRow("digit changed in line 2 of 3")
+        << h[0] + crlf + withDigitChanged(h[1], h[1].size() / 2) + crlf + h[2] + crlf
+        << QStringList{p[0], {}, p[2]} << QList<int>{2};
+    QTest::newRow("torn last line") << h[0] + crlf + h[1] + crlf + h[2].left(h[2].size() / 2)
+                                    << QStringList{p[0], p[1], {}} << QList<int>{3};
+    QTest::newRow("last line without its end")
+        << h[0] + crlf + h[1] + crlf + h[2] << p << QList<int>{};
+    QTest::newRow("last line cut between CR and LF")
+        << h[0] + crlf + h[1] + crlf + h[2] + '\r' << p << QList<int>{};
+    QTest::newRow("bare LF") << h[0] + '\n' + h[1] + '\n' + h[2] + '\n' << p << QList<int>{};
+    QTest::newRow("blank line between")
+        << h[0] + crlf + crlf + h[2] + crlf << QStringList{p[0], {}, p[2]} << QList<int>{2};
+    QTest::newRow("plain text put in by hand") << h[0] + crlf + p[1].toLatin1() + crlf + h[2] + crlf
+                                               << QStringList{p[0], {}, p[2]} << QList<int>{2};
+    QTest::newRow("two lines run together")
+        << h[0] + h[1] + crlf + h[2] + crlf << QStringList{{}, p[2]} << QList<int>{1};
+    QTest::newRow("empty file") << QByteArray() << QStringList() << QList<int>{};
+    QTest::newRow("an empty plain line is no damage")
+        << h[0] + crlf + encryptText(QString()).toLatin1() + crlf << QStringList{p[0], {}}
+        << QList<int>{};
+}
+
+void TstRecordsTool::damagedLinesAreNamed() {
+    QFETCH(QByteArray, file);
+    QFETCH(QStringList, plain);
+    QFETCH(QList<int>, damaged);
+    TestEnv env;
+    const QString path = env.path(QStringLiteral("3-14-2026 AlmLog.alf"));
+    QVERIFY(writeBytes(path, file));
+    QStringList errors;
+    for (int line : damaged)
+        errors << QStringLiteral("%1: line %2 does not decipher").arg(path).arg(line);
+    const int status = damaged.isEmpty() ? kOk : kDamaged;
+
+    const Run print =
+        inProcess([&](QIODevice& out, QIODevice& err) { return printRecords({path}, out, err); });
+    QCOMPARE(print.out, plain);
+    QCOMPARE(print.err, errors);
+    QCOMPARE(print.status, status);
+
+    // The export holds the same lines, a damaged one left empty in its place.
+    const Run exported = inProcess([&](QIODevice& out, QIODevice& err) {
+        return exportRecords(path, QString(), false, out, err);
+    });
+    QCOMPARE(exported.err, errors);
+    QCOMPARE(exported.status, status);
+    QByteArray csv;
+    for (const QString& line : plain)
+        csv += line.toUtf8() + "\r\n";
+    QCOMPARE(readBytes(env.path(QStringLiteral("3-14-2026 AlmLog.csv"))), csv);
+}
+
+void TstRecordsTool::verify_data() {
+    // In the signature lines "{hash}" stands for the hash of the data file when it was written,
+    // "{new}" for the hash after its change, "{damaged}" for a line that does not decipher.
+    QTest::addColumn<QStringList>("signatureFile");
+    QTest::addColumn<bool>("changeData");
+    QTest::addColumn<QStringList>("verdicts");
+    QTest::addColumn<QStringList>("errors"); // "{sif}" is the signature file
+    QTest::addColumn<int>("status");
+
+    const QString& header = kHeader;
+    const QString anna = signatureLine("anna", "None", "{hash}");
+    const QString annaValid = QStringLiteral(
+        "line %1: signed 3/14/26 11:00:00 AM by anna (anna Name), comment \"None\": valid");
+    const QString annaChanged =
+        QStringLiteral("line %1: signed 3/14/26 11:00:00 AM by anna (anna Name), comment "
+                       "\"None\": does not match (the file changed after this signature)");
+
+    QTest::newRow("one signature") << QStringList{header, anna} << false
+                                   << QStringList{annaValid.arg(2)} << QStringList() << int(kOk);
+    QTest::newRow("one byte changed after signing")
+        << QStringList{header, anna} << true << QStringList{annaChanged.arg(2)} << QStringList()
+        << int(kMismatch);
+    QTest::newRow("signed again after the change")
+        << QStringList{header, anna, signatureLine("anna", "None", "{new}")} << true
+        << QStringList{annaChanged.arg(2), annaValid.arg(3)} << QStringList() << int(kMismatch);
+    QTest::newRow("comment with a comma")
+        << QStringList{header, signatureLine("anna", "ok, checked", "{hash}")} << false
+        << QStringList{"line 2: signed 3/14/26 11:00:00 AM by anna (anna Name), comment \"ok, "
+                       "checked\": valid"}
+        << QStringList() << int(kOk);
+    QTest::newRow("signed while the hash failed")
+        << QStringList{header, signatureLine("anna", "None", "")} << false
+        << QStringList{"line 2: signed 3/14/26 11:00:00 AM by anna (anna Name), comment \"None\": "
+                       "does not match (the signature holds no valid hash)"}
+        << QStringList() << int(kMismatch);
+    QTest::newRow("only the header")
+        << QStringList{header} << false << QStringList() << QStringList{"{sif}: holds no signature"}
+        << int(kNotVerified);
+    QTest::newRow("header lost, signed again")
+        << QStringList{anna} << false << QStringList{annaValid.arg(1)}
+        << QStringList{"{sif}: line 1 is not the header line"} << int(kNotVerified);
+    QTest::newRow("a line that is no signature")
+        << QStringList{header, "3/14/26,11:00:00 AM,anna,Anna,QA,Viewed,None,{hash}", anna} << false
+        << QStringList{annaValid.arg(3)} << QStringList{"{sif}: line 2 is not a signature line"}
+        << int(kNotVerified);
+    QTest::newRow("damaged signature line")
+        << QStringList{header, "{damaged}", anna} << false << QStringList{annaValid.arg(3)}
+        << QStringList{"{sif}: line 2 does not decipher"} << int(kDamaged);
+    QTest::newRow("damaged line and a changed file")
+        << QStringList{"{damaged}", anna} << true << QStringList{annaChanged.arg(2)}
+        << QStringList{"{sif}: line 1 does not decipher"} << int(kMismatch);
+}
+
+void TstRecordsTool::verify() {
+    QFETCH(QStringList, signatureFile);
+    QFETCH(bool, changeData);
+    QFETCH(QStringList, verdicts);
+    QFETCH(QStringList, errors);
+    QFETCH(int, status);
+    TestEnv env;
+    QVERIFY(QDir().mkpath(env.path(QStringLiteral("Log Files"))));
+    const QString data = env.path(QStringLiteral("Log Files/3-14-2026_10H_0M_0S.slg"));
+    const QString sif = env.path(QStringLiteral("Log Files/3-14-2026_10H_0M_0S.sif"));
+    QByteArray bytes = recordBytes(kDataLines);
+    QVERIFY(writeBytes(data, bytes));
+    const QString signedHash = hashOf(data);
+    if (changeData)
+        QVERIFY(writeBytes(data, withDigitChanged(bytes, 100)));
+    const QString newHash = hashOf(data);
+
+    QByteArray sifBytes;
+    for (QString line : signatureFile) {
+        const QByteArray hex =
+            line == QLatin1String("{damaged}")
+                ? withDigitChanged(encryptText(signatureLine("x", "None", signedHash)).toLatin1(),
+                                   70)
+                : encryptText(line.replace("{hash}", signedHash).replace("{new}", newHash))
+                      .toLatin1();
+        sifBytes += hex + "\r\n";
+    }
+    QVERIFY(writeBytes(sif, sifBytes));
+
+    const Run run = inProcess([&](QIODevice& out, QIODevice& err) {
+        return verifySignatures(data, QString(), out, err);
+    });
+    QStringList shown;
+    for (const QString& line : run.out) {
+        if (line.startsWith(QLatin1String("line ")))
+            shown << line;
+    }
+    QCOMPARE(shown, verdicts);
+    QCOMPARE(run.err, errors.replaceInStrings("{sif}", sif));
+    QCOMPARE(run.status, status);
+    QVERIFY(run.out.contains(QStringLiteral("SHA-256 now:    ") + newHash));
+}
+
+void TstRecordsTool::exportKeepsWhatExists() {
+    TestEnv env;
+    const QString data = env.path(QStringLiteral("batch 42.slg"));
+    const QString csv = env.path(QStringLiteral("batch 42.csv"));
+    QVERIFY(writeBytes(data, recordBytes(kDataLines)));
+    const QByteArray expected = (kDataLines.join(QStringLiteral("\r\n")) + "\r\n").toUtf8();
+    auto exportTo = [&](const QString& target, bool force) {
+        return inProcess([&](QIODevice& out, QIODevice& err) {
+            return exportRecords(data, target, force, out, err);
+        });
+    };
+
+    Run run = exportTo(QString(), false);
+    QCOMPARE(run.status, int(kOk));
+    QCOMPARE(readBytes(csv), expected);
+
+    QVERIFY(writeBytes(csv, "kept"));
+    run = exportTo(csv, false);
+    QCOMPARE(run.status, int(kUnusable));
+    QCOMPARE(run.err, QStringList{csv + ": already exists; --force replaces it"});
+    QCOMPARE(readBytes(csv), QByteArray("kept"));
+
+    run = exportTo(csv, true);
+    QCOMPARE(run.status, int(kOk));
+    QCOMPARE(readBytes(csv), expected);
+
+    // Not even --force lets the export replace the record it reads.
+    const QByteArray record = readBytes(data);
+    run = exportTo(data, true);
+    QCOMPARE(run.status, int(kUnusable));
+    QCOMPARE(readBytes(data), record);
+}
+
+void TstRecordsTool::commandLine_data() {
+    // "{d}" is the folder of the files; "{atr}" today's audit trail.
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("inOut");
+    QTest::addColumn<QString>("inErr");
+
+    QTest::newRow("print") << QStringList{"print", "{d}/run.slg"} << int(kOk) << kDataLines[2]
+                           << QString();
+    QTest::newRow("print two files")
+        << QStringList{"print", "{atr}", "{d}/run.slg"} << int(kOk)
+        << "System Started\n\n==> {d}/run.slg <==\n" + kDataLines[0] << QString();
+    QTest::newRow("print a damaged file")
+        << QStringList{"print", "{d}/damaged.atr"} << int(kDamaged) << kDataLines[0]
+        << "{d}/damaged.atr: line 2 does not decipher";
+    QTest::newRow("print a missing file among others")
+        << QStringList{"print", "{d}/none.atr", "{d}/run.slg"} << int(kUnusable) << kDataLines[2]
+        << "{d}/none.atr: cannot be read: No such file or directory";
+    QTest::newRow("print a folder")
+        << QStringList{"print", "{d}"} << int(kUnusable) << QString() << "{d}: cannot be read: ";
+    QTest::newRow("verify") << QStringList{"verify", "{d}/run.slg"} << int(kOk)
+                            << "Signatures: 1, valid: 1, not matching: 0" << QString();
+    QTest::newRow("verify a changed file")
+        << QStringList{"verify", "{d}/changed.slg"} << int(kMismatch)
+        << "Signatures: 1, valid: 0, not matching: 1" << QString();
+    QTest::newRow("verify without a signature file")
+        << QStringList{"verify", "{d}/unsigned.slg"} << int(kUnusable) << QString()
+        << "{d}/unsigned.sif: cannot be read: No such file or directory";
+    // The header-only file, not run.sif beside the data file, must be the one read.
+    QTest::newRow("verify a named signature file")
+        << QStringList{"verify", "{d}/run.slg", "{d}/blank.sif"} << int(kNotVerified)
+        << "Signature file: {d}/blank.sif"
+        << "{d}/blank.sif: holds no signature";
+    QTest::newRow("verify a missing data file")
+        << QStringList{"verify", "{d}/none.slg"} << int(kUnusable) << QString()
+        << "{d}/none.slg: cannot be read: No such file or directory";
+    QTest::newRow("verify three files")
+        << QStringList{"verify", "{d}/run.slg", "{d}/run.sif", "{d}/x"} << int(kUnusable)
+        << QString() << "verify takes a data file";
+    QTest::newRow("export over a file") << QStringList{"export", "{d}/run.slg", "{d}/old.csv"}
+                                        << int(kUnusable) << QString() << "already exists";
+    QTest::newRow("export with --force")
+        << QStringList{"export", "--force", "{d}/run.slg", "{d}/old.csv"} << int(kOk)
+        << "3 lines exported to {d}/old.csv" << QString();
+    QTest::newRow("--force with print") << QStringList{"print", "--force", "{d}/run.slg"}
+                                        << int(kUnusable) << QString() << "export only";
+    QTest::newRow("unknown command") << QStringList{"list", "{d}/run.slg"} << int(kUnusable)
+                                     << QString() << "unknown command 'list'";
+    QTest::newRow("no command") << QStringList() << int(kUnusable) << QString()
+                                << "no command given";
+    QTest::newRow("print nothing")
+        << QStringList{"print"} << int(kUnusable) << QString() << "print needs at least one file";
+    QTest::newRow("unknown option") << QStringList{"print", "--fast", "{d}/run.slg"}
+                                    << int(kUnusable) << QString() << "Unknown option 'fast'";
+    QTest::newRow("version") << QStringList{"--version"} << int(kOk)
+                             << QStringLiteral("sorvantel-records " SORVANTEL_VERSION) << QString();
+    QTest::newRow("help") << QStringList{"--help"} << int(kOk) << "verify DATAFILE [SIGFILE]"
+                          << QString();
+}
+
+void TstRecordsTool::commandLine() {
+    QFETCH(QStringList, args);
+    QFETCH(int, status);
+    QFETCH(QString, inOut);
+    QFETCH(QString, inErr);
+    TestEnv env;
+    const QString d = env.appPath();
+    systemAuditLine(QStringLiteral("System Started"));
+    QVERIFY(writeBytes(d + "/run.slg", recordBytes(kDataLines)));
+    QVERIFY(
+        writeBytes(d + "/run.sif",
+                   recordBytes({kHeader, signatureLine("anna", "None", hashOf(d + "/run.slg"))})));
+    QVERIFY(QFile::copy(d + "/run.slg", d + "/changed.slg"));
+    QVERIFY(QFile::copy(d + "/run.sif", d + "/changed.sif"));
+    QVERIFY(writeBytes(d + "/changed.slg", withDigitChanged(readBytes(d + "/run.slg"), 10)));
+    QVERIFY(QFile::copy(d + "/run.slg", d + "/unsigned.slg"));
+    QVERIFY(writeBytes(d + "/old.csv", "old"));
+    QVERIFY(writeBytes(d + "/blank.sif", recordBytes({kHeader})));
+    QByteArray damaged = recordBytes(kDataLines);
+    QVERIFY(writeBytes(d + "/damaged.atr", withDigitChanged(damaged, damaged.indexOf('\n') + 9)));
+
+    const QString atr = auditFilePath(env.clock->time.date());
+    auto fill = [&](QString s) {
+        return s.replace("{atr}", atr).replace("{d}", d);
+    };
+    QProcess process;
+    process.start(QStringLiteral(SORVANTEL_RECORDS_EXE),
+                  args.replaceInStrings("{atr}", atr).replaceInStrings("{d}", d));
+    QVERIFY(process.waitForFinished(60000));
+    const QString out = QString::fromUtf8(process.readAllStandardOutput());
+    const QString err = QString::fromUtf8(process.readAllStandardError());
+    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+    QVERIFY2(out.contains(fill(inOut)), qPrintable(out));
+    if (inErr.isEmpty())
+        QVERIFY2(err.isEmpty(), qPrintable(err));
+    else
+        QVERIFY2(err.contains(fill(inErr)), qPrintable(err));
+    QCOMPARE(process.exitCode(), status);
+}
+
+QTEST_MAIN(TstRecordsTool)
+#include "tst_records_tool.moc"

@@ -1,0 +1,87 @@
+#include "record_reader.h"
+
+#include "platform/line_cipher.h"
+#include "records/file_cipher.h"
+
+#include <QFile>
+
+std::optional<QString> decipherRecordLine(const QByteArray& hexLine) {
+    setCipherKey();
+    const auto plain = gCrypt().decrypt(hexToBytes(QString::fromLatin1(hexLine)));
+    if (!plain)
+        return std::nullopt;
+    return QString::fromLatin1(*plain);
+}
+
+namespace {
+bool fail(QString* error, const QString& why) {
+    if (error)
+        *error = why;
+    return false;
+}
+} // namespace
+
+bool readRecordFile(const QString& path, const std::function<void(const RecordLine&)>& onLine,
+                    QString* error) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return fail(error, file.errorString());
+    for (qint64 number = 1;; ++number) {
+        QByteArray raw = file.readLine();
+        if (raw.isEmpty()) {
+            if (file.error() != QFileDevice::NoError)
+                return fail(error, file.errorString());
+            return true;
+        }
+        if (raw.endsWith('\n'))
+            raw.chop(1);
+        if (raw.endsWith('\r'))
+            raw.chop(1);
+        onLine(RecordLine{number, decipherRecordLine(raw)});
+    }
+}
+
+std::optional<Signature> parseSignatureLine(const QString& plain, qint64 line) {
+    const QStringList f = plain.split(u',');
+    if (f.size() < 8 || f[5] != QLatin1String("Signed"))
+        return std::nullopt;
+    return Signature{line,    f[0], f[1], f[2], f[3], f[4], f.mid(6, f.size() - 7).join(u','),
+                     f.last()};
+}
+
+bool readSignatureFile(const QString& path, SignatureFile* out, QString* error) {
+    SignatureFile file;
+    const bool read = readRecordFile(
+        path,
+        [&file](const RecordLine& line) {
+            using P = SignatureFile::Problem;
+            ++file.lineCount;
+            if (!line.plain) {
+                file.findings.append({line.number, P::Damaged});
+                return;
+            }
+            if (line.number == 1 && *line.plain == kSignatureHeader)
+                return;
+            // A signature file that was lost and signed again starts with a signature.
+            const auto signature = parseSignatureLine(*line.plain, line.number);
+            if (line.number == 1)
+                file.findings.append({1, P::NoHeader});
+            if (signature)
+                file.signatures.append(*signature);
+            else if (line.number > 1)
+                file.findings.append({line.number, P::NotASignature});
+        },
+        error);
+    *out = file;
+    return read;
+}
+
+bool isWellFormedHash(const QString& hash) {
+    if (hash.size() != 64)
+        return false;
+    for (QChar c : hash) {
+        if (!(c >= u'0' && c <= u'9') && !(c >= u'A' && c <= u'F'))
+            return false;
+    }
+    return true;
+}

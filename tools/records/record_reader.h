@@ -1,0 +1,61 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+#include <functional>
+#include <optional>
+
+// Reading the workstation's record files outside the workstation. Every kind (.slg, .sif, .atr,
+// .alf, .tun, .rec, .spr) is one enciphered line per plain line, so only the signature file needs
+// knowledge of its fields.
+
+// The plain text of one line as it stands on disk without its line end; nothing when the line
+// does not authenticate. Unlike decryptText this tells a damaged line from an empty plain one.
+std::optional<QString> decipherRecordLine(const QByteArray& hexLine);
+
+struct RecordLine {
+    qint64 number = 0; // from 1
+    std::optional<QString> plain;
+};
+
+// Hands every line of the file to onLine, in order. CR LF and a bare LF both end a line, and the
+// last line may lack its end: a line cut while it was written fails to decipher by itself. False,
+// with the reason in *error, when the file cannot be opened or read; a read error can come after
+// some lines were handed on.
+bool readRecordFile(const QString& path, const std::function<void(const RecordLine&)>& onLine,
+                    QString* error = nullptr);
+
+inline const QString kSignatureHeader = QStringLiteral(
+    "Date,Time,User ID,Full Name,User Description,User Action,User Comment,Hash Value");
+
+struct Signature {
+    qint64 line = 0;
+    QString date;
+    QString time;
+    QString userId;
+    QString fullName;
+    QString description;
+    QString comment;
+    QString hash;
+};
+
+// At least eight fields with "Signed" as the sixth. Nothing in these files escapes a comma, so
+// the hash is taken from the end and the comment is everything between.
+std::optional<Signature> parseSignatureLine(const QString& plain, qint64 line);
+
+struct SignatureFile {
+    enum class Problem { Damaged, NoHeader, NotASignature };
+    struct Finding {
+        qint64 line;
+        Problem problem;
+    };
+    qint64 lineCount = 0;
+    QList<Signature> signatures;
+    QList<Finding> findings; // in line order
+};
+
+bool readSignatureFile(const QString& path, SignatureFile* out, QString* error = nullptr);
+
+// True when the hash field is what the workstation writes: 64 upper-case hexadecimal digits.
+bool isWellFormedHash(const QString& hash);
