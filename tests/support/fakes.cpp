@@ -1,5 +1,8 @@
 #include "fakes.h"
 
+#include <QPageSize>
+#include <QPrinter>
+#include <QProcess>
 #include <QTimer>
 
 MsgAnswer ScriptedDialogs::messageBox(MsgIcon icon, MsgButtons buttons, const QString& title,
@@ -89,4 +92,32 @@ int FakeModbusBackend::deliverAll() {
         ++n;
     }
     return n;
+}
+
+std::unique_ptr<QPrinter> PdfPrinters::defaultPrinter(const QString& jobName) {
+    auto printer = std::make_unique<QPrinter>(QPrinter::HighResolution);
+    printer->setOutputFormat(QPrinter::PdfFormat);
+    printer->setPageSize(QPageSize(QPageSize::A4));
+    const QString path = outputFolder + QStringLiteral("/printout-%1.pdf").arg(outputs.size() + 1);
+    printer->setOutputFileName(path);
+    printer->setDocName(jobName);
+    outputs << path;
+    jobNames << jobName;
+    return printer;
+}
+
+bool PdfPrinters::choosePrinter(QPrinter&, int* copies) {
+    ++dialogs;
+    if (copies)
+        *copies = copiesAsked;
+    return dialogAccepts;
+}
+
+QString pdfText(const QString& path) {
+    QProcess p;
+    p.start(QStringLiteral("pdftotext"), {QStringLiteral("-layout"), path, QStringLiteral("-")});
+    if (!p.waitForFinished(30000) || p.exitCode() != 0)
+        return {};
+    // Compatibility form, so that ligatures such as "fi" read as their letters.
+    return QString::fromUtf8(p.readAllStandardOutput()).normalized(QString::NormalizationForm_KC);
 }

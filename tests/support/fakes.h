@@ -6,6 +6,7 @@
 #include "platform/clock.h"
 #include "platform/dialogs.h"
 #include "platform/modctl.h"
+#include "platform/printers.h"
 #include "platform/settings_store.h"
 #include "platform/single_instance.h"
 
@@ -102,6 +103,26 @@ public:
 private:
     std::deque<std::pair<ModbusRequest, Done>> m_pending;
 };
+
+// Printers that print to PDF files, one file a job: printout-1.pdf, printout-2.pdf... in
+// outputFolder, A4, so that a test reads the pages back with pdftotext.
+class PdfPrinters final : public Printers {
+public:
+    bool available = true;
+    bool dialogAccepts = true;
+    int copiesAsked = 1;
+    QString outputFolder;
+    QStringList outputs; // every file a job was given, in order
+    QStringList jobNames;
+    int dialogs = 0;
+
+    bool hasDefaultPrinter() override { return available; }
+    std::unique_ptr<QPrinter> defaultPrinter(const QString& jobName) override;
+    bool choosePrinter(QPrinter& printer, int* copies) override;
+};
+
+// The text of a PDF file, its layout kept; empty when pdftotext is missing.
+QString pdfText(const QString& path);
 
 // Makes a double, puts it in place of its facade and hands back the double for scripting.
 template <typename Double, typename Facade>

@@ -17,6 +17,8 @@ TestEnv::TestEnv() {
     settings = installDouble<MemorySettingsStore>(installSettingsStore);
     guard = installDouble<FakeInstanceGuard>(installInstanceGuard);
     modbus = installDouble<FakeModbusBackend>(installModbusBackend);
+    printers = installDouble<PdfPrinters>(installPrinters);
+    printers->outputFolder = m_dir.path();
 
     resetPlantStore();
     resetSession();

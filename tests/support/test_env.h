@@ -32,6 +32,7 @@ public:
     MemorySettingsStore* settings;
     FakeInstanceGuard* guard;
     FakeModbusBackend* modbus;
+    PdfPrinters* printers;
 
 private:
     QTemporaryDir m_dir;
