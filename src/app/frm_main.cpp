@@ -13,6 +13,7 @@
 #include "records/alarm_log.h"
 #include "records/audit_trail.h"
 #include "records/data_logger.h"
+#include "records/frm_audit_view.h"
 #include "security/rights.h"
 #include "security/session.h"
 
@@ -173,8 +174,8 @@ void FrmMain::buildMenus() {
     addSeparator(view, QStringLiteral("mnuDash"));
     addItem(view, QStringLiteral("mnuHistory"), QStringLiteral("&Data File Viewer"),
             Right::DataViewer);
-    addItem(view, QStringLiteral("mnuAudit"), QStringLiteral("&Audit Trail Viewer"),
-            Right::AuditTrailViewer);
+    connect(addItem(view, QStringLiteral("mnuAudit"), QStringLiteral("&Audit Trail Viewer")),
+            &QAction::triggered, this, &FrmMain::mnuAudit_Click);
 
     QMenu* banks = addMenu(QStringLiteral("mnuControlBanks"), QStringLiteral("&Control Banks"));
     // "32 to 64", not 33: the caption stands as the operators know it.
@@ -441,6 +442,21 @@ void tileInLine(QMdiArea* mdi, bool stacked) {
     }
 }
 } // namespace
+
+void FrmMain::showSingleWindow(const QString& menuItemName, QMdiSubWindow* window) {
+    QAction* item = menuItem(menuItemName);
+    item->setEnabled(false);
+    connect(window, &QObject::destroyed, item, [item] { item->setEnabled(true); });
+    m_mdi->addSubWindow(window);
+    window->show();
+    m_mdi->setActiveSubWindow(window);
+}
+
+void FrmMain::mnuAudit_Click() {
+    if (!checkAccess(Right::AuditTrailViewer))
+        return;
+    showSingleWindow(QStringLiteral("mnuAudit"), new FrmAuditView);
+}
 
 void FrmMain::arrangeCascade() {
     m_mdi->cascadeSubWindows();

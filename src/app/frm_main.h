@@ -8,6 +8,7 @@
 
 class QAction;
 class QLabel;
+class QMdiSubWindow;
 class QMdiArea;
 class QMenu;
 class QTimer;
@@ -49,6 +50,11 @@ public:
     void timer3Tick();
     void midnightRollover();
     void updateOpenProjectMenu();
+
+    // Shows a window opened by a menu item: the item stays disabled while the window lives, so
+    // that there is never a second one.
+    void showSingleWindow(const QString& menuItemName, QMdiSubWindow* window);
+    void mnuAudit_Click();
 
     // Cascade, tile one above the other, tile side by side.
     void arrangeCascade();

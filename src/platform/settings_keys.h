@@ -16,6 +16,7 @@ inline const QString LevelsSu = QStringLiteral("Levels\\su");
 inline const QString LevelsAd = QStringLiteral("Levels\\ad");
 inline const QString LevelsSecurity = QStringLiteral("Levels\\security");
 inline const QString Link = QStringLiteral("Link");
+inline const QString Audit = QStringLiteral("Audit");
 } // namespace Sections
 
 namespace Keys {

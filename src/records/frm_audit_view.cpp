@@ -1,0 +1,259 @@
+#include "frm_audit_view.h"
+
+#include "audit_trail.h"
+#include "file_cipher.h"
+#include "plant/comm_errors.h"
+#include "plant/plant_store.h"
+#include "platform/clock.h"
+#include "platform/dialogs.h"
+#include "platform/placement.h"
+#include "platform/printers.h"
+#include "platform/record_grid.h"
+#include "platform/settings_keys.h"
+#include "record_paths.h"
+#include "security/rights.h"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QLabel>
+#include <QPointer>
+#include <QPrinter>
+#include <QStatusBar>
+#include <QStyle>
+#include <QTimer>
+#include <QToolBar>
+#include <QVBoxLayout>
+
+namespace {
+QPointer<FrmAuditView> gAuditViewInstance;
+
+const QStringList kTitles{QStringLiteral("Date"),    QStringLiteral("Time"),
+                          QStringLiteral("User ID"), QStringLiteral("Full Name"),
+                          QStringLiteral("Comment"), QStringLiteral("Action")};
+constexpr double kWidths[] = {12, 11, 12, 18, 16, 40};
+const QString kUseOpenIcon = QStringLiteral("Use the open file icon to load a audit trail file.");
+
+// Long loads hand the event loop a turn this often, so the workstation's timers keep running.
+constexpr int kYieldMs = 50;
+
+// Hourglass for the life of a long command.
+class WaitCursor {
+public:
+    WaitCursor() { QApplication::setOverrideCursor(Qt::WaitCursor); }
+    ~WaitCursor() { QApplication::restoreOverrideCursor(); }
+    WaitCursor(const WaitCursor&) = delete;
+    WaitCursor& operator=(const WaitCursor&) = delete;
+};
+} // namespace
+
+FrmAuditView* frmAuditView() {
+    return gAuditViewInstance.data();
+}
+
+FrmAuditView::FrmAuditView(QWidget* parent) : QMdiSubWindow(parent) {
+    setObjectName(QStringLiteral("frmAuditView"));
+    setWindowTitle(QStringLiteral("Audit Trail Viewer"));
+    setAttribute(Qt::WA_DeleteOnClose);
+    auto* body = new QWidget;
+    auto* layout = new QVBoxLayout(body);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+
+    m_toolbar = new QToolBar(body);
+    m_toolbar->setObjectName(QStringLiteral("Toolbar1"));
+    m_toolbar->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
+    auto addButton = [this](QStyle::StandardPixmap icon, const QString& key, const QString& tip) {
+        QAction* a = m_toolbar->addAction(style()->standardIcon(icon), key);
+        a->setObjectName(key);
+        a->setToolTip(tip);
+        return a;
+    };
+    connect(addButton(QStyle::SP_DialogOpenButton, QStringLiteral("Open"),
+                      QStringLiteral("Open Audit Trail")),
+            &QAction::triggered, this, &FrmAuditView::openAuditFile);
+    connect(addButton(QStyle::SP_DialogSaveButton, QStringLiteral("Export"),
+                      QStringLiteral("Export Audit Trail")),
+            &QAction::triggered, this, &FrmAuditView::exportAuditFile);
+    connect(addButton(QStyle::SP_FileDialogDetailedView, QStringLiteral("Print"),
+                      QStringLiteral("Print Audit Trail")),
+            &QAction::triggered, this, &FrmAuditView::printAuditGrid);
+
+    // Label1 frames the grid and follows the window's size.
+    m_label1 = new QLabel(body);
+    m_label1->setObjectName(QStringLiteral("Label1"));
+    auto* frameLayout = new QVBoxLayout(m_label1);
+    frameLayout->setContentsMargins(2, 2, 2, 2);
+    m_vaGrid = new RecordGrid(m_label1);
+    m_vaGrid->setObjectName(QStringLiteral("vaGrid"));
+    m_vaGrid->setColumnCount(int(kTitles.size()));
+    m_vaGrid->setColumnTitles(kTitles);
+    for (int c = 0; c < int(kTitles.size()); ++c)
+        m_vaGrid->setColumnWidthUnits(c, kWidths[c]);
+    m_vaGrid->setLocked(true);
+    frameLayout->addWidget(m_vaGrid);
+
+    m_statusBar = new QStatusBar(body);
+    m_statusBar->setObjectName(QStringLiteral("StatusBar1"));
+    m_statusPanel = new QLabel(m_statusBar);
+    m_statusPanel->setObjectName(QStringLiteral("Status"));
+    m_statusBar->addWidget(m_statusPanel, 1);
+
+    layout->addWidget(m_toolbar);
+    layout->addWidget(m_label1, 1);
+    layout->addWidget(m_statusBar);
+    setWidget(body);
+    restorePlacement(this, Sections::Audit, {1000, 1000, 11000, 6000});
+    gAuditViewInstance = this;
+
+    loadAuditGrid(auditFilePath(currentDateTime().date()));
+}
+
+FrmAuditView::~FrmAuditView() {
+    if (gAuditViewInstance == this)
+        gAuditViewInstance = nullptr;
+}
+
+QString FrmAuditView::statusText() const {
+    return m_statusPanel->text();
+}
+
+void FrmAuditView::setStatus(const QString& text) {
+    m_statusPanel->setText(text);
+}
+
+void FrmAuditView::loadAuditGrid(const QString& path) {
+    if (m_loading)
+        return;
+    setStatus(QString());
+    WaitCursor hourglass;
+    m_vaGrid->clearRows();
+    // Export and print stay refused until a file has loaded.
+    m_fileName.clear();
+    QFile file(path);
+    if (!file.exists()) {
+        // Today's trail can be viewed before its first line.
+        QDir().mkpath(QFileInfo(path).absolutePath());
+        if (!file.open(QIODevice::Append)) {
+            reportError(QStringLiteral("loadAuditGrid"), 75, file.errorString());
+            return;
+        }
+        m_fileName = path;
+        return;
+    }
+    if (!file.open(QIODevice::ReadOnly)) {
+        reportError(QStringLiteral("loadAuditGrid"), 75, file.errorString());
+        return;
+    }
+    m_fileName = path;
+    const QByteArray bytes = file.readAll();
+    file.close();
+
+    m_loading = true;
+    QElapsedTimer sinceYield;
+    sinceYield.start();
+    int row = 0;
+    qsizetype from = 0;
+    {
+        RecordGrid::BulkLoad bulk(*m_vaGrid);
+        while (from < bytes.size() && !m_closeAfterLoad) {
+            qsizetype end = bytes.indexOf('\n', from);
+            if (end < 0)
+                end = bytes.size();
+            const QString line = QString::fromLatin1(bytes.mid(from, end - from)).trimmed();
+            from = end + 1;
+            // An empty line ends the trail there and then.
+            if (line.isEmpty())
+                break;
+            // A line that does not decipher shows as an empty first cell; the next ones are
+            // unharmed.
+            m_vaGrid->setRowFields(row++, decryptText(line).split(u','));
+            if (sinceYield.elapsed() >= kYieldMs) {
+                QCoreApplication::processEvents();
+                sinceYield.restart();
+            }
+        }
+    }
+    m_loading = false;
+    m_vaGrid->setLocked(true);
+    setStatus(QStringLiteral("Current File is ") + path);
+    if (m_closeAfterLoad)
+        QTimer::singleShot(0, this, &QWidget::close);
+}
+
+void FrmAuditView::openAuditFile() {
+    if (m_loading || !checkAccess(Right::OpenSaveFiles))
+        return;
+    FileDialogRequest request;
+    request.filter = QStringLiteral("Audit Log Files(*.atr)|*.atr");
+    request.fileName = auditFolder() + QStringLiteral("/Default.atr");
+    request.initialDirectory = auditFolder();
+    request.fileMustExist = true;
+    const FileDialogResult chosen = dialogs().openFile(request);
+    if (chosen.cancelled)
+        return;
+    loadAuditGrid(chosen.path);
+}
+
+void FrmAuditView::exportAuditFile() {
+    if (m_loading || !checkAccess(Right::ExportDataFiles))
+        return;
+    if (m_fileName.isEmpty()) {
+        msgBox(QStringLiteral("No audit trail file to export!\n") + kUseOpenIcon,
+               MsgIcon::Information);
+        return;
+    }
+    FileDialogRequest request;
+    request.title = QStringLiteral("Export audit file as?");
+    request.filter = QStringLiteral("Exported Audit Files (*.csv)|*.csv");
+    request.defaultExtension = QStringLiteral(".csv");
+    request.initialDirectory = gAppPath + QStringLiteral("/Export Data");
+    request.fileName = fileBaseName(m_fileName) + QStringLiteral(".csv");
+    request.overwritePrompt = true;
+    const FileDialogResult chosen = dialogs().saveFile(request);
+    if (chosen.cancelled)
+        return;
+    GridTextFormat format;
+    format.columnDelimiter = QStringLiteral(",");
+    format.rowDelimiter = QStringLiteral("\r\n");
+    format.columnTitles = true;
+    QString error;
+    if (!m_vaGrid->exportText(chosen.path, format, &error))
+        reportError(QStringLiteral("ExportHistoryFile"), 75, error);
+}
+
+void FrmAuditView::printAuditGrid() {
+    if (m_loading)
+        return;
+    if (m_fileName.isEmpty()) {
+        msgBox(QStringLiteral("Audit trail file has not been opened!\n") + kUseOpenIcon,
+               MsgIcon::Information);
+        return;
+    }
+    if (!printers().hasDefaultPrinter()) {
+        msgBox(QStringLiteral("There is no default printer!\n"
+                              "Please install or select a default printer."),
+               MsgIcon::Information);
+        return;
+    }
+    GridPrintJob job;
+    job.jobName = QStringLiteral("Audit Trail Printout");
+    job.header = QStringLiteral("Audit trail printout for fileName ") + m_fileName;
+    job.footer = QStringLiteral("/c/rPage #/p");
+    job.abortText = QStringLiteral("Printing - Click Cancel to quit");
+    const std::unique_ptr<QPrinter> printer = printers().defaultPrinter(job.jobName);
+    m_vaGrid->print(*printer, job);
+}
+
+void FrmAuditView::closeEvent(QCloseEvent* event) {
+    if (m_loading) {
+        // The load stops at its next line and closes the window then.
+        m_closeAfterLoad = true;
+        event->ignore();
+        return;
+    }
+    savePlacement(this, Sections::Audit);
+    QMdiSubWindow::closeEvent(event);
+}

@@ -1,0 +1,274 @@
+#include "app/frm_main.h"
+#include "audit_files.h"
+#include "plant/plant_store.h"
+#include "platform/placement.h"
+#include "platform/record_grid.h"
+#include "records/audit_trail.h"
+#include "records/frm_audit_view.h"
+#include "security/rights.h"
+#include "security/session.h"
+#include "support/test_env.h"
+
+#include <QDir>
+#include <QMdiArea>
+#include <QTest>
+#include <QToolBar>
+
+namespace {
+const QString kToday = QStringLiteral("Audit/3-14-2026 Audit.atr");
+
+QStringList rowOf(const RecordGrid* grid, int row) {
+    QStringList out;
+    for (int c = 0; c < grid->columnCount(); ++c)
+        out << grid->text(row, c);
+    return out;
+}
+
+void writeLines(const QString& path, const QList<QByteArray>& lines) {
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    for (const QByteArray& l : lines)
+        f.write(l + "\r\n");
+}
+
+void trigger(FrmAuditView* view, const char* button) {
+    view->toolbar()->findChild<QAction*>(QString::fromLatin1(button))->trigger();
+}
+
+// Security on, with the given rights of operator level.
+void grantOperator(std::initializer_list<int> rights) {
+    g21CFR = true;
+    for (int r : rights)
+        gOpRights[r] = 1;
+}
+} // namespace
+
+class TstAuditView : public QObject {
+    Q_OBJECT
+private slots:
+    void todaysFileIsMadeAndShownEmpty();
+    void linesFillTheGridAndDamageStaysInItsRow();
+    void emptyLineEndsTheLoadAndTornLastLineIsDamaged();
+    void fieldsPastTheLastColumnAreDropped();
+    void openAsksItsRightAndTheDialog();
+    void exportWritesCsvWithTitles();
+    void exportAndPrintNeedALoadedFile();
+    void exportFailureNamesTheProcedure();
+    void printsToTheDefaultPrinter();
+    void printWithoutPrinterSaysSo();
+    void menuItemGuardsTheSingleWindowAndPlacementIsKept();
+};
+
+void TstAuditView::todaysFileIsMadeAndShownEmpty() {
+    TestEnv env;
+    QVERIFY(!QFile::exists(env.path(kToday)));
+    FrmAuditView view;
+    QVERIFY(QFile::exists(env.path(kToday)));
+    QCOMPARE(QFileInfo(env.path(kToday)).size(), 0);
+    QCOMPARE(view.fileName(), env.path(kToday));
+    QCOMPARE(view.grid()->rowCount(), 0);
+    QCOMPARE(view.grid()->columnCount(), 6);
+    QCOMPARE(view.windowTitle(), QStringLiteral("Audit Trail Viewer"));
+    QVERIFY(env.dialogs->boxes.isEmpty());
+}
+
+void TstAuditView::linesFillTheGridAndDamageStaysInItsRow() {
+    TestEnv env;
+    gUserId = QStringLiteral("anna");
+    gUserFullName = QStringLiteral("Anna Berg");
+    gUserComment = QStringLiteral("QA");
+    auditLine(QStringLiteral("Clear Alarm Log"));
+    systemAuditLine(QStringLiteral("damaged later"));
+    systemAuditLine(QStringLiteral("System Shutdown"));
+    QFile f(env.path(kToday));
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    QList<QByteArray> lines = f.readAll().split('\n');
+    f.close();
+    lines[1][40] = lines[1][40] == '0' ? '1' : '0';
+    QFile::remove(env.path(kToday));
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(lines.join('\n'));
+    f.close();
+
+    FrmAuditView view;
+    RecordGrid* grid = view.grid();
+    QCOMPARE(grid->rowCount(), 3);
+    QCOMPARE(rowOf(grid, 0).mid(2), (QStringList{"anna", "Anna Berg", "QA", "Clear Alarm Log"}));
+    QCOMPARE(rowOf(grid, 1), QStringList(6));
+    QCOMPARE(rowOf(grid, 2).mid(2),
+             (QStringList{"System", "Sorvantel System", "System Manager", "System Shutdown"}));
+    QCOMPARE(view.statusText(), QStringLiteral("Current File is ") + env.path(kToday));
+    for (int c = 0; c < 6; ++c)
+        QVERIFY(grid->isCellLocked(0, c));
+    QVERIFY(env.dialogs->boxes.isEmpty());
+}
+
+void TstAuditView::emptyLineEndsTheLoadAndTornLastLineIsDamaged() {
+    TestEnv env;
+    QDir().mkpath(env.path(QStringLiteral("Audit")));
+    const QByteArray a = encryptText(QStringLiteral("d,t,u,n,c,first")).toLatin1();
+    const QByteArray b = encryptText(QStringLiteral("d,t,u,n,c,second")).toLatin1();
+    writeLines(env.path(QStringLiteral("Audit/gap.atr")), {a, QByteArray(), b});
+    writeLines(env.path(QStringLiteral("Audit/torn.atr")), {a, b.left(b.size() / 2)});
+    FrmAuditView view;
+    view.loadAuditGrid(env.path(QStringLiteral("Audit/gap.atr")));
+    QCOMPARE(view.grid()->rowCount(), 1);
+    QCOMPARE(view.grid()->text(0, 5), QStringLiteral("first"));
+    view.loadAuditGrid(env.path(QStringLiteral("Audit/torn.atr")));
+    QCOMPARE(view.grid()->rowCount(), 2);
+    QCOMPARE(view.grid()->text(1, 0), QString());
+    // A file that was emptied shows an empty grid, not the rows of the file before.
+    writeLines(env.path(QStringLiteral("Audit/empty.atr")), {});
+    view.loadAuditGrid(env.path(QStringLiteral("Audit/empty.atr")));
+    QCOMPARE(view.grid()->rowCount(), 0);
+}
+
+void TstAuditView::fieldsPastTheLastColumnAreDropped() {
+    TestEnv env;
+    systemAuditLine(QStringLiteral("SP change, with a comma"));
+    FrmAuditView view;
+    QCOMPARE(view.grid()->columnCount(), 6);
+    QCOMPARE(view.grid()->text(0, 5), QStringLiteral("SP change"));
+}
+
+void TstAuditView::openAsksItsRightAndTheDialog() {
+    TestEnv env;
+    FrmAuditView view;
+    grantOperator({});
+    trigger(&view, "Open");
+    QCOMPARE(env.dialogs->texts(), QStringList{"Access denied to operator level security!"});
+    QVERIFY(env.dialogs->fileRequests.isEmpty());
+
+    gOpRights[Right::OpenSaveFiles] = 1;
+    trigger(&view, "Open"); // cancelled: nothing changes
+    QCOMPARE(env.dialogs->fileRequests.size(), 1);
+    const FileDialogRequest& r = env.dialogs->fileRequests[0];
+    QCOMPARE(r.filter, QStringLiteral("Audit Log Files(*.atr)|*.atr"));
+    QCOMPARE(r.fileName, env.path(QStringLiteral("Audit/Default.atr")));
+    QCOMPARE(r.initialDirectory, env.path(QStringLiteral("Audit")));
+    QCOMPARE(view.fileName(), env.path(kToday));
+
+    env.clock->time = QDateTime(QDate(2026, 3, 1), QTime(8, 0));
+    systemAuditLine(QStringLiteral("older day"));
+    env.dialogs->chooseFile(env.path(QStringLiteral("Audit/3-1-2026 Audit.atr")));
+    trigger(&view, "Open");
+    QCOMPARE(view.fileName(), env.path(QStringLiteral("Audit/3-1-2026 Audit.atr")));
+    QCOMPARE(view.grid()->text(0, 5), QStringLiteral("older day"));
+}
+
+void TstAuditView::exportWritesCsvWithTitles() {
+    TestEnv env;
+    systemAuditLine(QStringLiteral("System Started"));
+    gUserId = QStringLiteral("ben");
+    auditLine(QStringLiteral("Logged Off"));
+    FrmAuditView view;
+    const QString out = env.path(QStringLiteral("Export Data/audit.csv"));
+    QDir().mkpath(env.path(QStringLiteral("Export Data")));
+    env.dialogs->chooseFile(out);
+    trigger(&view, "Export");
+    const FileDialogRequest& r = env.dialogs->fileRequests.value(0);
+    QCOMPARE(r.title, QStringLiteral("Export audit file as?"));
+    QCOMPARE(r.filter, QStringLiteral("Exported Audit Files (*.csv)|*.csv"));
+    QCOMPARE(r.defaultExtension, QStringLiteral(".csv"));
+    QCOMPARE(r.initialDirectory, env.path(QStringLiteral("Export Data")));
+    QCOMPARE(r.fileName, QStringLiteral("3-14-2026 Audit.csv"));
+    QFile f(out);
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    const QList<QByteArray> lines = f.readAll().split('\n');
+    QCOMPARE(lines.size(), 4); // titles, two rows, and nothing after the last line end
+    QCOMPARE(lines[0], QByteArray("Date,Time,User ID,Full Name,Comment,Action\r"));
+    QVERIFY(lines[1].endsWith(",System,Sorvantel System,System Manager,System Started\r"));
+    QVERIFY(lines[2].endsWith(",ben,,,Logged Off\r"));
+    QVERIFY(lines[3].isEmpty());
+}
+
+void TstAuditView::exportAndPrintNeedALoadedFile() {
+    TestEnv env;
+    // Today's file cannot be made: a folder stands in its place.
+    QVERIFY(QDir().mkpath(env.path(QStringLiteral("Audit"))));
+    QVERIFY(QDir().mkpath(env.path(kToday)));
+    env.dialogs->answers.push_back(MsgAnswer::Ok);
+    FrmAuditView view;
+    QCOMPARE(env.dialogs->boxes.size(), 1);
+    QVERIFY(env.dialogs->boxes[0].text.contains(QStringLiteral("loadAuditGrid")));
+    QCOMPARE(view.fileName(), QString());
+    env.dialogs->boxes.clear();
+    trigger(&view, "Export");
+    trigger(&view, "Print");
+    QCOMPARE(env.dialogs->texts(),
+             (QStringList{"No audit trail file to export!\n"
+                          "Use the open file icon to load a audit trail file.",
+                          "Audit trail file has not been opened!\n"
+                          "Use the open file icon to load a audit trail file."}));
+    QVERIFY(env.dialogs->fileRequests.isEmpty());
+    QVERIFY(env.printers->outputs.isEmpty());
+}
+
+void TstAuditView::exportFailureNamesTheProcedure() {
+    TestEnv env;
+    systemAuditLine(QStringLiteral("System Started"));
+    FrmAuditView view;
+    env.dialogs->chooseFile(env.path(QStringLiteral("no such folder/audit.csv")));
+    trigger(&view, "Export");
+    QCOMPARE(env.dialogs->boxes.size(), 1);
+    QVERIFY(env.dialogs->boxes[0].text.startsWith(QStringLiteral("Error 75 = ")));
+    QVERIFY(env.dialogs->boxes[0].text.contains(
+        QStringLiteral("in function ExportHistoryFile occurred.")));
+}
+
+void TstAuditView::printsToTheDefaultPrinter() {
+    TestEnv env;
+    systemAuditLine(QStringLiteral("System Started"));
+    gUserId = QStringLiteral("carla");
+    auditLine(QStringLiteral("Clear Alarm Log"));
+    FrmAuditView view;
+    trigger(&view, "Print");
+    QCOMPARE(env.printers->jobNames, QStringList{"Audit Trail Printout"});
+    const QString text = pdfText(env.printers->outputs.value(0));
+    if (text.isEmpty())
+        QSKIP("pdftotext is not installed");
+    QVERIFY(text.contains(QStringLiteral("Audit trail printout for fileName ") + env.path(kToday)));
+    QVERIFY(text.contains(QStringLiteral("User ID")));
+    QVERIFY(text.contains(QStringLiteral("Clear Alarm Log")));
+    QVERIFY(text.contains(QStringLiteral("carla")));
+    QVERIFY(text.contains(QStringLiteral("Page #1")));
+    QVERIFY(env.dialogs->boxes.isEmpty());
+}
+
+void TstAuditView::printWithoutPrinterSaysSo() {
+    TestEnv env;
+    env.printers->available = false;
+    FrmAuditView view;
+    trigger(&view, "Print");
+    QCOMPARE(env.dialogs->texts(), QStringList{"There is no default printer!\n"
+                                               "Please install or select a default printer."});
+    QVERIFY(env.printers->outputs.isEmpty());
+}
+
+void TstAuditView::menuItemGuardsTheSingleWindowAndPlacementIsKept() {
+    TestEnv env;
+    auto* main = new FrmMain;
+    main->show();
+    QAction* item = main->menuItem(QStringLiteral("mnuAudit"));
+    grantOperator({});
+    item->trigger();
+    QCOMPARE(env.dialogs->texts(), QStringList{"Access denied to operator level security!"});
+    QVERIFY(!frmAuditView());
+
+    gOpRights[Right::AuditTrailViewer] = 1;
+    item->trigger();
+    FrmAuditView* view = frmAuditView();
+    QVERIFY(view);
+    QVERIFY(!item->isEnabled());
+    QCOMPARE(main->mdiArea()->subWindowList().size(), 1);
+    view->resize(640, 400);
+    const double tpp = twipsPerPixel(view);
+    view->close();
+    QTRY_VERIFY(!frmAuditView());
+    QVERIFY(item->isEnabled());
+    QCOMPARE(env.settings->value("Audit", "MainWidth", ""), QString::number(qRound(640 * tpp)));
+    QCOMPARE(env.settings->value("Audit", "MainHeight", ""), QString::number(qRound(400 * tpp)));
+}
+
+QTEST_MAIN(TstAuditView)
+#include "tst_audit_view.moc"
