@@ -161,7 +161,9 @@ void RecordGrid::setColumnWidthUnits(int column, double characters) {
     if (column < 0 || column >= RecordGridModel::kMaxColumns || !(characters >= 0.0) ||
         characters > 10000.0)
         return;
-    const int pixels = qRound(characters * fontMetrics().averageCharWidth());
+    // A unit is the width of a digit, which is what record grids mostly hold, and the cell keeps
+    // its padding on top of that.
+    const int pixels = qRound(characters * fontMetrics().horizontalAdvance(QLatin1Char('0'))) + 6;
     if (column >= m_columnWidths.size())
         m_columnWidths.resize(column + 1, -1);
     m_columnWidths[column] = pixels;

@@ -1,13 +1,13 @@
 #include "alarm_log.h"
 
 #include "platform/placement.h"
+#include "platform/record_grid.h"
 #include "platform/settings_keys.h"
 
 #include <QCloseEvent>
 #include <QHeaderView>
 #include <QPointer>
 #include <QStatusBar>
-#include <QTableWidget>
 #include <QVBoxLayout>
 
 namespace {
@@ -32,16 +32,15 @@ AlarmLog::AlarmLog(QWidget* parent) : QMdiSubWindow(parent) {
     auto* layout = new QVBoxLayout(body);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
-    m_grid = new QTableWidget(0, 4, body);
+    m_grid = new RecordGrid(body);
     m_grid->setObjectName(QStringLiteral("Grid1"));
-    m_grid->setEditTriggers(QAbstractItemView::NoEditTriggers);
-    m_grid->setSelectionBehavior(QAbstractItemView::SelectRows);
-    const int charWidth = m_grid->fontMetrics().horizontalAdvance(QLatin1Char('0'));
+    m_grid->setColumnCount(4);
     for (int c = 0; c < 4; ++c) {
-        m_grid->setHorizontalHeaderItem(
-            c, new QTableWidgetItem(QString::fromLatin1(kColumns[c].title)));
-        m_grid->setColumnWidth(c, kColumns[c].widthChars * charWidth + 8);
+        m_grid->setColumnTitle(c, QString::fromLatin1(kColumns[c].title));
+        m_grid->setColumnWidthUnits(c, kColumns[c].widthChars);
     }
+    m_grid->setLocked(true);
+    m_grid->setWholeRowSelection(true);
     m_grid->horizontalHeader()->setStretchLastSection(true);
     m_status = new QStatusBar(body);
     m_status->setObjectName(QStringLiteral("AlmStatBar"));
@@ -59,8 +58,7 @@ void AlarmLog::updateStatusText() {
 }
 
 void AlarmLog::clearAlarms() {
-    m_grid->clearContents();
-    m_grid->setRowCount(0);
+    m_grid->clearRows();
     updateStatusText();
 }
 

@@ -3,7 +3,7 @@
 #include <QMdiSubWindow>
 
 class QStatusBar;
-class QTableWidget;
+class RecordGrid;
 
 // "System Alarm Log": the alarm annunciator, loaded at start and kept for the whole run.
 class AlarmLog : public QMdiSubWindow {
@@ -11,7 +11,7 @@ class AlarmLog : public QMdiSubWindow {
 public:
     explicit AlarmLog(QWidget* parent = nullptr);
 
-    QTableWidget* grid() const { return m_grid; }
+    RecordGrid* grid() const { return m_grid; }
     void updateStatusText();
     // Empties the grid, as a rebuild of the active list does.
     void clearAlarms();
@@ -21,7 +21,7 @@ protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
-    QTableWidget* m_grid;
+    RecordGrid* m_grid;
     QStatusBar* m_status;
     bool m_closeAllowed = false;
 };

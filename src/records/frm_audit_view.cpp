@@ -18,6 +18,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QHeaderView>
 #include <QLabel>
 #include <QPointer>
 #include <QPrinter>
@@ -33,7 +34,7 @@ QPointer<FrmAuditView> gAuditViewInstance;
 const QStringList kTitles{QStringLiteral("Date"),    QStringLiteral("Time"),
                           QStringLiteral("User ID"), QStringLiteral("Full Name"),
                           QStringLiteral("Comment"), QStringLiteral("Action")};
-constexpr double kWidths[] = {12, 11, 12, 18, 16, 40};
+constexpr double kWidths[] = {13, 11, 12, 20, 18, 40};
 const QString kUseOpenIcon = QStringLiteral("Use the open file icon to load a audit trail file.");
 
 // Long loads hand the event loop a turn this often, so the workstation's timers keep running.
@@ -93,6 +94,7 @@ FrmAuditView::FrmAuditView(QWidget* parent) : QMdiSubWindow(parent) {
     for (int c = 0; c < int(kTitles.size()); ++c)
         m_vaGrid->setColumnWidthUnits(c, kWidths[c]);
     m_vaGrid->setLocked(true);
+    m_vaGrid->horizontalHeader()->setStretchLastSection(true);
     frameLayout->addWidget(m_vaGrid);
 
     m_statusBar = new QStatusBar(body);
@@ -105,7 +107,7 @@ FrmAuditView::FrmAuditView(QWidget* parent) : QMdiSubWindow(parent) {
     layout->addWidget(m_label1, 1);
     layout->addWidget(m_statusBar);
     setWidget(body);
-    restorePlacement(this, Sections::Audit, {1000, 1000, 11000, 6000});
+    restorePlacement(this, Sections::Audit, {600, 600, 14000, 6500});
     gAuditViewInstance = this;
 
     loadAuditGrid(auditFilePath(currentDateTime().date()));

@@ -3,6 +3,7 @@
 #include "plant/frm_logger.h"
 #include "plant/plant_store.h"
 #include "platform/placement.h"
+#include "platform/record_grid.h"
 #include "records/alarm_log.h"
 #include "records/data_logger.h"
 #include "security/rights.h"
@@ -16,7 +17,6 @@
 #include <QMenuBar>
 #include <QProgressBar>
 #include <QSignalSpy>
-#include <QTableWidget>
 #include <QTest>
 #include <QTimer>
 

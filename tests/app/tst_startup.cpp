@@ -6,6 +6,7 @@
 #include "plant/plant_store.h"
 #include "plant/tag_file.h"
 #include "platform/placement.h"
+#include "platform/record_grid.h"
 #include "records/alarm_log.h"
 #include "records/data_logger.h"
 #include "security/rights.h"
@@ -15,7 +16,6 @@
 #include <QFile>
 #include <QMdiArea>
 #include <QMdiSubWindow>
-#include <QTableWidget>
 #include <QTest>
 #include <QTimer>
 
@@ -172,7 +172,7 @@ void TstStartup::fullStartOpensResidentWindowsAfterOneSecond() {
     alarms->showMinimized();
     QStringList headings;
     for (int c = 0; c < alarms->grid()->columnCount(); ++c)
-        headings << alarms->grid()->horizontalHeaderItem(c)->text();
+        headings << alarms->grid()->columnTitle(c);
     QCOMPARE(headings, (QStringList{"Tagname", "Time Of Alarm", "PV At Alarm", "Ack"}));
     QCOMPARE(alarms->grid()->rowCount(), 0);
     QVERIFY(main->scanning());

@@ -586,16 +586,21 @@ void TstRecordGrid::columnWidthsSurviveAReload() {
     grid.setColumnWidthUnits(1, 20); // before the column exists
     grid.setColumnCount(3);
     grid.setColumnWidthUnits(0, 4.5);
-    const int character = grid.fontMetrics().averageCharWidth();
-    QCOMPARE(grid.columnWidth(0), qRound(4.5 * character));
-    QCOMPARE(grid.columnWidth(1), 20 * character);
+    // A unit is a digit's width; the padding of the cell comes on top.
+    const int digit = grid.fontMetrics().horizontalAdvance(QLatin1Char('0'));
+    auto width = [digit](double units) {
+        return qRound(units * digit) + 6;
+    };
+    QCOMPARE(grid.columnWidth(0), width(4.5));
+    QCOMPARE(grid.columnWidth(1), width(20));
+    QVERIFY(grid.fontMetrics().horizontalAdvance(QStringLiteral("0000")) <= grid.columnWidth(0));
     grid.horizontalHeader()->resizeSection(2, 77); // as the user drags it
     fill(grid, 3, 3);
     const QString path = m_dir->filePath("in.txt");
     QVERIFY(writeFile(path, "a,b,c\r\n"));
     QVERIFY(grid.loadText(path, {}));
-    QCOMPARE(grid.columnWidth(0), qRound(4.5 * character));
-    QCOMPARE(grid.columnWidth(1), 20 * character);
+    QCOMPARE(grid.columnWidth(0), width(4.5));
+    QCOMPARE(grid.columnWidth(1), width(20));
     QCOMPARE(grid.columnWidth(2), 77);
 
     grid.setRowHeightUnits(18);
