@@ -158,24 +158,23 @@ void FrmAuditView::loadAuditGrid(const QString& path) {
     sinceYield.start();
     int row = 0;
     qsizetype from = 0;
-    {
-        RecordGrid::BulkLoad bulk(*m_vaGrid);
-        while (from < bytes.size() && !m_closeAfterLoad) {
-            qsizetype end = bytes.indexOf('\n', from);
-            if (end < 0)
-                end = bytes.size();
-            const QString line = QString::fromLatin1(bytes.mid(from, end - from)).trimmed();
-            from = end + 1;
-            // An empty line ends the trail there and then.
-            if (line.isEmpty())
-                break;
-            // A line that does not decipher shows as an empty first cell; the next ones are
-            // unharmed.
-            m_vaGrid->setRowFields(row++, decryptText(line).split(u','));
-            if (sinceYield.elapsed() >= kYieldMs) {
-                QCoreApplication::processEvents();
-                sinceYield.restart();
-            }
+    // Rows go in one by one rather than in one bulk load: the event loop gets turns during the
+    // load, and the view must never see the model in the middle of a reset.
+    while (from < bytes.size() && !m_closeAfterLoad) {
+        qsizetype end = bytes.indexOf('\n', from);
+        if (end < 0)
+            end = bytes.size();
+        const QString line = QString::fromLatin1(bytes.mid(from, end - from)).trimmed();
+        from = end + 1;
+        // An empty line ends the trail there and then.
+        if (line.isEmpty())
+            break;
+        // A line that does not decipher shows as an empty first cell; the next ones are
+        // unharmed.
+        m_vaGrid->setRowFields(row++, decryptText(line).split(u','));
+        if (sinceYield.elapsed() >= kYieldMs) {
+            QCoreApplication::processEvents();
+            sinceYield.restart();
         }
     }
     m_loading = false;

@@ -12,6 +12,7 @@
 #include <QDir>
 #include <QMdiArea>
 #include <QTest>
+#include <QTimer>
 #include <QToolBar>
 
 namespace {
@@ -57,6 +58,7 @@ private slots:
     void printsToTheDefaultPrinter();
     void printWithoutPrinterSaysSo();
     void menuItemGuardsTheSingleWindowAndPlacementIsKept();
+    void closeDuringALongLoadStopsItFirst();
 };
 
 void TstAuditView::todaysFileIsMadeAndShownEmpty() {
@@ -268,6 +270,30 @@ void TstAuditView::menuItemGuardsTheSingleWindowAndPlacementIsKept() {
     QVERIFY(item->isEnabled());
     QCOMPARE(env.settings->value("Audit", "MainWidth", ""), QString::number(qRound(640 * tpp)));
     QCOMPARE(env.settings->value("Audit", "MainHeight", ""), QString::number(qRound(400 * tpp)));
+}
+
+void TstAuditView::closeDuringALongLoadStopsItFirst() {
+    TestEnv env;
+    QDir().mkpath(env.path(QStringLiteral("Audit")));
+    const QByteArray line = encryptText(QStringLiteral("d,t,u,n,c,a long day")).toLatin1();
+    QList<QByteArray> lines(60000, line);
+    writeLines(env.path(QStringLiteral("Audit/long.atr")), lines);
+    auto* main = new FrmMain;
+    main->show();
+    auto* view = new FrmAuditView;
+    main->mdiArea()->addSubWindow(view);
+    view->show();
+    // The close request arrives while the load hands the event loop a turn.
+    QTimer::singleShot(0, view, [view, &env] {
+        trigger(view, "Export"); // refused while loading: no dialog
+        view->close();
+        QVERIFY(env.dialogs->fileRequests.isEmpty());
+    });
+    view->loadAuditGrid(env.path(QStringLiteral("Audit/long.atr")));
+    QVERIFY(frmAuditView()); // still there: the close waited for the load to stop
+    QVERIFY(view->grid()->rowCount() > 0);
+    QVERIFY(view->grid()->rowCount() < 60000);
+    QTRY_VERIFY(!frmAuditView());
 }
 
 QTEST_MAIN(TstAuditView)
