@@ -1,23 +1,15 @@
 #include "beep.h"
 
+#include "facade_slot.h"
+
 #include <QApplication>
 
-namespace {
-std::unique_ptr<Beeper>& beeperSlot() {
-    static std::unique_ptr<Beeper> b;
-    return b;
-}
-} // namespace
-
 Beeper& beeper() {
-    auto& slot = beeperSlot();
-    if (!slot)
-        slot = std::make_unique<SystemBeeper>();
-    return *slot;
+    return FacadeSlot<Beeper>::get([] { return std::make_unique<SystemBeeper>(); });
 }
 
 void installBeeper(std::unique_ptr<Beeper> b) {
-    beeperSlot() = std::move(b);
+    FacadeSlot<Beeper>::install(std::move(b));
 }
 
 void SystemBeeper::beep() {

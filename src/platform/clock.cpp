@@ -1,19 +1,11 @@
 #include "clock.h"
 
-namespace {
-std::unique_ptr<Clock>& clockSlot() {
-    static std::unique_ptr<Clock> c;
-    return c;
-}
-} // namespace
+#include "facade_slot.h"
 
 Clock& platformClock() {
-    auto& slot = clockSlot();
-    if (!slot)
-        slot = std::make_unique<SystemClock>();
-    return *slot;
+    return FacadeSlot<Clock>::get([] { return std::make_unique<SystemClock>(); });
 }
 
 void installClock(std::unique_ptr<Clock> clock) {
-    clockSlot() = std::move(clock);
+    FacadeSlot<Clock>::install(std::move(clock));
 }

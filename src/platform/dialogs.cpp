@@ -1,5 +1,7 @@
 #include "dialogs.h"
 
+#include "facade_slot.h"
+
 #include <QApplication>
 #include <QColorDialog>
 #include <QDesktopServices>
@@ -10,11 +12,6 @@
 #include <QUrl>
 
 namespace {
-std::unique_ptr<Dialogs>& dialogsSlot() {
-    static std::unique_ptr<Dialogs> d;
-    return d;
-}
-
 QWidget* dialogParent() {
     QWidget* w = QApplication::activeModalWidget();
     if (!w)
@@ -24,14 +21,11 @@ QWidget* dialogParent() {
 } // namespace
 
 Dialogs& dialogs() {
-    auto& slot = dialogsSlot();
-    if (!slot)
-        slot = std::make_unique<QtDialogs>();
-    return *slot;
+    return FacadeSlot<Dialogs>::get([] { return std::make_unique<QtDialogs>(); });
 }
 
 void installDialogs(std::unique_ptr<Dialogs> d) {
-    dialogsSlot() = std::move(d);
+    FacadeSlot<Dialogs>::install(std::move(d));
 }
 
 MsgAnswer msgBox(const QString& text, MsgIcon icon, MsgButtons buttons, const QString& title) {

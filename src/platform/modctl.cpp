@@ -1,28 +1,23 @@
 #include "modctl.h"
 
+#include "facade_slot.h"
 #include "qt_modbus_backend.h"
 
 #include <QTimer>
 
 namespace {
-std::unique_ptr<ModbusBackend>& backendSlot() {
-    static std::unique_ptr<ModbusBackend> b;
-    return b;
-}
 bool validIndex(int i) {
     return i >= 0 && i < Modctl::kMaxWords;
 }
 } // namespace
 
 ModbusBackend& modbusBackend() {
-    auto& slot = backendSlot();
-    if (!slot)
-        slot = std::make_unique<QtModbusBackend>(QtModbusBackend::settingsFromStore());
-    return *slot;
+    return FacadeSlot<ModbusBackend>::get(
+        [] { return std::make_unique<QtModbusBackend>(QtModbusBackend::settingsFromStore()); });
 }
 
 void installModbusBackend(std::unique_ptr<ModbusBackend> backend) {
-    backendSlot() = std::move(backend);
+    FacadeSlot<ModbusBackend>::install(std::move(backend));
 }
 
 Modctl::Modctl(QObject* parent) : QObject(parent) {}

@@ -1,26 +1,18 @@
 #include "printers.h"
 
+#include "facade_slot.h"
+
 #include <QApplication>
 #include <QPrintDialog>
 #include <QPrinter>
 #include <QPrinterInfo>
 
-namespace {
-std::unique_ptr<Printers>& printersSlot() {
-    static std::unique_ptr<Printers> p;
-    return p;
-}
-} // namespace
-
 Printers& printers() {
-    auto& slot = printersSlot();
-    if (!slot)
-        slot = std::make_unique<QtPrinters>();
-    return *slot;
+    return FacadeSlot<Printers>::get([] { return std::make_unique<QtPrinters>(); });
 }
 
 void installPrinters(std::unique_ptr<Printers> p) {
-    printersSlot() = std::move(p);
+    FacadeSlot<Printers>::install(std::move(p));
 }
 
 bool QtPrinters::hasDefaultPrinter() {

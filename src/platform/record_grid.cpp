@@ -58,7 +58,6 @@ QList<GridFooterLine> expandFooterCodes(const QString& footer, int page) {
 // Packed rows
 
 namespace {
-
 void setError(QString* error, const QString& text) {
     if (error)
         *error = text;
@@ -220,7 +219,6 @@ bool RecordGrid::setActiveCell(int row, int column) {
 // Printing
 
 namespace {
-
 // Where everything goes on a page, in printer pixels.
 struct PageLayout {
     int width = 0;

@@ -9,7 +9,6 @@
 #include <limits>
 
 namespace {
-
 // Reused for every row a load packs, so that packing costs one allocation per row.
 class RowPacker {
 public:
@@ -133,7 +132,6 @@ QByteArrayView PackedRow::field(int index) const {
 // Model
 
 namespace {
-
 quint64 cellKey(int row, int column) {
     return (static_cast<quint64>(static_cast<quint32>(row)) << 32) | static_cast<quint32>(column);
 }

@@ -1,23 +1,15 @@
 #include "settings_store.h"
 
+#include "facade_slot.h"
+
 #include <QSettings>
 
-namespace {
-std::unique_ptr<SettingsStore>& storeSlot() {
-    static std::unique_ptr<SettingsStore> store;
-    return store;
-}
-} // namespace
-
 SettingsStore& settingsStore() {
-    auto& slot = storeSlot();
-    if (!slot)
-        slot = std::make_unique<QtSettingsStore>();
-    return *slot;
+    return FacadeSlot<SettingsStore>::get([] { return std::make_unique<QtSettingsStore>(); });
 }
 
 void installSettingsStore(std::unique_ptr<SettingsStore> store) {
-    storeSlot() = std::move(store);
+    FacadeSlot<SettingsStore>::install(std::move(store));
 }
 
 QString getSetting(const QString& section, const QString& key, const QString& defaultValue) {

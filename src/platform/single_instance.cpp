@@ -1,24 +1,16 @@
 #include "single_instance.h"
 
+#include "facade_slot.h"
+
 #include <QDir>
 #include <QLockFile>
 
-namespace {
-std::unique_ptr<InstanceGuard>& guardSlot() {
-    static std::unique_ptr<InstanceGuard> g;
-    return g;
-}
-} // namespace
-
 InstanceGuard& instanceGuard() {
-    auto& slot = guardSlot();
-    if (!slot)
-        slot = std::make_unique<LockFileInstanceGuard>();
-    return *slot;
+    return FacadeSlot<InstanceGuard>::get([] { return std::make_unique<LockFileInstanceGuard>(); });
 }
 
 void installInstanceGuard(std::unique_ptr<InstanceGuard> guard) {
-    guardSlot() = std::move(guard);
+    FacadeSlot<InstanceGuard>::install(std::move(guard));
 }
 
 struct LockFileInstanceGuard::Impl {
