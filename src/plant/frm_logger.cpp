@@ -5,6 +5,7 @@
 #include "plant_store.h"
 #include "platform/dialogs.h"
 #include "platform/file_io.h"
+#include "platform/window_parts.h"
 #include "security/rights.h"
 
 #include <QCloseEvent>
@@ -48,21 +49,14 @@ QByteArray plainTextToRtf(const QString& text) {
 }
 
 FrmLogger::FrmLogger(QWidget* parent) : QMdiSubWindow(parent) {
-    setObjectName(QStringLiteral("frmLogger"));
-    setWindowTitle(QStringLiteral("Sorvantel Logger"));
-    auto* body = new QWidget;
-    auto* layout = new QVBoxLayout(body);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(0);
-    m_toolbar = new QToolBar(body);
-    m_toolbar->setObjectName(QStringLiteral("Toolbar1"));
-    m_toolbar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
-    QAction* save = m_toolbar->addAction(style()->standardIcon(QStyle::SP_DialogSaveButton),
-                                         QStringLiteral("Save Logger File"));
-    save->setObjectName(QStringLiteral("Save Logger File"));
-    QAction* clear = m_toolbar->addAction(style()->standardIcon(QStyle::SP_TrashIcon),
-                                          QStringLiteral("Clear Logger"));
-    clear->setObjectName(QStringLiteral("Clear Logger"));
+    QVBoxLayout* layout =
+        makeWindowBody(this, QStringLiteral("frmLogger"), QStringLiteral("Sorvantel Logger"));
+    QWidget* body = widget();
+    m_toolbar = makeToolbar(body, Qt::ToolButtonTextBesideIcon);
+    QAction* save = addToolButton(m_toolbar, QStyle::SP_DialogSaveButton,
+                                  QStringLiteral("Save Logger File"), {});
+    QAction* clear =
+        addToolButton(m_toolbar, QStyle::SP_TrashIcon, QStringLiteral("Clear Logger"), {});
     connect(save, &QAction::triggered, this, &FrmLogger::saveLoggerFile);
     connect(clear, &QAction::triggered, this, &FrmLogger::clearLogger);
     m_text = new QPlainTextEdit(body);
@@ -75,7 +69,6 @@ FrmLogger::FrmLogger(QWidget* parent) : QMdiSubWindow(parent) {
     m_text->setFont(mono);
     layout->addWidget(m_toolbar);
     layout->addWidget(m_text);
-    setWidget(body);
     resize(520, 300);
     gLoggerInstance = this;
 }

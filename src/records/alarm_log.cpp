@@ -3,6 +3,7 @@
 #include "platform/placement.h"
 #include "platform/record_grid.h"
 #include "platform/settings_keys.h"
+#include "platform/window_parts.h"
 
 #include <QCloseEvent>
 #include <QHeaderView>
@@ -26,12 +27,9 @@ AlarmLog* alarmLog() {
 }
 
 AlarmLog::AlarmLog(QWidget* parent) : QMdiSubWindow(parent) {
-    setObjectName(QStringLiteral("AlarmLog"));
-    setWindowTitle(QStringLiteral("System Alarm Log"));
-    auto* body = new QWidget;
-    auto* layout = new QVBoxLayout(body);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(0);
+    QVBoxLayout* layout =
+        makeWindowBody(this, QStringLiteral("AlarmLog"), QStringLiteral("System Alarm Log"));
+    QWidget* body = widget();
     m_grid = new RecordGrid(body);
     m_grid->setObjectName(QStringLiteral("Grid1"));
     m_grid->setColumnCount(4);
@@ -47,7 +45,6 @@ AlarmLog::AlarmLog(QWidget* parent) : QMdiSubWindow(parent) {
     m_status->setSizeGripEnabled(false);
     layout->addWidget(m_grid);
     layout->addWidget(m_status);
-    setWidget(body);
     updateStatusText();
     gAlarmLogInstance = this;
 }

@@ -10,6 +10,7 @@
 #include "platform/printers.h"
 #include "platform/record_grid.h"
 #include "platform/settings_keys.h"
+#include "platform/window_parts.h"
 #include "record_paths.h"
 #include "security/rights.h"
 
@@ -55,31 +56,19 @@ FrmAuditView* frmAuditView() {
 }
 
 FrmAuditView::FrmAuditView(QWidget* parent) : QMdiSubWindow(parent) {
-    setObjectName(QStringLiteral("frmAuditView"));
-    setWindowTitle(QStringLiteral("Audit Trail Viewer"));
     setAttribute(Qt::WA_DeleteOnClose);
-    auto* body = new QWidget;
-    auto* layout = new QVBoxLayout(body);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(0);
-
-    m_toolbar = new QToolBar(body);
-    m_toolbar->setObjectName(QStringLiteral("Toolbar1"));
-    m_toolbar->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
-    auto addButton = [this](QStyle::StandardPixmap icon, const QString& key, const QString& tip) {
-        QAction* a = m_toolbar->addAction(style()->standardIcon(icon), key);
-        a->setObjectName(key);
-        a->setToolTip(tip);
-        return a;
-    };
-    connect(addButton(QStyle::SP_DialogOpenButton, QStringLiteral("Open"),
-                      QStringLiteral("Open Audit Trail")),
+    QVBoxLayout* layout =
+        makeWindowBody(this, QStringLiteral("frmAuditView"), QStringLiteral("Audit Trail Viewer"));
+    QWidget* body = widget();
+    m_toolbar = makeToolbar(body, Qt::ToolButtonTextUnderIcon);
+    connect(addToolButton(m_toolbar, QStyle::SP_DialogOpenButton, QStringLiteral("Open"),
+                          QStringLiteral("Open Audit Trail")),
             &QAction::triggered, this, &FrmAuditView::openAuditFile);
-    connect(addButton(QStyle::SP_DialogSaveButton, QStringLiteral("Export"),
-                      QStringLiteral("Export Audit Trail")),
+    connect(addToolButton(m_toolbar, QStyle::SP_DialogSaveButton, QStringLiteral("Export"),
+                          QStringLiteral("Export Audit Trail")),
             &QAction::triggered, this, &FrmAuditView::exportAuditFile);
-    connect(addButton(QStyle::SP_FileDialogDetailedView, QStringLiteral("Print"),
-                      QStringLiteral("Print Audit Trail")),
+    connect(addToolButton(m_toolbar, QStyle::SP_FileDialogDetailedView, QStringLiteral("Print"),
+                          QStringLiteral("Print Audit Trail")),
             &QAction::triggered, this, &FrmAuditView::printAuditGrid);
 
     // Label1 frames the grid and follows the window's size.
@@ -106,7 +95,6 @@ FrmAuditView::FrmAuditView(QWidget* parent) : QMdiSubWindow(parent) {
     layout->addWidget(m_toolbar);
     layout->addWidget(m_label1, 1);
     layout->addWidget(m_statusBar);
-    setWidget(body);
     restorePlacement(this, Sections::Audit, {600, 600, 14000, 6500});
     gAuditViewInstance = this;
 
