@@ -4,6 +4,7 @@
 #include "plant/plant_store.h"
 #include "plant/tag_file.h"
 #include "platform/dialogs.h"
+#include "platform/file_io.h"
 #include "platform/settings_keys.h"
 #include "platform/settings_store.h"
 #include "platform/single_instance.h"
@@ -73,14 +74,12 @@ bool loadSystemFiles(QString* error) {
         systemAuditLine(QStringLiteral("System Started"));
     // Today's alarm log exists from the start of the day's first run.
     const QString alarmFile = todaysAlarmLogPath();
-    QDir().mkpath(QFileInfo(alarmFile).absolutePath());
-    QFile file(alarmFile);
-    if (!file.open(QIODevice::Append)) {
+    QString why;
+    if (!ensureFileExists(alarmFile, &why)) {
         if (error)
-            *error = alarmFile + QStringLiteral(": ") + file.errorString();
+            *error = alarmFile + QStringLiteral(": ") + why;
         return false;
     }
-    file.close();
     return true;
 }
 

@@ -12,3 +12,7 @@ bool writeFileAtomically(const QString& path, const QByteArray& bytes, QString* 
 // its folder synced too, so that the new name survives. The file is closed again: nothing stays
 // open between lines. False with the reason in *error; a failed line is never retried here.
 bool appendRecordLine(const QString& path, const QByteArray& line, QString* error = nullptr);
+
+// Makes an empty file, and its folder, unless the file is already there; what it holds is left
+// alone. False with the reason in *error.
+bool ensureFileExists(const QString& path, QString* error = nullptr);

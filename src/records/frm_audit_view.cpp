@@ -6,6 +6,7 @@
 #include "plant/plant_store.h"
 #include "platform/clock.h"
 #include "platform/dialogs.h"
+#include "platform/file_io.h"
 #include "platform/placement.h"
 #include "platform/printers.h"
 #include "platform/record_grid.h"
@@ -16,7 +17,6 @@
 
 #include <QApplication>
 #include <QCloseEvent>
-#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QHeaderView>
@@ -125,9 +125,9 @@ void FrmAuditView::loadAuditGrid(const QString& path) {
     QFile file(path);
     if (!file.exists()) {
         // Today's trail can be viewed before its first line.
-        QDir().mkpath(QFileInfo(path).absolutePath());
-        if (!file.open(QIODevice::Append)) {
-            reportError(QStringLiteral("loadAuditGrid"), 75, file.errorString());
+        QString why;
+        if (!ensureFileExists(path, &why)) {
+            reportError(QStringLiteral("loadAuditGrid"), 75, why);
             return;
         }
         m_fileName = path;
