@@ -15,7 +15,6 @@
 #include "security/session.h"
 
 #include <QDir>
-#include <QFile>
 #include <QTimer>
 #include <limits>
 
