@@ -14,6 +14,8 @@
 #include "records/audit_trail.h"
 #include "records/data_logger.h"
 #include "records/frm_audit_view.h"
+#include "security/frm_passwords.h"
+#include "security/login.h"
 #include "security/rights.h"
 #include "security/session.h"
 
@@ -201,11 +203,14 @@ void FrmMain::buildMenus() {
             Right::AlarmSetpoints);
 
     QMenu* users = addMenu(QStringLiteral("mnuUsers"), QStringLiteral("&Users"));
-    addItem(users, QStringLiteral("mnuLogon"), QStringLiteral("&Log on.."));
-    addItem(users, QStringLiteral("mnuLogOff"), QStringLiteral("Log off.."));
+    connect(addItem(users, QStringLiteral("mnuLogon"), QStringLiteral("&Log on..")),
+            &QAction::triggered, this, [this] { logOnFromMenu(this); });
+    connect(addItem(users, QStringLiteral("mnuLogOff"), QStringLiteral("Log off..")),
+            &QAction::triggered, this, &logOffFromMenu);
     addSeparator(users, QStringLiteral("mnuDashS12"));
-    addItem(users, QStringLiteral("mnuPasswords"), QStringLiteral("&Configure user access"),
-            Right::UserAccess);
+    connect(
+        addItem(users, QStringLiteral("mnuPasswords"), QStringLiteral("&Configure user access")),
+        &QAction::triggered, this, [this] { showUserAccessDialog(this); });
     addItem(users, QStringLiteral("opMessage"), QStringLiteral("&Operator message for file"),
             Right::OperatorMessage);
 

@@ -1,12 +1,12 @@
 #include "rights.h"
 
+#include "platform/accounts.h"
 #include "platform/dialogs.h"
 #include "platform/settings_keys.h"
 #include "platform/settings_store.h"
 #include "session.h"
 
-namespace {
-const RightsTable* tableOfLevel(int level) {
+RightsTable* rightsOfLevel(int level) {
     switch (level) {
     case 0:
         return &gOpRights;
@@ -18,6 +18,13 @@ const RightsTable* tableOfLevel(int level) {
         return nullptr;
     }
 }
+
+QString rightKey(const QString& prefix, int index) {
+    // The two letters, then the number's print form with the blank of its sign.
+    return prefix + QLatin1Char(' ') + QString::number(index);
+}
+
+namespace {
 
 QString deniedText(int level) {
     switch (level) {
@@ -31,10 +38,9 @@ QString deniedText(int level) {
 }
 
 qint16 readRight(const QString& section, const QString& prefix, int index) {
-    // The key holds a blank: the two letters, then the number's print form with its sign blank.
-    const QString key = prefix + QLatin1Char(' ') + QString::number(index);
     bool ok = false;
-    const int v = getSetting(section, key, QStringLiteral("0")).trimmed().toInt(&ok);
+    const int v =
+        getSetting(section, rightKey(prefix, index), QStringLiteral("0")).trimmed().toInt(&ok);
     return ok ? static_cast<qint16>(v) : qint16{0};
 }
 } // namespace
@@ -43,7 +49,7 @@ bool checkAccess(int right) {
     if (!g21CFR)
         return true;
     if (right >= 0 && right < kRightCount) {
-        if (const RightsTable* table = tableOfLevel(gUserLevel); table && (*table)[right] == 1)
+        if (const RightsTable* table = rightsOfLevel(gUserLevel); table && (*table)[right] == 1)
             return true;
     }
     // "Change Setpoints" can never be taken from an administrator.
@@ -54,8 +60,9 @@ bool checkAccess(int right) {
 }
 
 bool isNtFamily() {
-    // Every platform the workstation builds for has real accounts with groups.
-    return true;
+    // What counts is whether the machine's accounts can sign actions: true wherever this build
+    // has an account backend (PAM on Linux, the account functions on Windows).
+    return accounts().present();
 }
 
 bool loadRights() {

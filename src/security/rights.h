@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QtGlobal>
+#include <QString>
 #include <array>
 
 // The rights of the three levels, one entry per right; a right is held only when its entry is
@@ -39,6 +39,11 @@ inline constexpr int SingleSetpointRecipes = 22;
 inline constexpr int QuitProgram = 23;
 inline constexpr int CloseMainWindow = 24;
 } // namespace Right
+
+// The table of a level, 0 to 2; null for any other number.
+RightsTable* rightsOfLevel(int level);
+// The settings key of a right: "op 5", "su 5", "ad 5".
+QString rightKey(const QString& prefix, int index);
 
 // True when the session's level holds the right or security is off; otherwise shows the
 // level's access-denied box and returns false.

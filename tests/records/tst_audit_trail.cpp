@@ -1,6 +1,6 @@
 #include "app/frm_main.h"
 #include "app/frm_splash.h"
-#include "audit_files.h"
+#include "support/audit_files.h"
 #include "plant/plant_store.h"
 #include "records/audit_trail.h"
 #include "records/daily_files.h"

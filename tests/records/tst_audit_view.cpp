@@ -1,5 +1,5 @@
 #include "app/frm_main.h"
-#include "audit_files.h"
+#include "support/audit_files.h"
 #include "plant/plant_store.h"
 #include "platform/placement.h"
 #include "platform/record_grid.h"

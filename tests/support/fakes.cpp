@@ -121,3 +121,21 @@ QString pdfText(const QString& path) {
     // Compatibility form, so that ligatures such as "fi" read as their letters.
     return QString::fromUtf8(p.readAllStandardOutput()).normalized(QString::NormalizationForm_KC);
 }
+
+void FakeAccounts::addUser(const QString& name, const QString& password, const QStringList& groups,
+                           const QString& fullName, const QString& comment) {
+    users.insert(name, User{password, groups, AccountRecord{name, fullName, comment, {}}});
+}
+
+bool FakeAccounts::checkPassword(const QString& user, const QString& password) {
+    checkedUsers << user;
+    const auto it = users.constFind(user);
+    return it != users.constEnd() && it->password == password;
+}
+
+std::optional<AccountRecord> FakeAccounts::account(const QString& user) {
+    const auto it = users.constFind(user);
+    if (it == users.constEnd())
+        return std::nullopt;
+    return it->record;
+}

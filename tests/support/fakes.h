@@ -2,6 +2,7 @@
 
 // Test doubles of the platform facades: every answer scripted, every call recorded.
 
+#include "platform/accounts.h"
 #include "platform/beep.h"
 #include "platform/clock.h"
 #include "platform/dialogs.h"
@@ -119,6 +120,32 @@ public:
     bool hasDefaultPrinter() override { return available; }
     std::unique_ptr<QPrinter> defaultPrinter(const QString& jobName) override;
     bool choosePrinter(QPrinter& printer, int* copies) override;
+};
+
+// The machine's accounts as a table of users.
+class FakeAccounts final : public Accounts {
+public:
+    struct User {
+        QString password;
+        QStringList groups;
+        // Missing: the account information cannot be read although the password passes.
+        std::optional<AccountRecord> record;
+    };
+    QMap<QString, User> users;
+    // Fifteen characters: every name of up to fifteen shares a bit with it.
+    QString computer = QStringLiteral("SORVANTEL-WS-01");
+    bool backendPresent = true;
+    QStringList checkedUsers;
+
+    // A user with full name and comment; the logon name is the key.
+    void addUser(const QString& name, const QString& password, const QStringList& groups,
+                 const QString& fullName = {}, const QString& comment = {});
+
+    bool present() const override { return backendPresent; }
+    bool checkPassword(const QString& user, const QString& password) override;
+    QStringList groupsOf(const QString& user) override { return users.value(user).groups; }
+    std::optional<AccountRecord> account(const QString& user) override;
+    QString computerName() override { return computer; }
 };
 
 // The text of a PDF file, its layout kept; empty when pdftotext is missing.

@@ -19,6 +19,7 @@ TestEnv::TestEnv() {
     modbus = installDouble<FakeModbusBackend>(installModbusBackend);
     printers = installDouble<PdfPrinters>(installPrinters);
     printers->outputFolder = m_dir.path();
+    accounts = installDouble<FakeAccounts>(installAccounts);
 
     resetPlantStore();
     resetSession();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "fakes.h"
+#include "modal_script.h"
 
 #include <QTemporaryDir>
 
@@ -33,6 +34,8 @@ public:
     FakeInstanceGuard* guard;
     FakeModbusBackend* modbus;
     PdfPrinters* printers;
+    FakeAccounts* accounts;
+    ModalScript modals;
 
 private:
     QTemporaryDir m_dir;

@@ -1,0 +1,480 @@
+#include "app/frm_main.h"
+#include "security/frm_login.h"
+#include "security/login.h"
+#include "security/network_info.h"
+#include "security/rights.h"
+#include "security/session.h"
+#include "support/audit_files.h"
+#include "support/test_env.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QDir>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTest>
+
+class TstLogin : public QObject {
+    Q_OBJECT
+private slots:
+    void groupOrderDecidesTheLevel_data();
+    void groupOrderDecidesTheLevel();
+    void siteGroupNamesMapToTheSystemsNames();
+    void gecosFieldsGiveNameAndComment_data();
+    void gecosFieldsGiveNameAndComment();
+    void dialogLayout();
+
+    void menuLoginReplacesTheSession();
+    void menuLoginThreeFailures();
+    void userWithoutGroupFailsThreeTimes();
+    void failureThenSuccessLogsOn();
+    void menuCancelWritesNothing();
+
+    void signedActionWithSecurityOff();
+    void signedActionNeedsTheRightBeforeAsking();
+    void signerStaysLoggedOn();
+    void signerWithoutTheRightIsDenied();
+    void signedActionThreeFailures();
+    void cancelAfterOneFailureLeavesNoTrace();
+    void earlierCancelDoesNotHideAFailure();
+
+    void lengthTestOfUserData_data();
+    void lengthTestOfUserData();
+    void unreadableAccountEmptiesTheNames();
+
+    void logOnAndOffWithSecurityOff();
+    void logOffTextsAndEmptyIdAfterwards();
+    void logOffCancelled();
+};
+
+namespace {
+const QString kAuditFile = QStringLiteral("Audit/3-14-2026 Audit.atr");
+const QString kBadPassword = QStringLiteral("Invalid UserID or Password, try again!");
+const QString kBadGroup = QStringLiteral("Invalid Group Assignment, try again!");
+const QString kThreeFailures = QStringLiteral(
+    "3 login attempts failed. User written to audit trail.\n\n"
+    "Please check with administrator for lockout\nif userID and password is not working!");
+
+// User id, full name, comment and action of every audit line.
+QList<QStringList> auditOf(const TestEnv& env) {
+    QList<QStringList> out;
+    for (const QString& line : plainLinesOf(env.path(kAuditFile)))
+        out << line.split(u',').mid(2);
+    return out;
+}
+
+// Security on, the session a supervisor "jdoe"; supervisors hold right 15, operators do not.
+void signedPlant(TestEnv& env) {
+    g21CFR = true;
+    gSuRights[Right::SignDataFiles] = 1;
+    gAdRights[Right::SignDataFiles] = 1;
+    env.accounts->addUser("jdoe", "pw-jdoe", {"jdoe", "Sorvantel Supervisors"}, "Jane Doe",
+                          "Line 1");
+    env.accounts->addUser("mlee", "pw-mlee", {"Sorvantel Administrators"}, "Mary Lee", "QA");
+    env.accounts->addUser("tom", "pw-tom", {"Sorvantel Operators"}, "Tom Field", "Night shift");
+    gUserId = "jdoe";
+    gUserFullName = "Jane Doe";
+    gUserComment = "Line 1";
+    gUserLevel = 1;
+}
+
+void expectSession(const QString& id, const QString& fullName, int level) {
+    QCOMPARE(gUserId, id);
+    QCOMPARE(gUserFullName, fullName);
+    QCOMPARE(gUserLevel, qint16(level));
+}
+} // namespace
+
+void TstLogin::groupOrderDecidesTheLevel_data() {
+    QTest::addColumn<QStringList>("groups");
+    QTest::addColumn<bool>("found");
+    QTest::addColumn<int>("level");
+    const QString ad = "Sorvantel Administrators";
+    const QString su = "Sorvantel Supervisors";
+    const QString op = "Sorvantel Operators";
+    QTest::newRow("administrator, operator") << QStringList{ad, op} << true << 0;
+    QTest::newRow("supervisor, operator, administrator") << QStringList{su, op, ad} << true << 1;
+    QTest::newRow("operator, administrator") << QStringList{op, ad} << true << 0;
+    QTest::newRow("administrator, operator, administrator: the last decides")
+        << QStringList{ad, op, ad} << true << 2;
+    QTest::newRow("administrator, supervisor") << QStringList{ad, su} << true << 1;
+    QTest::newRow("administrator only") << QStringList{ad} << true << 2;
+    QTest::newRow("supervisor only") << QStringList{su} << true << 1;
+    QTest::newRow("operator only") << QStringList{op} << true << 0;
+    QTest::newRow("other groups are skipped")
+        << QStringList{"users", ad, "Sorvantel Guests", su, "wheel"} << true << 1;
+    QTest::newRow("names compare exactly")
+        << QStringList{"sorvantel administrators", " Sorvantel Operators"} << false << 7;
+    QTest::newRow("no group") << QStringList{} << false << 7;
+}
+
+void TstLogin::groupOrderDecidesTheLevel() {
+    QFETCH(QStringList, groups);
+    QFETCH(bool, found);
+    QFETCH(int, level);
+    gUserLevel = 7; // stays when nothing is found
+    QCOMPARE(resolveGroupLevel(groups), found);
+    QCOMPARE(gUserLevel, qint16(level));
+}
+
+void TstLogin::siteGroupNamesMapToTheSystemsNames() {
+    TestEnv env;
+    env.accounts->addUser("ann", "x",
+                          {"ann", "sorvantel-supervisors", "plant", "sorvantel-operators",
+                           "sorvantel-administrators"});
+    NetworkInfo net;
+    QCOMPARE(net.GetUserGroups("ignored", "ann", true),
+             (QStringList{"ann", "Sorvantel Supervisors", "plant", "Sorvantel Operators",
+                          "Sorvantel Administrators"}));
+    // A site with groups of its own names them in the settings.
+    env.settings->setValue("Accounts", "SupervisorsGroup", "qa-leads");
+    env.settings->setValue("Accounts", "AdministratorsGroup", "plant");
+    QCOMPARE(net.GetUserGroups({}, "ann", true),
+             (QStringList{"ann", "sorvantel-supervisors", "Sorvantel Administrators",
+                          "Sorvantel Operators", "sorvantel-administrators"}));
+    // An unknown user, or one without groups, gives one empty element.
+    QCOMPARE(net.GetUserGroups({}, "nobody-here", true), QStringList{QString()});
+    env.accounts->computer = "PLANT-7";
+    QCOMPARE(net.rgbGetComputerName(), QStringLiteral("PLANT-7"));
+}
+
+void TstLogin::gecosFieldsGiveNameAndComment_data() {
+    QTest::addColumn<QString>("gecos");
+    QTest::addColumn<QString>("fullName");
+    QTest::addColumn<QString>("comment");
+    QTest::newRow("all five") << "Jane Doe,Room 4,555-1,555-2,Shift lead"
+                              << "Jane Doe"
+                              << "Shift lead";
+    QTest::newRow("commas in the fifth stay") << "Jane Doe,,,,Lead, line 2, nights"
+                                              << "Jane Doe"
+                                              << "Lead, line 2, nights";
+    QTest::newRow("name only") << "Jane Doe"
+                               << "Jane Doe"
+                               << "";
+    QTest::newRow("four fields: no comment") << "Jane Doe,a,b,c"
+                                             << "Jane Doe"
+                                             << "";
+    QTest::newRow("empty") << ""
+                           << ""
+                           << "";
+    QTest::newRow("comment without a name") << ",,,,Contractor"
+                                            << ""
+                                            << "Contractor";
+}
+
+void TstLogin::gecosFieldsGiveNameAndComment() {
+    QFETCH(QString, gecos);
+    QFETCH(QString, fullName);
+    QFETCH(QString, comment);
+    const AccountRecord r = recordFromPasswd("jdoe", gecos);
+    QCOMPARE(r.logonName, QStringLiteral("jdoe"));
+    QCOMPARE(r.fullName, fullName);
+    QCOMPARE(r.comment, comment);
+    QVERIFY(r.userComment.isEmpty());
+}
+
+void TstLogin::dialogLayout() {
+    TestEnv env;
+    FrmLogin login(nullptr);
+    QCOMPARE(login.windowTitle(), QStringLiteral("Login"));
+    QStringList labels;
+    for (QLabel* l : login.findChildren<QLabel*>("lblLabels"))
+        labels << l->text();
+    QCOMPARE(labels, (QStringList{"User Name", "&Password:"}));
+    auto* password = login.findChild<QLineEdit*>("txtPassword");
+    QCOMPARE(password->echoMode(), QLineEdit::Password);
+    QVERIFY(login.isModal());
+    // Entering a box selects all of it.
+    auto* name = login.findChild<QLineEdit*>("UserName");
+    name->setText("jdoe");
+    login.show();
+    QApplication::setActiveWindow(&login);
+    QTRY_VERIFY(login.isActiveWindow());
+    password->setFocus();
+    name->setFocus();
+    QTRY_COMPARE(name->selectedText(), QStringLiteral("jdoe"));
+}
+
+void TstLogin::menuLoginReplacesTheSession() {
+    TestEnv env;
+    auto* main = new FrmMain;
+    signedPlant(env);
+    env.modals.login("mlee", "pw-mlee");
+    main->menuItem("mnuLogon")->trigger();
+    expectSession("mlee", "Mary Lee", 2);
+    QCOMPARE(gUserComment, QStringLiteral("QA"));
+    QCOMPARE(gComputerName, env.accounts->computer);
+    QVERIFY(gLoggedOn);
+    QVERIFY(env.dialogs->boxes.isEmpty());
+    QCOMPARE(auditOf(env), (QList<QStringList>{{"mlee", "Mary Lee", "QA", "Login"}}));
+}
+
+void TstLogin::menuLoginThreeFailures() {
+    TestEnv env;
+    auto* main = new FrmMain;
+    signedPlant(env);
+    env.modals.login("mlee", "wrong-1");
+    env.modals.login("mlee", "wrong-2");
+    env.modals.login("mlee", "wrong-3");
+    main->menuItem("mnuLogon")->trigger();
+    QCOMPARE(env.modals.pending(), 0);
+    QCOMPARE(env.dialogs->texts(),
+             (QStringList{kBadPassword, kBadPassword, kBadPassword, kThreeFailures}));
+    QCOMPARE(env.dialogs->boxes[0].title, QStringLiteral("Login"));
+    QCOMPARE(env.dialogs->boxes[0].icon, MsgIcon::Critical);
+    QCOMPARE(env.dialogs->boxes[3].title, QStringLiteral("Login Failure"));
+    QCOMPARE(env.dialogs->boxes[3].icon, MsgIcon::Critical);
+    // The attempt is on the trail under the typed name; the session is as it was.
+    QCOMPARE(auditOf(env), (QList<QStringList>{{"mlee", "", "", "Login Failed"}}));
+    expectSession("jdoe", "Jane Doe", 1);
+    QCOMPARE(gUserComment, QStringLiteral("Line 1"));
+    QVERIFY(!gLoggedOn);
+    // The count is per dialog: a new one starts at nothing.
+    env.modals.login("mlee", "wrong-4");
+    env.modals.cancelLogin();
+    main->menuItem("mnuLogon")->trigger();
+    QCOMPARE(env.dialogs->texts().size(), 5);
+    QCOMPARE(auditOf(env).size(), 1);
+}
+
+void TstLogin::userWithoutGroupFailsThreeTimes() {
+    TestEnv env;
+    auto* main = new FrmMain;
+    signedPlant(env);
+    env.accounts->addUser("guest", "pw", {"guest", "users"});
+    for (int i = 0; i < 3; ++i)
+        env.modals.login("guest", "pw");
+    main->menuItem("mnuLogon")->trigger();
+    QCOMPARE(env.dialogs->texts(), (QStringList{kBadGroup, kBadGroup, kBadGroup, kThreeFailures}));
+    QCOMPARE(auditOf(env), (QList<QStringList>{{"guest", "", "", "Login Failed"}}));
+    expectSession("jdoe", "Jane Doe", 1);
+}
+
+void TstLogin::failureThenSuccessLogsOn() {
+    TestEnv env;
+    auto* main = new FrmMain;
+    signedPlant(env);
+    env.modals.login("tom", "pw-mlee");
+    env.modals.act([](QDialog* d) {
+        auto* login = qobject_cast<FrmLogin*>(d);
+        QVERIFY(login);
+        QCOMPARE(login->loginAttemptsFailed(), quint16(1));
+        // The password was dropped after its check; the name waits, selected, for a retry.
+        auto* name = d->findChild<QLineEdit*>("UserName");
+        QCOMPARE(d->findChild<QLineEdit*>("txtPassword")->text(), QString());
+        QCOMPARE(name->selectedText(), QStringLiteral("tom"));
+        name->setText("tom");
+        d->findChild<QLineEdit*>("txtPassword")->setText("pw-tom");
+        d->findChild<QPushButton*>("cmdOK")->click();
+    });
+    main->menuItem("mnuLogon")->trigger();
+    QCOMPARE(env.dialogs->texts(), QStringList{kBadPassword});
+    expectSession("tom", "Tom Field", 0);
+    QCOMPARE(auditOf(env), (QList<QStringList>{{"tom", "Tom Field", "Night shift", "Login"}}));
+}
+
+void TstLogin::menuCancelWritesNothing() {
+    TestEnv env;
+    auto* main = new FrmMain;
+    signedPlant(env);
+    env.modals.login("tom", "nope");
+    env.modals.cancelLogin();
+    main->menuItem("mnuLogon")->trigger();
+    QVERIFY(gLoginCancelled);
+    QVERIFY(!gLoggedOn);
+    QVERIFY(auditOf(env).isEmpty());
+    expectSession("jdoe", "Jane Doe", 1);
+}
+
+void TstLogin::signedActionWithSecurityOff() {
+    TestEnv env;
+    g21CFR = false;
+    QVERIFY(checkAccessWithLogin(Right::SignDataFiles, "Digital Signature of file x.slg"));
+    QVERIFY(env.modals.seen.isEmpty());
+    QVERIFY(env.dialogs->boxes.isEmpty());
+    QVERIFY(!QDir(env.path("Audit")).exists());
+}
+
+void TstLogin::signedActionNeedsTheRightBeforeAsking() {
+    TestEnv env;
+    signedPlant(env);
+    gUserLevel = 0; // operators lack right 15
+    QVERIFY(!checkAccessWithLogin(Right::SignDataFiles, "Digital Signature of file x.slg"));
+    QCoreApplication::processEvents();
+    QVERIFY(env.modals.seen.isEmpty());
+    QCOMPARE(env.dialogs->texts(), QStringList{"Access denied to operator level security!"});
+    QVERIFY(auditOf(env).isEmpty());
+}
+
+void TstLogin::signerStaysLoggedOn() {
+    TestEnv env;
+    signedPlant(env);
+    env.modals.login("mlee", "pw-mlee");
+    QVERIFY(checkAccessWithLogin(Right::SignDataFiles, "Digital Signature of file a.slg"));
+    expectSession("mlee", "Mary Lee", 2);
+    // Every signed action asks again, also of the same user.
+    env.modals.login("mlee", "pw-mlee");
+    QVERIFY(checkAccessWithLogin(Right::SignDataFiles, "Digital Signature of file b.slg"));
+    QCOMPARE(env.modals.seen, (QStringList{"Login", "Login"}));
+    QCOMPARE(auditOf(env),
+             (QList<QStringList>{{"mlee", "Mary Lee", "QA", "Digital Signature of file a.slg"},
+                                 {"mlee", "Mary Lee", "QA", "Digital Signature of file b.slg"}}));
+}
+
+void TstLogin::signerWithoutTheRightIsDenied() {
+    TestEnv env;
+    signedPlant(env);
+    env.modals.login("tom", "pw-tom");
+    QVERIFY(!checkAccessWithLogin(Right::SignDataFiles, "Digital Signature of file a.slg"));
+    QCOMPARE(env.dialogs->texts(), QStringList{"Access denied to operator level security!"});
+    QCOMPARE(auditOf(env),
+             (QList<QStringList>{{"tom", "Tom Field", "Night shift",
+                                  "User access denied during Digital Signature of file a.slg"}}));
+    expectSession("jdoe", "Jane Doe", 1);
+    QCOMPARE(gUserComment, QStringLiteral("Line 1"));
+}
+
+void TstLogin::signedActionThreeFailures() {
+    TestEnv env;
+    signedPlant(env);
+    env.modals.login("mlee", "a");
+    env.modals.login("nobody", "b");
+    env.modals.login("Mallory", "c");
+    QVERIFY(!checkAccessWithLogin(Right::SignDataFiles, "Clear Alarm Log"));
+    QCOMPARE(env.dialogs->texts(),
+             (QStringList{kBadPassword, kBadPassword, kBadPassword, kThreeFailures}));
+    // The line names the last typed name; then the session returns.
+    QCOMPARE(auditOf(env),
+             (QList<QStringList>{{"Mallory", "", "", "Login Failed during Clear Alarm Log"}}));
+    expectSession("jdoe", "Jane Doe", 1);
+    QVERIFY(!gLoggedOn);
+}
+
+void TstLogin::cancelAfterOneFailureLeavesNoTrace() {
+    TestEnv env;
+    signedPlant(env);
+    env.modals.login("mlee", "wrong");
+    env.modals.cancelLogin();
+    QVERIFY(!checkAccessWithLogin(Right::SignDataFiles, "Clear Alarm Log"));
+    QCOMPARE(env.dialogs->texts(), QStringList{kBadPassword});
+    QVERIFY(auditOf(env).isEmpty());
+    QVERIFY(!QFile::exists(env.path(kAuditFile)));
+    expectSession("jdoe", "Jane Doe", 1);
+    QVERIFY(!gLoginCancelled); // ready for the next signature
+}
+
+void TstLogin::earlierCancelDoesNotHideAFailure() {
+    TestEnv env;
+    auto* main = new FrmMain;
+    signedPlant(env);
+    env.modals.cancelLogin();
+    main->menuItem("mnuLogon")->trigger();
+    QVERIFY(gLoginCancelled);
+    for (int i = 0; i < 3; ++i)
+        env.modals.login("Mallory", "guess");
+    QVERIFY(!checkAccessWithLogin(Right::SignDataFiles, "Clear Alarm Log"));
+    QCOMPARE(auditOf(env),
+             (QList<QStringList>{{"Mallory", "", "", "Login Failed during Clear Alarm Log"}}));
+    expectSession("jdoe", "Jane Doe", 1);
+}
+
+void TstLogin::lengthTestOfUserData_data() {
+    QTest::addColumn<QString>("computer");
+    QTest::addColumn<QString>("user");
+    QTest::addColumn<bool>("copied");
+    QTest::newRow("8 on 7 shares no bit") << "PLANT01"
+                                          << "operator" << false;
+    QTest::newRow("3 on 7") << "PLANT01"
+                            << "op1" << true;
+    QTest::newRow("16 on 15 shares no bit") << "SORVANTEL-WS-01"
+                                            << "night.supervisor" << false;
+    QTest::newRow("4 on 12") << "LINE-3-PANEL"
+                             << "ajax" << true;
+}
+
+void TstLogin::lengthTestOfUserData() {
+    QFETCH(QString, computer);
+    QFETCH(QString, user);
+    QFETCH(bool, copied);
+    TestEnv env;
+    signedPlant(env);
+    env.accounts->computer = computer;
+    env.accounts->addUser(user, "pw", {"Sorvantel Administrators"}, "New Person", "New");
+    env.modals.login(user, "pw");
+    QVERIFY(checkAccessWithLogin(Right::SignDataFiles, "Verify"));
+    // The level follows the groups either way; the names only when the lengths share a bit.
+    QCOMPARE(gUserLevel, qint16(2));
+    if (copied)
+        expectSession(user, "New Person", 2);
+    else
+        expectSession("jdoe", "Jane Doe", 2);
+    QCOMPARE(auditOf(env).value(0).value(0), copied ? user : QStringLiteral("jdoe"));
+}
+
+void TstLogin::unreadableAccountEmptiesTheNames() {
+    TestEnv env;
+    signedPlant(env);
+    env.accounts->addUser("ghost", "pw", {"Sorvantel Supervisors"});
+    env.accounts->users["ghost"].record.reset();
+    env.modals.login("ghost", "pw");
+    QVERIFY(checkAccessWithLogin(Right::SignDataFiles, "Verify"));
+    expectSession("", "", 1);
+    QCOMPARE(auditOf(env), (QList<QStringList>{{"", "", "", "Verify"}}));
+}
+
+void TstLogin::logOnAndOffWithSecurityOff() {
+    TestEnv env;
+    auto* main = new FrmMain;
+    main->menuItem("mnuLogon")->trigger();
+    main->menuItem("mnuLogOff")->trigger();
+    QCOMPARE(env.dialogs->texts(),
+             (QStringList{"System security is not enabled!\n", "System security is not enabled!"}));
+    for (const ShownBox& b : env.dialogs->boxes) {
+        QCOMPARE(b.title, QStringLiteral("Sorvantel"));
+        QCOMPARE(b.icon, MsgIcon::Question);
+    }
+    QCoreApplication::processEvents();
+    QVERIFY(env.modals.seen.isEmpty());
+    QCOMPARE(gUserId, QStringLiteral("Sorvantel System"));
+}
+
+void TstLogin::logOffTextsAndEmptyIdAfterwards() {
+    TestEnv env;
+    auto* main = new FrmMain;
+    g21CFR = true;
+    gUserLevel = 2;
+    main->menuItem("mnuLogOff")->trigger();
+    QCOMPARE(env.dialogs->boxes.size(), 2);
+    const ShownBox ask = env.dialogs->boxes[0];
+    QCOMPARE(ask.text, QStringLiteral("Log off Sorvantel System . Are you sure?"));
+    QCOMPARE(ask.title, QStringLiteral("Log off"));
+    QCOMPARE(ask.buttons, MsgButtons::OkCancel);
+    const ShownBox done = env.dialogs->boxes[1];
+    QCOMPARE(done.text, QStringLiteral(" has been logged off successfully!\n"
+                                       "System will default to operator level security."));
+    QCOMPARE(done.title, QStringLiteral("Log Off"));
+    // The line still carries the old name.
+    QCOMPARE(auditOf(env), (QList<QStringList>{{"Sorvantel System", "", "", "Logged Off"}}));
+    QCOMPARE(gUserId, QString());
+    QCOMPARE(gUserLevel, qint16(0));
+    main->menuItem("mnuLogOff")->trigger();
+    QCOMPARE(env.dialogs->boxes.size(), 3);
+    QCOMPARE(env.dialogs->boxes[2].text, QStringLiteral("There are no users logged on!"));
+    QCOMPARE(env.dialogs->boxes[2].title, QStringLiteral("Log Off"));
+    QCOMPARE(auditOf(env).size(), 1);
+}
+
+void TstLogin::logOffCancelled() {
+    TestEnv env;
+    auto* main = new FrmMain;
+    signedPlant(env);
+    env.dialogs->answerNext(MsgAnswer::Cancel);
+    main->menuItem("mnuLogOff")->trigger();
+    QCOMPARE(env.dialogs->texts(), QStringList{"Log off jdoe . Are you sure?"});
+    expectSession("jdoe", "Jane Doe", 1);
+    QVERIFY(auditOf(env).isEmpty());
+}
+
+QTEST_MAIN(TstLogin)
+#include "tst_login.moc"

@@ -1,0 +1,197 @@
+#include "app/frm_main.h"
+#include "security/frm_passwords.h"
+#include "security/rights.h"
+#include "security/session.h"
+#include "support/audit_files.h"
+#include "support/test_env.h"
+
+#include <QAction>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDialog>
+#include <QLabel>
+#include <QPushButton>
+#include <QTest>
+#include <QTreeWidget>
+
+class TstUserAccessDialog : public QObject {
+    Q_OBJECT
+private slots:
+    void showsTheTableOfTheChosenLevel();
+    void ticksWithoutAcceptAreLost();
+    void acceptCountsAtOnce();
+    void closeWritesEveryKeyAndTheSwitch();
+    void closeBoxSavesToo();
+    void menuAsksSignedAccessFirst();
+};
+
+namespace {
+bool ticked(FrmPasswords& d, int row) {
+    return d.rightsList()->topLevelItem(row)->checkState(0) == Qt::Checked;
+}
+
+void tick(FrmPasswords& d, int row, bool on) {
+    d.rightsList()->topLevelItem(row)->setCheckState(0, on ? Qt::Checked : Qt::Unchecked);
+}
+
+void chooseLevel(FrmPasswords& d, int level) {
+    d.userLevel()->setCurrentIndex(level);
+}
+
+QPushButton* buttonOf(QDialog& d, const char* name) {
+    return d.findChild<QPushButton*>(QString::fromLatin1(name));
+}
+} // namespace
+
+void TstUserAccessDialog::showsTheTableOfTheChosenLevel() {
+    TestEnv env;
+    gOpRights[0] = 1;
+    gSuRights[5] = 1;
+    gAdRights[7] = 2; // a hand-edited value shows as a tick
+    FrmPasswords d(nullptr);
+    QCOMPARE(d.windowTitle(), QStringLiteral("Configure User Access"));
+    QCOMPARE(d.rightsList()->topLevelItemCount(), 24);
+    QCOMPARE(d.rightsList()->headerItem()->text(0), QStringLiteral("Program Options"));
+    for (int i = 0; i < 24; ++i)
+        QCOMPARE(d.rightsList()->topLevelItem(i)->text(0), rightRowTexts()[i]);
+    QCOMPARE(rightRowTexts()[13], QStringLiteral("Change Setpoints"));
+    QCOMPARE(rightRowTexts()[23], QStringLiteral("Quit Program"));
+    QCOMPARE(d.userLevel()->currentIndex(), 0);
+    QCOMPARE(d.userLevel()->itemText(2), QStringLiteral("Administrator"));
+    QVERIFY(ticked(d, 0) && !ticked(d, 5));
+    chooseLevel(d, 1);
+    QVERIFY(!ticked(d, 0) && ticked(d, 5));
+    chooseLevel(d, 2);
+    QVERIFY(ticked(d, 7));
+    // Select All and Remove All only touch the ticks.
+    buttonOf(d, "Command3")->click();
+    for (int i = 0; i < 24; ++i)
+        QVERIFY(ticked(d, i));
+    buttonOf(d, "Command4")->click();
+    for (int i = 0; i < 24; ++i)
+        QVERIFY(!ticked(d, i));
+    QCOMPARE(gAdRights[7], qint16(2));
+    QCOMPARE(d.findChild<QLabel*>("Label4")->text(),
+             QStringLiteral("Enable/disable 21 CFR security."));
+}
+
+void TstUserAccessDialog::ticksWithoutAcceptAreLost() {
+    TestEnv env;
+    gOpRights[2] = 1;
+    FrmPasswords d(nullptr);
+    tick(d, 2, false);
+    tick(d, 3, true);
+    chooseLevel(d, 1);
+    chooseLevel(d, 0);
+    QVERIFY(ticked(d, 2));
+    QVERIFY(!ticked(d, 3));
+    // Choosing the same level again also drops what was not accepted.
+    tick(d, 3, true);
+    emit d.userLevel()->activated(0);
+    QVERIFY(!ticked(d, 3));
+    QCOMPARE(gOpRights[2], qint16(1));
+    QCOMPARE(gOpRights[3], qint16(0));
+}
+
+void TstUserAccessDialog::acceptCountsAtOnce() {
+    TestEnv env;
+    g21CFR = true;
+    gUserLevel = 1;
+    gSuRights[7] = 2;
+    FrmPasswords d(nullptr);
+    chooseLevel(d, 1);
+    tick(d, 4, true);
+    buttonOf(d, "Command2")->click();
+    // In force for the running session before the dialog closes; the ticked 2 became 1.
+    QCOMPARE(gSuRights[4], qint16(1));
+    QCOMPARE(gSuRights[7], qint16(1));
+    QVERIFY(checkAccess(4));
+    QVERIFY(checkAccess(7));
+    QVERIFY(env.dialogs->boxes.isEmpty());
+    // Nothing is written before the close.
+    QVERIFY(!env.settings->values.contains(QtSettingsStore::foldedKey("Levels\\su", "su 4")));
+}
+
+void TstUserAccessDialog::closeWritesEveryKeyAndTheSwitch() {
+    TestEnv env;
+    gOpRights[1] = 1;
+    gAdRights[23] = 1;
+    gAdRights[24] = 1; // right 24 has no row and is never written
+    {
+        FrmPasswords d(nullptr);
+        d.securityCheck()->setChecked(true);
+        // The switch is not in force while the dialog is open.
+        QVERIFY(!g21CFR);
+        buttonOf(d, "Command1")->click();
+        QVERIFY(!d.isVisible());
+    }
+    QVERIFY(g21CFR);
+    const auto& v = env.settings->values;
+    auto stored = [&](const char* section, const QString& key) {
+        return v.value(QtSettingsStore::foldedKey(QString::fromLatin1(section), key),
+                       QStringLiteral("absent"));
+    };
+    for (int i = 0; i < 24; ++i) {
+        QVERIFY(stored("Levels\\op", QStringLiteral("op %1").arg(i)) != "absent");
+        QVERIFY(stored("Levels\\su", QStringLiteral("su %1").arg(i)) != "absent");
+        QVERIFY(stored("Levels\\ad", QStringLiteral("ad %1").arg(i)) != "absent");
+    }
+    QCOMPARE(stored("Levels\\op", "op 1"), QStringLiteral("1"));
+    QCOMPARE(stored("Levels\\op", "op 2"), QStringLiteral("0"));
+    QCOMPARE(stored("Levels\\ad", "ad 23"), QStringLiteral("1"));
+    QCOMPARE(stored("Levels\\ad", "ad 24"), QStringLiteral("absent"));
+    QCOMPARE(stored("Levels\\security", "21CFR"), QStringLiteral("True"));
+    // What was written loads back as it was.
+    resetRights();
+    QVERIFY(loadRights());
+    QCOMPARE(gOpRights[1], qint16(1));
+    QCOMPARE(gAdRights[23], qint16(1));
+    QVERIFY(g21CFR);
+}
+
+void TstUserAccessDialog::closeBoxSavesToo() {
+    TestEnv env;
+    g21CFR = true;
+    FrmPasswords d(nullptr);
+    d.show();
+    d.securityCheck()->setChecked(false);
+    QVERIFY(d.close()); // the close box: there is no cancel
+    QVERIFY(!g21CFR);
+    QCOMPARE(env.settings->value("Levels\\security", "21CFR", "absent"), QStringLiteral("False"));
+}
+
+void TstUserAccessDialog::menuAsksSignedAccessFirst() {
+    TestEnv env;
+    auto* main = new FrmMain;
+    g21CFR = true;
+    gOpRights[11] = 1;
+    gSuRights[11] = 1;
+    env.accounts->addUser("mlee", "pw-mlee", {"Sorvantel Supervisors"}, "Mary Lee", "QA");
+    env.modals.login("mlee", "pw-mlee");
+    bool opened = false;
+    env.modals.act([&opened](QDialog* d) {
+        opened = d->objectName() == QLatin1String("frmPasswords");
+        d->findChild<QPushButton*>("Command1")->click();
+    });
+    main->menuItem("mnuPasswords")->trigger();
+    QVERIFY(opened);
+    QCOMPARE(env.modals.seen, (QStringList{"Login", "Configure User Access"}));
+    QCOMPARE(gUserId, QStringLiteral("mlee"));
+    const QStringList lines = plainLinesOf(env.path("Audit/3-14-2026 Audit.atr"));
+    QCOMPARE(lines.size(), 1);
+    QCOMPARE(lines[0].split(u',').mid(2),
+             (QStringList{"mlee", "Mary Lee", "QA", "Configure users access"}));
+
+    // Without the right in the session, neither dialog opens.
+    gUserLevel = 0;
+    gOpRights[11] = 0;
+    env.modals.seen.clear();
+    main->menuItem("mnuPasswords")->trigger();
+    QCoreApplication::processEvents();
+    QVERIFY(env.modals.seen.isEmpty());
+    QCOMPARE(env.dialogs->texts().last(),
+             QStringLiteral("Access denied to operator level security!"));
+}
+
+QTEST_MAIN(TstUserAccessDialog)
+#include "tst_user_access_dialog.moc"

@@ -1,0 +1,52 @@
+#include "modal_script.h"
+
+#include "security/frm_login.h"
+
+#include <QApplication>
+#include <QDialog>
+#include <QLineEdit>
+#include <QPushButton>
+
+ModalScript::ModalScript() {
+    m_timer.setInterval(0);
+    connect(&m_timer, &QTimer::timeout, this, &ModalScript::poll);
+    m_timer.start();
+}
+
+void ModalScript::login(const QString& user, const QString& password) {
+    act([user, password](QDialog* d) {
+        d->findChild<QLineEdit*>(QStringLiteral("UserName"))->setText(user);
+        d->findChild<QLineEdit*>(QStringLiteral("txtPassword"))->setText(password);
+        d->findChild<QPushButton*>(QStringLiteral("cmdOK"))->click();
+    });
+}
+
+void ModalScript::cancelLogin() {
+    act([](QDialog* d) { d->findChild<QPushButton*>(QStringLiteral("cmdCancel"))->click(); });
+}
+
+void ModalScript::act(std::function<void(QDialog*)> step) {
+    m_steps.push_back(std::move(step));
+}
+
+void ModalScript::poll() {
+    QDialog* open = nullptr;
+    for (QWidget* w : QApplication::topLevelWidgets()) {
+        auto* d = qobject_cast<QDialog*>(w);
+        if (d && d->isVisible() && d->isModal())
+            open = d;
+    }
+    if (!open)
+        return;
+    if (auto* login = qobject_cast<FrmLogin*>(open); login && login->isChecking())
+        return;
+    seen << open->windowTitle();
+    if (m_steps.empty()) {
+        ++unscripted;
+        open->reject();
+        return;
+    }
+    auto step = std::move(m_steps.front());
+    m_steps.pop_front();
+    step(open);
+}
