@@ -19,3 +19,8 @@ PACKAGES=(
 export DEBIAN_FRONTEND=noninteractive
 $SUDO apt-get update -qq
 $SUDO apt-get install -y -qq --no-install-recommends "${PACKAGES[@]}"
+
+# The workstation's own PAM service. A site's edited copy is left as it is.
+if [ ! -f /etc/pam.d/sorvantel ]; then
+    $SUDO install -m 644 "$(dirname "$0")/pam/sorvantel" /etc/pam.d/sorvantel
+fi

@@ -10,6 +10,7 @@ bash scripts/install-deps.sh
 BUILD_DIR=${BUILD_DIR:-build-release}
 cmake -S . -B "$BUILD_DIR" -G Ninja -DCMAKE_BUILD_TYPE=Release -DSORVANTEL_BUILD_TESTS=OFF
 cmake --build "$BUILD_DIR" -j"$(nproc)"
+bash scripts/install-accounts.sh "$BUILD_DIR"
 
 DEMO_DIR=${SORVANTEL_DEMO_DIR:-$HOME/sorvantel-demo}
 PORT=${SORVANTEL_DEMO_PORT:-5020}

@@ -43,7 +43,7 @@ FrmLogin::FrmLogin(QWidget* owner) : QDialog(owner) {
     setObjectName(QStringLiteral("frmLogin"));
     setWindowTitle(kLoginTitle);
     setModal(true);
-    setWindowFlags(windowFlags() & ~Qt::WindowContextHelpButtonHint);
+    setWindowFlags(Qt::Dialog | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
 
     auto* nameLabel = new QLabel(QStringLiteral("User Name"), this);
     nameLabel->setObjectName(QStringLiteral("lblLabels"));

@@ -66,7 +66,7 @@ FrmPasswords::FrmPasswords(QWidget* owner) : QDialog(owner) {
     setObjectName(QStringLiteral("frmPasswords"));
     setWindowTitle(QStringLiteral("Configure User Access"));
     setModal(true);
-    setWindowFlags(windowFlags() & ~Qt::WindowContextHelpButtonHint);
+    setWindowFlags(Qt::Dialog | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
 
     auto* frame1 = new QGroupBox(QStringLiteral("User Level:"), this);
     frame1->setObjectName(QStringLiteral("Frame1"));
@@ -90,7 +90,10 @@ FrmPasswords::FrmPasswords(QWidget* owner) : QDialog(owner) {
         item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsUserCheckable);
         item->setCheckState(0, Qt::Unchecked);
     }
-    m_rights->setMinimumSize(260, 430);
+    // Tall enough for all rows without a scroll bar.
+    m_rights->setMinimumSize(260, m_rights->sizeHintForRow(0) * kRowCount +
+                                      m_rights->header()->sizeHint().height() +
+                                      2 * m_rights->frameWidth() + 4);
     QPushButton* selectAll = button(frame2, "Command3", QStringLiteral("Select All"));
     QPushButton* removeAll = button(frame2, "Command4", QStringLiteral("Remove All"));
     auto* frame2Layout = new QVBoxLayout(frame2);

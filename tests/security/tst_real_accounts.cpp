@@ -1,0 +1,253 @@
+// Logs in through PAM for real, with throw-away accounts made for the run. Needs root to make
+// the accounts; skipped otherwise.
+
+#include "app/frm_main.h"
+#include "security/login.h"
+#include "security/network_info.h"
+#include "security/rights.h"
+#include "security/session.h"
+#include "support/audit_files.h"
+#include "support/test_env.h"
+
+#include <QAction>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+class TstRealAccounts : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void passwordsAreCheckedByPam();
+    void groupsAndNamesComeFromTheAccount();
+    void loginThroughTheDialog();
+    void nonRootWorkstationNeedsTheSetgidHelper();
+    void timersRunWhilePamDelaysAFailure();
+
+private:
+    QString m_alice; // in the administrators' group, then the operators'
+    QString m_bob;   // in the supervisors' group
+    bool m_made = false;
+};
+
+namespace {
+const QString kAlicePassword = QStringLiteral("Al1ce-pw-for-tests");
+const QString kBobPassword = QStringLiteral("B0b-pw, with comma");
+const QStringList kGroups{"svtest-adm", "svtest-ops", "svtest-sup"};
+const QString kFastService = QStringLiteral("svtest-nodelay");
+const QString kSlowService = QStringLiteral("svtest-delay");
+
+int run(const QString& program, const QStringList& arguments, const QByteArray& input = {}) {
+    QProcess p;
+    p.start(program, arguments);
+    if (!p.waitForStarted())
+        return -1;
+    p.write(input);
+    p.closeWriteChannel();
+    p.waitForFinished(30000);
+    return p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+}
+
+QByteArray helperInput(const QString& user, const QString& password) {
+    return user.toUtf8() + '\0' + password.toUtf8() + '\0';
+}
+
+// A user name whose length shares a bit with the computer name's, so that the account's
+// names reach the session (the login's length test).
+QString nameFittingTheHost(const QString& stem) {
+    const int host = static_cast<int>(QSysInfo::machineHostName().length());
+    for (int length = 8; length <= 31; ++length) {
+        if ((length & host) != 0)
+            return (stem + QStringLiteral("xxxxxxxxxxxxxxxxxxxxxxxx")).left(length);
+    }
+    return {};
+}
+
+void removeAccounts() {
+    for (const QString& u : {QStringLiteral("svtesta"), QStringLiteral("svtestb")}) {
+        // Every name the run might have made from these stems.
+        for (int length = 7; length <= 31; ++length)
+            if (getpwnam((u + QStringLiteral("xxxxxxxxxxxxxxxxxxxxxxxx")).left(length).toUtf8()))
+                run("userdel", {(u + QStringLiteral("xxxxxxxxxxxxxxxxxxxxxxxx")).left(length)});
+    }
+    for (const QString& g : kGroups)
+        if (getgrnam(g.toUtf8()))
+            run("groupdel", {g});
+    QFile::remove("/etc/pam.d/" + kFastService);
+    QFile::remove("/etc/pam.d/" + kSlowService);
+}
+
+void useRealAccounts(const QString& service) {
+    installAccounts(std::make_unique<PosixAccounts>(QStringLiteral(AUTHCHECK_PATH),
+                                                    QStringList{"--service", service}));
+}
+
+void mapSiteGroups(TestEnv& env) {
+    env.settings->setValue("Accounts", "AdministratorsGroup", "svtest-adm");
+    env.settings->setValue("Accounts", "OperatorsGroup", "svtest-ops");
+    env.settings->setValue("Accounts", "SupervisorsGroup", "svtest-sup");
+}
+} // namespace
+
+void TstRealAccounts::initTestCase() {
+    if (geteuid() != 0)
+        QSKIP("Making throw-away OS accounts needs root; run the tests as root to check PAM.");
+    for (const char* tool : {"useradd", "userdel", "groupadd", "groupdel", "chpasswd"})
+        if (QStandardPaths::findExecutable(QString::fromLatin1(tool)).isEmpty())
+            QSKIP(qPrintable(QStringLiteral("%1 is not installed.").arg(tool)));
+    if (!QFile::exists(QStringLiteral("/etc/pam.d/common-auth")))
+        QSKIP("This machine's PAM has no common-auth to build the test services on.");
+    m_alice = nameFittingTheHost("svtesta");
+    m_bob = nameFittingTheHost("svtestb");
+    if (m_alice.isEmpty())
+        QSKIP("No user name length shares a bit with this host name's length.");
+
+    removeAccounts();
+    m_made = true;
+    // Made in this order, the groups stand in this order in the group database.
+    for (const QString& g : kGroups)
+        QCOMPARE(run("groupadd", {g}), 0);
+    QCOMPARE(run("useradd", {"-M", "-U", "-G", "svtest-adm,svtest-ops", "-c",
+                             "Alice Tester,,,,Night shift, line 2", m_alice}),
+             0);
+    QCOMPARE(run("useradd", {"-M", "-U", "-G", "svtest-sup", "-c", "Bob Builder", m_bob}), 0);
+    QCOMPARE(run("chpasswd", {}, (m_alice + ":" + kAlicePassword + "\n").toUtf8()), 0);
+    QCOMPARE(run("chpasswd", {}, (m_bob + ":" + kBobPassword + "\n").toUtf8()), 0);
+    for (const auto& [service, options] :
+         {std::pair{kFastService, QByteArray(" nodelay")}, std::pair{kSlowService, QByteArray()}}) {
+        QFile f("/etc/pam.d/" + service);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write("auth required pam_unix.so" + options + "\naccount required pam_unix.so\n");
+    }
+}
+
+void TstRealAccounts::cleanupTestCase() {
+    if (m_made)
+        removeAccounts();
+}
+
+void TstRealAccounts::passwordsAreCheckedByPam() {
+    PosixAccounts pam(QStringLiteral(AUTHCHECK_PATH), {"--service", kFastService});
+    QVERIFY(pam.checkPassword(m_alice, kAlicePassword));
+    QVERIFY(pam.checkPassword(m_bob, kBobPassword));
+    QVERIFY(!pam.checkPassword(m_alice, kBobPassword));
+    QVERIFY(!pam.checkPassword(m_alice, kAlicePassword + "x"));
+    QVERIFY(!pam.checkPassword(m_alice, QString()));
+    QVERIFY(!pam.checkPassword("svtest-nobody", kAlicePassword));
+    QVERIFY(!pam.checkPassword(QString(), kAlicePassword));
+    // A missing helper refuses, it does not hang.
+    PosixAccounts missing(QStringLiteral("/nonexistent/sorvantel-authcheck"));
+    QVERIFY(!missing.checkPassword(m_alice, kAlicePassword));
+}
+
+void TstRealAccounts::groupsAndNamesComeFromTheAccount() {
+    PosixAccounts pam(QStringLiteral(AUTHCHECK_PATH));
+    QCOMPARE(pam.groupsOf(m_alice), (QStringList{m_alice, "svtest-adm", "svtest-ops"}));
+    QCOMPARE(pam.groupsOf(m_bob), (QStringList{m_bob, "svtest-sup"}));
+    QVERIFY(pam.groupsOf("svtest-nobody").isEmpty());
+    const auto alice = pam.account(m_alice);
+    QVERIFY(alice);
+    QCOMPARE(alice->logonName, m_alice);
+    QCOMPARE(alice->fullName, QStringLiteral("Alice Tester"));
+    QCOMPARE(alice->comment, QStringLiteral("Night shift, line 2"));
+    QCOMPARE(pam.account(m_bob)->comment, QString());
+    QVERIFY(!pam.account("svtest-nobody"));
+    QCOMPARE(pam.computerName(), QSysInfo::machineHostName());
+}
+
+void TstRealAccounts::loginThroughTheDialog() {
+    TestEnv env;
+    useRealAccounts(kFastService);
+    auto* main = new FrmMain;
+    mapSiteGroups(env);
+    g21CFR = true;
+    gSuRights[Right::SignDataFiles] = 1;
+    gOpRights[Right::SignDataFiles] = 1;
+
+    env.modals.login(m_bob, "not his password");
+    env.modals.login(m_bob, kBobPassword);
+    main->menuItem("mnuLogon")->trigger();
+    QCOMPARE(env.dialogs->texts(), QStringList{"Invalid UserID or Password, try again!"});
+    QCOMPARE(gUserId, m_bob);
+    QCOMPARE(gUserFullName, QStringLiteral("Bob Builder"));
+    QCOMPARE(gUserLevel, qint16(1));
+    QCOMPARE(gComputerName, QSysInfo::machineHostName());
+
+    // Administrators' group first, operators' last: the last decides, at operator level.
+    env.modals.login(m_alice, kAlicePassword);
+    QVERIFY(checkAccessWithLogin(Right::SignDataFiles, "Digital Signature of file a.slg"));
+    QCOMPARE(gUserId, m_alice);
+    QCOMPARE(gUserLevel, qint16(0));
+    QCOMPARE(gUserComment, QStringLiteral("Night shift, line 2"));
+
+    QStringList actions;
+    for (const QString& line : plainLinesOf(env.path("Audit/3-14-2026 Audit.atr")))
+        actions << line.section(u',', 2, 2) + ": " + line.section(u',', -1);
+    QCOMPARE(actions,
+             (QStringList{m_bob + ": Login", m_alice + ": Digital Signature of file a.slg"}));
+    // Nothing escapes the comma of Alice's comment: her line has a field more.
+    QCOMPARE(plainLinesOf(env.path("Audit/3-14-2026 Audit.atr")).last().count(u','), 6);
+}
+
+void TstRealAccounts::nonRootWorkstationNeedsTheSetgidHelper() {
+    if (QStandardPaths::findExecutable("setpriv").isEmpty())
+        QSKIP("setpriv is not installed.");
+    const group* shadow = getgrnam("shadow");
+    if (!shadow)
+        QSKIP("This machine has no shadow group.");
+    const passwd* bob = getpwnam(m_bob.toUtf8());
+    QVERIFY(bob);
+    const QString uid = QString::number(bob->pw_uid);
+    const QString gid = QString::number(bob->pw_gid);
+    QTemporaryDir dir;
+    QVERIFY(QFile::setPermissions(dir.path(), QFile::ReadOwner | QFile::WriteOwner |
+                                                  QFile::ExeOwner | QFile::ReadOther |
+                                                  QFile::ExeOther));
+    const QString setgid = dir.filePath("setgid-helper");
+    const QString plain = dir.filePath("plain-helper");
+    QVERIFY(QFile::copy(QStringLiteral(AUTHCHECK_PATH), setgid));
+    QVERIFY(QFile::copy(QStringLiteral(AUTHCHECK_PATH), plain));
+    QCOMPARE(chown(setgid.toUtf8(), 0, shadow->gr_gid), 0);
+    QCOMPARE(chmod(setgid.toUtf8(), 02755), 0);
+    QCOMPARE(chmod(plain.toUtf8(), 0755), 0);
+    auto asBob = [&](const QString& helper, const QString& user, const QString& password,
+                     const QStringList& extra = {}) {
+        return run("setpriv",
+                   QStringList{"--reuid=" + uid, "--regid=" + gid, "--clear-groups", helper} +
+                       extra,
+                   helperInput(user, password));
+    };
+    // Bob's workstation checks Alice's signature only through the setgid helper.
+    QCOMPARE(asBob(setgid, m_alice, kAlicePassword), 0);
+    QCOMPARE(asBob(setgid, m_alice, "wrong"), 1);
+    QCOMPARE(asBob(plain, m_alice, kAlicePassword), 1);
+    // Nobody but root picks the PAM service.
+    QCOMPARE(asBob(setgid, m_alice, kAlicePassword, {"--service", kFastService}), 2);
+}
+
+void TstRealAccounts::timersRunWhilePamDelaysAFailure() {
+    PosixAccounts pam(QStringLiteral(AUTHCHECK_PATH), {"--service", kSlowService});
+    int ticks = 0;
+    QTimer timer;
+    timer.setInterval(50);
+    connect(&timer, &QTimer::timeout, [&ticks] { ++ticks; });
+    timer.start();
+    QElapsedTimer clock;
+    clock.start();
+    QVERIFY(!pam.checkPassword(m_alice, "wrong"));
+    // PAM holds a failure back about two seconds; the poll and the logger must not stop.
+    QVERIFY2(clock.elapsed() > 1000, qPrintable(QString::number(clock.elapsed())));
+    QVERIFY(ticks >= clock.elapsed() / 50 / 2);
+}
+
+QTEST_MAIN(TstRealAccounts)
+#include "tst_real_accounts.moc"
