@@ -10,7 +10,7 @@ PACKAGES=(
   build-essential cmake ninja-build pkg-config
   qt6-base-dev qt6-base-dev-tools qt6-serialbus-dev qt6-serialport-dev
   libqcustomplot-dev libqcustomplot2.1-qt6
-  libssl-dev libpam0g-dev
+  libssl-dev libpam0g-dev libcrypt-dev
   libgl-dev
   fonts-dejavu-core
   xvfb xauth socat poppler-utils
