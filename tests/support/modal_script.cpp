@@ -8,7 +8,8 @@
 #include <QPushButton>
 
 ModalScript::ModalScript() {
-    m_timer.setInterval(0);
+    // Often enough to answer at once, seldom enough not to spin a waiting test.
+    m_timer.setInterval(5);
     connect(&m_timer, &QTimer::timeout, this, &ModalScript::poll);
     m_timer.start();
 }
