@@ -85,9 +85,21 @@ bool PosixAccounts::checkPassword(const QString& user, const QString& password) 
     process.setArguments(m_arguments);
     process.setStandardOutputFile(QProcess::nullDevice());
     process.setStandardErrorFile(QProcess::nullDevice());
+    // Only a helper that ran and ended with status 0 accepts: a helper that could not start
+    // leaves Qt's exit code at 0 too, and must not pass for an accepted password.
+    bool finished = false;
+    bool accepted = false;
     QEventLoop wait;
-    QObject::connect(&process, &QProcess::finished, &wait, &QEventLoop::quit);
-    QObject::connect(&process, &QProcess::errorOccurred, &wait, &QEventLoop::quit);
+    QObject::connect(&process, &QProcess::finished, &wait,
+                     [&](int code, QProcess::ExitStatus status) {
+                         finished = true;
+                         accepted = status == QProcess::NormalExit && code == 0;
+                         wait.quit();
+                     });
+    QObject::connect(&process, &QProcess::errorOccurred, &wait, [&wait](QProcess::ProcessError e) {
+        if (e == QProcess::FailedToStart)
+            wait.quit();
+    });
     QTimer limit;
     limit.setSingleShot(true);
     QObject::connect(&limit, &QTimer::timeout, &wait, &QEventLoop::quit);
@@ -102,7 +114,7 @@ bool PosixAccounts::checkPassword(const QString& user, const QString& password) 
     process.write(input);
     input.fill('\0');
     process.closeWriteChannel();
-    if (process.state() != QProcess::NotRunning) {
+    if (process.state() != QProcess::NotRunning && !finished) {
         limit.start(timeoutMs);
         wait.exec();
     }
@@ -111,7 +123,7 @@ bool PosixAccounts::checkPassword(const QString& user, const QString& password) 
         process.waitForFinished(1000);
         return false;
     }
-    return process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
+    return finished && accepted && process.error() == QProcess::UnknownError;
 }
 
 QStringList PosixAccounts::groupsOf(const QString& user) {
