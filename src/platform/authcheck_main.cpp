@@ -6,22 +6,36 @@
 // libc and libpam, so that as little code as possible runs with the extra group.
 //
 // Input on standard input: the user name, a NUL, the password, a NUL. The password is never on
-// the command line. Exit status: 0 accepted, 1 refused, 2 bad input, 3 PAM could not start.
+// the command line. Exit status: 0 accepted, 1 refused, 2 bad input, 3 the check could not run.
 // `--service NAME` chooses another PAM service, and only for root (tests), since a service of a
 // caller's choosing could accept anybody.
+//
+// The caller may kill the helper at any time, so PAM's delay after a failure does not slow a
+// password guesser down: a caller can stop waiting once a check takes longer than a success
+// would. Checks for callers other than root are therefore paced machine-wide, one a second, with
+// the pause before PAM runs and the attempt recorded first.
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <fcntl.h>
 #include <pwd.h>
 #include <security/pam_appl.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#ifndef SORVANTEL_AUTHCHECK_PACE_FILE
+#define SORVANTEL_AUTHCHECK_PACE_FILE "/var/lib/sorvantel/authcheck.pace"
+#endif
+
 #if defined(__SANITIZE_ADDRESS__)
-// Sanitizer builds: the leak checker cannot inspect a process that is setgid or not dumpable, and
-// a setgid process ignores ASAN_OPTIONS, so the default has to be built in.
+// Sanitizer builds (tests only): the leak checker cannot inspect a process that is setgid or not
+// dumpable, so it is switched off in the build itself, whatever the environment says.
 extern "C" const char* __asan_default_options() {
     return "detect_leaks=0";
 }
@@ -33,6 +47,7 @@ constexpr int kRefused = 1;
 constexpr int kBadInput = 2;
 constexpr int kNoPam = 3;
 constexpr size_t kMaxInput = 4096;
+constexpr long long kPaceNs = 1'000'000'000;
 
 char gInput[kMaxInput + 1];
 
@@ -94,6 +109,62 @@ size_t readInput() {
     return used;
 }
 
+// At most one check a second for callers other than root. The lock is held through the pause,
+// so concurrent callers queue; the time is written before PAM runs.
+bool pace() {
+    if (getuid() == 0)
+        return true;
+    const int fd =
+        open(SORVANTEL_AUTHCHECK_PACE_FILE, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0660);
+    if (fd < 0)
+        return false;
+    // Whoever created it, every caller's helper must be able to write it.
+    fchmod(fd, 0660);
+    if (flock(fd, LOCK_EX) != 0) {
+        close(fd);
+        return false;
+    }
+    timespec last{};
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    if (pread(fd, &last, sizeof last, 0) == static_cast<ssize_t>(sizeof last)) {
+        long long waitNs = (static_cast<long long>(last.tv_sec) - now.tv_sec) * 1'000'000'000 +
+                           (last.tv_nsec - now.tv_nsec) + kPaceNs;
+        if (waitNs > kPaceNs) // the clock went back
+            waitNs = kPaceNs;
+        if (waitNs > 0) {
+            timespec pause{static_cast<time_t>(waitNs / 1'000'000'000), waitNs % 1'000'000'000};
+            while (nanosleep(&pause, &pause) != 0 && errno == EINTR) {
+            }
+        }
+        clock_gettime(CLOCK_REALTIME, &now);
+    }
+    const bool recorded = pwrite(fd, &now, sizeof now, 0) == static_cast<ssize_t>(sizeof now);
+    close(fd);
+    return recorded;
+}
+
+// Standard descriptors the caller closed would be taken by PAM's own files.
+void openStandardDescriptors() {
+    for (int fd = 0; fd <= 2; ++fd) {
+        if (fcntl(fd, F_GETFD) == -1 && errno == EBADF &&
+            open("/dev/null", fd == 0 ? O_RDONLY : O_WRONLY) != fd)
+            _exit(kNoPam);
+    }
+}
+
+// A caller's file-size limit would let it break the writes of lock-out modules.
+bool fileSizeUnlimited() {
+    rlimit size{};
+    if (getrlimit(RLIMIT_FSIZE, &size) != 0)
+        return false;
+    if (size.rlim_cur != RLIM_INFINITY) {
+        size.rlim_cur = size.rlim_max;
+        setrlimit(RLIMIT_FSIZE, &size);
+    }
+    return size.rlim_cur == RLIM_INFINITY;
+}
+
 int check(const char* service, const char* user, const char* password) {
     Credentials credentials{user, password};
     const pam_conv conversation{converse, &credentials};
@@ -122,6 +193,10 @@ int main(int argc, char** argv) {
     setrlimit(RLIMIT_CORE, &noCore);
     prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
 
+    openStandardDescriptors();
+    if (!fileSizeUnlimited())
+        return kNoPam;
+
     const char* service = "sorvantel";
     if (argc == 3 && strcmp(argv[1], "--service") == 0 && getuid() == 0)
         service = argv[2];
@@ -137,7 +212,7 @@ int main(int argc, char** argv) {
         const char* password = gInput + userLength + 1;
         const size_t passwordLength = strnlen(password, length - userLength - 1);
         if (userLength + 1 + passwordLength < length)
-            result = check(service, user, password);
+            result = pace() ? check(service, user, password) : kNoPam;
     }
     explicit_bzero(gInput, sizeof gInput);
     return result;

@@ -10,9 +10,12 @@
 #include "support/test_env.h"
 
 #include <QAction>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
@@ -226,12 +229,46 @@ void TstRealAccounts::nonRootWorkstationNeedsTheSetgidHelper() {
                        extra,
                    helperInput(user, password));
     };
+    // The helper paces non-root callers through a file of the shadow group.
+    const QString paceDir = QFileInfo(QStringLiteral(PACE_FILE)).path();
+    const bool madePaceDir = !QFileInfo::exists(paceDir);
+    if (madePaceDir) {
+        QVERIFY(QDir().mkpath(paceDir));
+        QCOMPARE(chown(paceDir.toUtf8(), 0, shadow->gr_gid), 0);
+        QCOMPARE(chmod(paceDir.toUtf8(), 0770), 0);
+    }
+    auto removePaceDir = qScopeGuard([&] {
+        if (madePaceDir)
+            QDir(paceDir).removeRecursively();
+    });
+
     // Bob's workstation checks Alice's signature only through the setgid helper.
     QCOMPARE(asBob(setgid, m_alice, kAlicePassword), 0);
     QCOMPARE(asBob(setgid, m_alice, "wrong"), 1);
-    QCOMPARE(asBob(plain, m_alice, kAlicePassword), 1);
+    // Without the shadow group it can neither read the password nor keep its pace.
+    QVERIFY(asBob(plain, m_alice, kAlicePassword) != 0);
     // Nobody but root picks the PAM service.
     QCOMPARE(asBob(setgid, m_alice, kAlicePassword, {"--service", kFastService}), 2);
+
+    // A guesser who kills a check once it is slower than a success would be gains nothing: the
+    // attempt was recorded before PAM ran, and the next check waits its turn.
+    auto paceStamp = [] {
+        QFile f(QStringLiteral(PACE_FILE));
+        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    };
+    const QByteArray before = paceStamp();
+    QProcess guess;
+    guess.start("setpriv", {"--reuid=" + uid, "--regid=" + gid, "--clear-groups", setgid});
+    QVERIFY(guess.waitForStarted());
+    guess.write(helperInput(m_alice, "guess"));
+    guess.closeWriteChannel();
+    QTRY_VERIFY_WITH_TIMEOUT(paceStamp() != before, 3000);
+    guess.kill();
+    guess.waitForFinished();
+    QElapsedTimer clock;
+    clock.start();
+    QCOMPARE(asBob(setgid, m_alice, kAlicePassword), 0);
+    QVERIFY2(clock.elapsed() >= 800, qPrintable(QString::number(clock.elapsed())));
 }
 
 void TstRealAccounts::timersRunWhilePamDelaysAFailure() {
