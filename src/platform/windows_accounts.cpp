@@ -1,8 +1,10 @@
 #include "accounts.h"
 
-#include <lm.h>
-#include <vector>
+// windows.h first: the network management headers need its types.
+// clang-format off
 #include <windows.h>
+#include <lm.h>
+// clang-format on
 
 namespace {
 std::wstring wide(const QString& text) {
@@ -57,13 +59,10 @@ std::optional<AccountRecord> WindowsAccounts::account(const QString& user) {
 }
 
 QString WindowsAccounts::computerName() {
-    // The DNS host name, not the fifteen-character NetBIOS name.
-    DWORD size = 0;
-    GetComputerNameExW(ComputerNamePhysicalDnsHostname, nullptr, &size);
-    if (size == 0)
+    // The NetBIOS name, as the login's length test has always seen it.
+    wchar_t name[MAX_COMPUTERNAME_LENGTH + 1] = {};
+    DWORD size = MAX_COMPUTERNAME_LENGTH + 1;
+    if (!GetComputerNameW(name, &size))
         return {};
-    std::vector<wchar_t> name(size);
-    if (!GetComputerNameExW(ComputerNamePhysicalDnsHostname, name.data(), &size))
-        return {};
-    return QString::fromWCharArray(name.data(), static_cast<qsizetype>(size));
+    return QString::fromWCharArray(name, static_cast<qsizetype>(size));
 }

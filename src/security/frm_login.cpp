@@ -8,6 +8,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPointer>
 #include <QPushButton>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -118,7 +119,14 @@ void FrmLogin::cmdOK_Click() {
         return;
     const QString user = m_userName->text();
     setChecking(true);
+    const QPointer<FrmLogin> self(this);
     gLoggedOn = m_network.Login(user, m_password->text());
+    // The event loop ran during the check; a dialog whose owner went meanwhile is gone too.
+    if (!self) {
+        QApplication::restoreOverrideCursor();
+        gLoggedOn = false;
+        return;
+    }
     // The password has served its one purpose.
     m_password->clear();
     setChecking(false);

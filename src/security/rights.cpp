@@ -39,9 +39,10 @@ QString deniedText(int level) {
 
 qint16 readRight(const QString& section, const QString& prefix, int index) {
     bool ok = false;
-    const int v =
-        getSetting(section, rightKey(prefix, index), QStringLiteral("0")).trimmed().toInt(&ok);
-    return ok ? static_cast<qint16>(v) : qint16{0};
+    // Text beyond the 16-bit range takes the default rather than wrapping round to 1.
+    const qint16 v =
+        getSetting(section, rightKey(prefix, index), QStringLiteral("0")).trimmed().toShort(&ok);
+    return ok ? v : qint16{0};
 }
 } // namespace
 

@@ -87,6 +87,7 @@ void TstRights::loadRightsReadsKeysWithTheirBlank() {
     env.settings->setValue("Levels\\su", "su 24", "1");
     env.settings->setValue("Levels\\ad", "ad 11", " 1 ");
     env.settings->setValue("Levels\\ad", "ad 12", "yes");
+    env.settings->setValue("Levels\\ad", "ad 13", "65537"); // would wrap round to 1
     env.settings->setValue("Levels\\security", "21CFR", "True");
     gUserId = QStringLiteral("someone");
     gUserLevel = 2;
@@ -97,6 +98,7 @@ void TstRights::loadRightsReadsKeysWithTheirBlank() {
     QCOMPARE(gSuRights[24], qint16(1));
     QCOMPARE(gAdRights[11], qint16(1));
     QCOMPARE(gAdRights[12], qint16(0)); // unreadable text takes the default
+    QCOMPARE(gAdRights[13], qint16(0));
     QVERIFY(g21CFR);
     QCOMPARE(gUserId, QStringLiteral("Sorvantel System"));
     QCOMPARE(gUserLevel, qint16(0));

@@ -9,6 +9,7 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDialog>
+#include <QGroupBox>
 #include <QLabel>
 #include <QPushButton>
 #include <QTest>
@@ -52,10 +53,43 @@ void TstUserAccessDialog::showsTheTableOfTheChosenLevel() {
     QCOMPARE(d.windowTitle(), QStringLiteral("Configure User Access"));
     QCOMPARE(d.rightsList()->topLevelItemCount(), 24);
     QCOMPARE(d.rightsList()->headerItem()->text(0), QStringLiteral("Program Options"));
+    const QStringList rows{"Open Project",
+                           "Close Project",
+                           "Save Project",
+                           "Activate Controls",
+                           "Data Logging",
+                           "Loop Tuning",
+                           "Alarm Setpoints",
+                           "Clear Error Log",
+                           "Profiler",
+                           "Data Viewer",
+                           "Sim/Real Mode",
+                           "User Access",
+                           "Operator Message",
+                           "Change Setpoints",
+                           "Trending Setup",
+                           "Sign Data Files",
+                           "Verify Data Files",
+                           "Open/Save Files",
+                           "Export Data Files",
+                           "Audit Trail Viewer",
+                           "Acknowledge Alarms",
+                           "Clear Alarms",
+                           "Single Setpoint Recipes",
+                           "Quit Program"};
     for (int i = 0; i < 24; ++i)
-        QCOMPARE(d.rightsList()->topLevelItem(i)->text(0), rightRowTexts()[i]);
-    QCOMPARE(rightRowTexts()[13], QStringLiteral("Change Setpoints"));
-    QCOMPARE(rightRowTexts()[23], QStringLiteral("Quit Program"));
+        QCOMPARE(d.rightsList()->topLevelItem(i)->text(0), rows[i]);
+    QCOMPARE(d.findChild<QGroupBox*>("Frame1")->title(), QStringLiteral("User Level:"));
+    QCOMPARE(d.findChild<QGroupBox*>("Frame2")->title(),
+             QStringLiteral("Select rights for each user level:"));
+    QCOMPARE(d.findChild<QLabel*>("Label1")->text(),
+             QStringLiteral("Click Accept to save changes for each user level."));
+    QStringList buttons;
+    for (const char* name : {"Command3", "Command4", "Command2", "Command1"})
+        buttons << buttonOf(d, name)->text();
+    QCOMPARE(buttons, (QStringList{"Select All", "Remove All", "Accept", "Done"}));
+    QCOMPARE(d.userLevel()->itemText(0), QStringLiteral("Operator"));
+    QCOMPARE(d.userLevel()->itemText(1), QStringLiteral("Supervisor"));
     QCOMPARE(d.userLevel()->currentIndex(), 0);
     QCOMPARE(d.userLevel()->itemText(2), QStringLiteral("Administrator"));
     QVERIFY(ticked(d, 0) && !ticked(d, 5));
