@@ -58,14 +58,31 @@ QString QtSettingsStore::foldedKey(const QString& section, const QString& key) {
     return s + QLatin1Char('/') + k;
 }
 
+// A site may edit the file by hand and write [Cstatus] or Port= in its own case. The folded
+// spelling is the one this store writes, so it wins; otherwise any spelling of the name serves.
 QString QtSettingsStore::value(const QString& section, const QString& key,
                                const QString& defaultValue) const {
-    const QVariant v = d->settings.value(foldedKey(section, key));
+    const QString folded = foldedKey(section, key);
+    QVariant v = d->settings.value(folded);
+    if (!v.isValid()) {
+        for (const QString& stored : d->settings.allKeys()) {
+            if (stored.toLower() == folded) {
+                v = d->settings.value(stored);
+                break;
+            }
+        }
+    }
     return v.isValid() ? v.toString() : defaultValue;
 }
 
 void QtSettingsStore::setValue(const QString& section, const QString& key, const QString& value) {
-    d->settings.setValue(foldedKey(section, key), value);
+    const QString folded = foldedKey(section, key);
+    // One name, one value: a hand-written spelling would otherwise shadow nothing and linger.
+    for (const QString& stored : d->settings.allKeys()) {
+        if (stored != folded && stored.toLower() == folded)
+            d->settings.remove(stored);
+    }
+    d->settings.setValue(folded, value);
     // Written through at once so that a crash keeps what the operator saved.
     d->settings.sync();
 }

@@ -25,8 +25,9 @@ void saveSetting(const QString& section, const QString& key, const QString& valu
 bool settingToBool(const QString& text, bool* ok = nullptr);
 QString boolToSetting(bool value);
 
-// The real store over QSettings in INI form (the registry on Windows). Section and key names are
-// folded to lower case, since the store the system was laid out for ignores case.
+// The real store over QSettings in INI form, on Windows too. Names are written folded to lower
+// case and found in any case on reading, since the store the system was laid out for ignores
+// case and sites edit the file by hand.
 class QtSettingsStore final : public SettingsStore {
 public:
     QtSettingsStore();

@@ -3,7 +3,9 @@
 #include "facade_slot.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QLockFile>
+#include <QStandardPaths>
 
 InstanceGuard& instanceGuard() {
     return FacadeSlot<InstanceGuard>::get([] { return std::make_unique<LockFileInstanceGuard>(); });
@@ -20,7 +22,8 @@ struct LockFileInstanceGuard::Impl {
 
 LockFileInstanceGuard::LockFileInstanceGuard(QString lockPath)
     : d(std::make_unique<Impl>(lockPath)) {
-    // The lock lives as long as the process; it is never considered stale while the holder runs.
+    // The lock lives as long as the process: never stale by age while the holder runs, and free
+    // at once when the process named in it is gone.
     d->lock.setStaleLockTime(0);
 }
 
@@ -31,8 +34,13 @@ bool LockFileInstanceGuard::acquire() {
 }
 
 QString LockFileInstanceGuard::defaultLockPath() {
-    QString user = qEnvironmentVariable("USER");
-    if (user.isEmpty())
-        user = qEnvironmentVariable("USERNAME");
-    return QDir::temp().filePath(QStringLiteral("sorvantel-%1.lock").arg(user));
+    // Only in a folder of the user's own: in a shared one another user could make the file
+    // first and keep the workstation from starting. The runtime folder is private by standard;
+    // without one the user's cache folder serves.
+    QString folder = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    if (folder.isEmpty() || !QFileInfo(folder).isDir())
+        folder = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation) +
+                 QStringLiteral("/sorvantel");
+    QDir().mkpath(folder);
+    return QDir(folder).filePath(QStringLiteral("sorvantel.lock"));
 }

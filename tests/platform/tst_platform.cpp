@@ -4,9 +4,13 @@
 #include "platform/single_instance.h"
 #include "support/fakes.h"
 
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QSettings>
 #include <QSignalSpy>
+#include <QSysInfo>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
@@ -43,14 +47,28 @@ private slots:
 void TstPlatform::settingsFoldCaseAndKeepBlanks() {
     QTemporaryDir dir;
     QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, dir.path());
-    QtSettingsStore store;
-    store.setValue("Cstatus", "CupdateTime", "250");
-    QCOMPARE(store.value("CStatus", "cupdatetime", "500"), QStringLiteral("250"));
-    store.setValue("Levels\\op", "op 0", "1");
-    QCOMPARE(store.value("levels\\OP", "op 0", "0"), QStringLiteral("1"));
-    QCOMPARE(store.value("Levels\\op", "op0", "absent"),
-             QStringLiteral("absent")); // the blank counts
-    QCOMPARE(store.value("Nothing", "here", "dflt"), QStringLiteral("dflt"));
+    // Written by hand at a site, in the case the site chose.
+    QDir().mkpath(dir.filePath("Brenlock"));
+    QFile ini(dir.filePath("Brenlock/Sorvantel.ini"));
+    QVERIFY(ini.open(QIODevice::WriteOnly));
+    ini.write("[Cstatus]\nCupdateTime=100\n[Link]\nPort=5020\n");
+    ini.close();
+    {
+        QtSettingsStore store;
+        QCOMPARE(store.value("CStatus", "CupdateTime", "500"), QStringLiteral("100"));
+        QCOMPARE(store.value("link", "port", "502"), QStringLiteral("5020"));
+        store.setValue("Cstatus", "CupdateTime", "250");
+        QCOMPARE(store.value("CStatus", "cupdatetime", "500"), QStringLiteral("250"));
+        store.setValue("Levels\\op", "op 0", "1");
+        QCOMPARE(store.value("levels\\OP", "op 0", "0"), QStringLiteral("1"));
+        QCOMPARE(store.value("Levels\\op", "op0", "absent"),
+                 QStringLiteral("absent")); // the blank counts
+        QCOMPARE(store.value("Nothing", "here", "dflt"), QStringLiteral("dflt"));
+    }
+    // The saved value replaced the hand-written one instead of standing beside it.
+    QSettings raw(dir.filePath("Brenlock/Sorvantel.ini"), QSettings::IniFormat);
+    QVERIFY(!raw.contains("Cstatus/CupdateTime"));
+    QCOMPARE(raw.value("cstatus/cupdatetime").toString(), QStringLiteral("250"));
 }
 
 void TstPlatform::settingsSurviveIntoAFreshProcess() {
@@ -264,6 +282,30 @@ void TstPlatform::lockFileAdmitsOneInstance() {
     QVERIFY(!second.acquire());
     first.reset();
     QVERIFY(second.acquire());
+
+    // A lock left behind by a process that is gone does not keep the workstation out.
+    QProcess gone;
+    gone.start("true", {});
+    QVERIFY(gone.waitForStarted(5000));
+    const qint64 pid = gone.processId();
+    QVERIFY(gone.waitForFinished(5000));
+    const QString stale = dir.filePath("stale.lock");
+    QFile f(stale);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(QByteArray::number(pid) + "\nsorvantel\n" + QSysInfo::machineHostName().toUtf8() +
+            "\n");
+    f.close();
+    QVERIFY(LockFileInstanceGuard(stale).acquire());
+
+    // The lock lies in the user's private runtime folder, else in the user's own cache folder;
+    // never in a folder that other users can write.
+    qputenv("XDG_RUNTIME_DIR", dir.path().toUtf8());
+    QCOMPARE(LockFileInstanceGuard::defaultLockPath(), dir.filePath("sorvantel.lock"));
+    qunsetenv("XDG_RUNTIME_DIR");
+    qputenv("XDG_CACHE_HOME", dir.filePath("cache").toUtf8());
+    QCOMPARE(LockFileInstanceGuard::defaultLockPath(),
+             dir.filePath("cache/sorvantel/sorvantel.lock"));
+    QVERIFY(QFileInfo(dir.filePath("cache/sorvantel")).isDir());
 }
 
 int main(int argc, char** argv) {
