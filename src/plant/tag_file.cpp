@@ -4,16 +4,23 @@
 #include "platform/file_io.h"
 
 #include <QFile>
+#include <QLocale>
+#include <cmath>
 
 namespace {
 constexpr int kTagColumn = 2;
 
+// The number a cell holds, as a numeric conversion reads it: " 1 ", "1" and "1.0" are all 1, and
+// a fraction rounds half to even. Nothing for text that is no number or will not fit 16 bits.
 std::optional<int> wholeNumber(const QString& text) {
     bool ok = false;
-    const int v = text.trimmed().toInt(&ok);
-    if (!ok)
+    const double v = QLocale::c().toDouble(text.trimmed(), &ok);
+    if (!ok || !std::isfinite(v))
         return std::nullopt;
-    return v;
+    const double rounded = std::nearbyint(v);
+    if (rounded < -32768 || rounded > 32767)
+        return std::nullopt;
+    return static_cast<int>(rounded);
 }
 } // namespace
 
@@ -56,17 +63,18 @@ bool readTagFile(const QString& path, QString* error) {
     std::array<qint16, kControllerCount> logChannel{};
     for (int c = 0; c < kControllerCount; ++c) {
         const auto& pvRow = (*table)[3 * c];
-        const auto flag = wholeNumber(pvRow[1]);
+        bool flagIsNumber = false;
+        const double flag = QLocale::c().toDouble(pvRow[1].trimmed(), &flagIsNumber);
         const auto family = wholeNumber(pvRow[4]);
         const auto log = wholeNumber(pvRow[5]);
-        if (!flag || !family || !log) {
+        if (!flagIsNumber || !family || !log) {
             if (error)
                 *error = QStringLiteral("%1: controller %2 has a flag that is not a number")
                              .arg(path)
                              .arg(c + 1);
             return false;
         }
-        enabled[c] = *flag == 1;
+        enabled[c] = flag == 1.0;
         type[c] = static_cast<qint16>(*family);
         logChannel[c] = static_cast<qint16>(*log);
     }

@@ -13,6 +13,7 @@ private slots:
     void roundTripKeepsSingleByteText();
     void missingShortOrBadFileIsRefused_data();
     void missingShortOrBadFileIsRefused();
+    void numbersInAnyFormRead();
     void printFormOfNumbers();
     void activeListOverGaps();
     void noEnabledController();
@@ -116,6 +117,32 @@ void TstTagFile::missingShortOrBadFileIsRefused() {
     // What was loaded before stays.
     QCOMPARE(gPvTag[1], QStringLiteral("KEEP"));
     QVERIFY(gControlEnabled[1]);
+}
+
+void TstTagFile::numbersInAnyFormRead() {
+    TestEnv env;
+    env.writeTags({{1, 0, false}, {2, 0, false}});
+    QFile f(env.path("tags.tgn"));
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    QList<QByteArray> lines = f.readAll().split('\n');
+    f.close();
+    // Controller 1's PV row, as another program may have written it: flag, type and log cell.
+    lines[1] = "1.0\r";
+    lines[4] = " 2\r";
+    lines[5] = "1\r";
+    // Controller 2: a flag of 1.5 is no 1; a type of 0.5 rounds to the even 0.
+    lines[3 * 6 + 1] = " 1.5 \r";
+    lines[3 * 6 + 4] = "0.5\r";
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(lines.join('\n'));
+    f.close();
+    QString error;
+    QVERIFY2(readTagFile(env.path("tags.tgn"), &error), qPrintable(error));
+    QVERIFY(gControlEnabled[0]);
+    QCOMPARE(gControlType[0], qint16(2));
+    QCOMPARE(gLogChannel[0], qint16(1));
+    QVERIFY(!gControlEnabled[1]);
+    QCOMPARE(gControlType[1], qint16(0));
 }
 
 void TstTagFile::printFormOfNumbers() {
