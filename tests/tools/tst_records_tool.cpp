@@ -305,6 +305,22 @@ void TstRecordsTool::exportKeepsWhatExists() {
     run = exportTo(data, true);
     QCOMPARE(run.status, int(kUnusable));
     QCOMPARE(readBytes(data), record);
+
+    // A line longer than any record line ends the reading instead of filling the memory, and an
+    // export of such a file writes nothing.
+    const QString huge = env.path(QStringLiteral("huge.alf"));
+    QVERIFY(writeBytes(huge, recordBytes(kDataLines.mid(0, 1)) + QByteArray(3 << 20, '0')));
+    run = inProcess([&](QIODevice& out, QIODevice& err) {
+        return exportRecords(huge, env.path("huge.csv"), false, out, err);
+    });
+    QCOMPARE(run.status, int(kUnusable));
+    QVERIFY(!QFile::exists(env.path("huge.csv")));
+    run = inProcess([](QIODevice& out, QIODevice& err) {
+        return printRecords({QStringLiteral("/dev/zero")}, out, err);
+    });
+    QCOMPARE(run.status, int(kUnusable));
+    QCOMPARE(run.err, QStringList{"/dev/zero: cannot be read: line 1 is longer than any record "
+                                  "line; the file is damaged"});
 }
 
 void TstRecordsTool::commandLine_data() {

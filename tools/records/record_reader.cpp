@@ -27,12 +27,18 @@ bool readRecordFile(const QString& path, const std::function<void(const RecordLi
     if (!file.open(QIODevice::ReadOnly))
         return fail(error, file.errorString());
     for (qint64 number = 1;; ++number) {
-        QByteArray raw = file.readLine();
+        QByteArray raw = file.readLine(kMaxRecordLineBytes + 1);
         if (raw.isEmpty()) {
             if (file.error() != QFileDevice::NoError)
                 return fail(error, file.errorString());
             return true;
         }
+        // No record line comes near this: what does is no record file (or a device without end),
+        // and reading on would only fill the memory.
+        if (raw.size() >= kMaxRecordLineBytes && !raw.endsWith('\n'))
+            return fail(error, QStringLiteral("line %1 is longer than any record line; the file "
+                                              "is damaged")
+                                   .arg(number));
         if (raw.endsWith('\n'))
             raw.chop(1);
         if (raw.endsWith('\r'))

@@ -19,10 +19,14 @@ struct RecordLine {
     std::optional<QString> plain;
 };
 
+// Longer than any line the workstation writes (a data line of 192 values and a long operator
+// message enciphers to some tens of kilobytes).
+inline constexpr qint64 kMaxRecordLineBytes = 1 << 20;
+
 // Hands every line of the file to onLine, in order. CR LF and a bare LF both end a line, and the
 // last line may lack its end: a line cut while it was written fails to decipher by itself. False,
-// with the reason in *error, when the file cannot be opened or read; a read error can come after
-// some lines were handed on.
+// with the reason in *error, when the file cannot be opened or read, or a line is longer than
+// kMaxRecordLineBytes; such a failure can come after some lines were handed on.
 bool readRecordFile(const QString& path, const std::function<void(const RecordLine&)>& onLine,
                     QString* error = nullptr);
 
