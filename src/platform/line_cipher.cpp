@@ -49,10 +49,15 @@ struct LineCipher::State {
     CipherPtr cipher;
     ContextPtr enc{EVP_CIPHER_CTX_new()};
     ContextPtr dec{EVP_CIPHER_CTX_new()};
+    LineCipher::RandomSource random;
 };
 
 LineCipher::LineCipher() : d(std::make_unique<State>()) {}
 LineCipher::~LineCipher() = default;
+
+void LineCipher::setRandomSource(RandomSource source) {
+    d->random = std::move(source);
+}
 
 bool LineCipher::hasKey() const {
     return d->keyed;
@@ -91,7 +96,7 @@ QByteArray LineCipher::encrypt(const QByteArray& plain) {
         return {};
     QByteArray out(kNonceBytes + plain.size() + kTagBytes, '\0');
     unsigned char* nonce = bytes(out);
-    if (RAND_bytes(nonce, kNonceBytes) != 1)
+    if (d->random ? !d->random(nonce, kNonceBytes) : RAND_bytes(nonce, kNonceBytes) != 1)
         return {};
     EVP_CIPHER_CTX* ctx = d->enc.get();
     int len = 0;

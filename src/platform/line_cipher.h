@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -21,7 +22,13 @@ public:
     bool setSecretKeyFromPassPhrase(const QByteArray& passPhrase, int keyBits);
     bool hasKey() const;
 
-    // Nonce, cipher text and tag; empty when no key is set or the cipher fails.
+    // Where the nonces come from: the operating system's random source through OpenSSL unless
+    // another is given (a test's failing one). False from the source fails the encryption.
+    using RandomSource = std::function<bool(unsigned char* out, int size)>;
+    void setRandomSource(RandomSource source);
+
+    // Nonce, cipher text and tag; empty when no key is set, no nonce can be had or the cipher
+    // fails.
     QByteArray encrypt(const QByteArray& plain);
     // The plain bytes, or nothing when the message does not authenticate.
     std::optional<QByteArray> decrypt(const QByteArray& message);

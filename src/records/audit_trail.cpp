@@ -1,10 +1,10 @@
 #include "audit_trail.h"
 
 #include "daily_files.h"
-#include "file_cipher.h"
+#include "plant/comm_errors.h"
 #include "plant/plant_store.h"
 #include "platform/clock.h"
-#include "platform/file_io.h"
+#include "record_line.h"
 #include "security/session.h"
 
 #include <QDir>
@@ -19,13 +19,8 @@ QString auditFilePath(const QDate& date) {
 
 QString auditPlainLine(const QDateTime& now, const QString& userId, const QString& fullName,
                        const QString& comment, const QString& action) {
-    return QStringList{regionalShortDate(now.date()),
-                       regionalLongTime(now.time()),
-                       userId,
-                       fullName,
-                       comment,
-                       action}
-        .join(u',');
+    return recordLine({regionalShortDate(now.date()), regionalLongTime(now.time()), userId,
+                       fullName, comment, action});
 }
 
 namespace {
@@ -37,7 +32,11 @@ void writeAuditLine(const QString& userId, const QString& fullName, const QStrin
     const QString path = auditFilePath(now.date());
     // A site that lost its Audit folder would otherwise lose every line without a word.
     QDir().mkpath(auditFolder());
-    appendRecordLine(path, (encryptText(plain) + QStringLiteral("\r\n")).toLatin1());
+    // A line the disk refused is lost without a word, as the trail has always done; a line that
+    // could not be enciphered means the cipher is broken, and every later line would be lost too.
+    QString why;
+    if (appendEncipheredLine(path, plain, &why) == RecordWrite::NotEnciphered)
+        reportError(QStringLiteral("auditLine"), 5, why);
 }
 } // namespace
 

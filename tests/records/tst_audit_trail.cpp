@@ -1,10 +1,12 @@
 #include "app/frm_main.h"
 #include "app/frm_splash.h"
-#include "support/audit_files.h"
 #include "plant/plant_store.h"
+#include "platform/line_cipher.h"
 #include "records/audit_trail.h"
 #include "records/daily_files.h"
+#include "records/file_cipher.h"
 #include "security/session.h"
+#include "support/audit_files.h"
 #include "support/test_env.h"
 
 #include <QDir>
@@ -19,6 +21,8 @@ private slots:
     void midnightSplitsTheFiles();
     void usersOfOneDayShareTheFile();
     void lostFolderIsMadeAgain();
+    void typedTextCannotForgeAField();
+    void failedEncipherWritesNothingAndSays();
     void unwritableFileLosesTheLineQuietly();
     void startAndExitAreAuditedWithSecurityOn();
     void nothingIsWrittenWithSecurityOff();
@@ -98,6 +102,37 @@ void TstAuditTrail::lostFolderIsMadeAgain() {
     QVERIFY(!QDir(env.path(QStringLiteral("Audit"))).exists());
     systemAuditLine(QStringLiteral("System Started"));
     QCOMPARE(actionsOf(auditFilePath(QDate(2026, 3, 14))), QStringList{"System Started"});
+}
+
+void TstAuditTrail::typedTextCannotForgeAField() {
+    TestEnv env;
+    // A comment of the account database may hold commas; text from anywhere may hold breaks.
+    gUserId = QStringLiteral("jsmith");
+    gUserFullName = QStringLiteral("John\r\nSmith");
+    gUserComment = QStringLiteral("Night shift, line 2");
+    auditLine(QStringLiteral("Acknowledge Alarm on TIC-1\r\n3/14/26,10:00:00 AM,mlee,forged"));
+    const QStringList lines = plainLinesOf(auditFilePath(QDate(2026, 3, 14)));
+    QCOMPARE(lines.size(), 1);
+    QCOMPARE(lines[0].split(u',').mid(2),
+             (QStringList{"jsmith", "John  Smith", "Night shift; line 2",
+                          "Acknowledge Alarm on TIC-1  3/14/26", "10:00:00 AM", "mlee", "forged"}));
+}
+
+void TstAuditTrail::failedEncipherWritesNothingAndSays() {
+    TestEnv env;
+    systemAuditLine(QStringLiteral("before"));
+    gCrypt().setRandomSource([](unsigned char*, int) { return false; });
+    systemAuditLine(QStringLiteral("System Shutdown"));
+    gCrypt().setRandomSource({});
+    QCOMPARE(env.dialogs->texts(),
+             QStringList{"Error 5 = The line could not be enciphered. in function auditLine "
+                         "occurred.\nPlease contact Brenlock with this error."});
+    systemAuditLine(QStringLiteral("after"));
+    // No empty line stands between them to end a reader of the day's file.
+    QCOMPARE(actionsOf(auditFilePath(QDate(2026, 3, 14))), (QStringList{"before", "after"}));
+    QFile f(auditFilePath(QDate(2026, 3, 14)));
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    QVERIFY(!f.readAll().contains("\r\n\r\n"));
 }
 
 void TstAuditTrail::unwritableFileLosesTheLineQuietly() {

@@ -1,0 +1,37 @@
+#include "record_line.h"
+
+#include "file_cipher.h"
+#include "platform/file_io.h"
+
+namespace {
+QString cleanField(QString field, bool commasAllowed) {
+    for (QChar& c : field) {
+        if (c.unicode() < 0x20 || c.unicode() == 0x7F || c == QChar::LineSeparator ||
+            c == QChar::ParagraphSeparator || c.unicode() == 0x85)
+            c = u' ';
+        else if (c == u',' && !commasAllowed)
+            c = u';';
+    }
+    return field;
+}
+} // namespace
+
+QString recordLine(const QStringList& fields) {
+    QStringList clean;
+    clean.reserve(fields.size());
+    for (qsizetype i = 0; i < fields.size(); ++i)
+        clean << cleanField(fields[i], i == fields.size() - 1);
+    return clean.join(u',');
+}
+
+RecordWrite appendEncipheredLine(const QString& path, const QString& plain, QString* error) {
+    const QString cipher = encryptText(plain);
+    if (cipher.isEmpty()) {
+        if (error)
+            *error = QStringLiteral("The line could not be enciphered.");
+        return RecordWrite::NotEnciphered;
+    }
+    return appendRecordLine(path, (cipher + QStringLiteral("\r\n")).toLatin1(), error)
+               ? RecordWrite::Written
+               : RecordWrite::NotWritten;
+}
