@@ -1,13 +1,17 @@
 #!/usr/bin/env bash
 # Installs the password-check helper that lets a workstation running under an operator's own
-# account check the password of whoever signs an action: root-owned, setgid shadow, in a
-# root-owned folder; and the file through which it paces checks, readable by no one else.
+# account check the password of whoever signs an action: root-owned, setgid shadow, in a folder
+# that only root and the group of the workstation's users (default "sorvantel") can enter; the
+# file through which it paces checks, readable by no one else; and a commented site groups file
+# /etc/sorvantel/accounts.conf when there is none. The user running this script through sudo (or
+# as themselves) joins the workstation's users; that counts from their next login.
 # Run after a build, as root or with sudo: install-accounts.sh BUILD_DIR
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 BUILD_DIR=${1:-build-release}
 HELPER_DIR=${SORVANTEL_HELPER_DIR:-/usr/local/libexec/sorvantel}
+USERS_GROUP=${SORVANTEL_USERS_GROUP:-sorvantel}
 SUDO=""
 if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
 
@@ -24,5 +28,23 @@ $SUDO install -d -o root -g shadow -m 770 "$PACE_DIR"
 if [ ! -f "$PACE_DIR/authcheck.pace" ]; then
     $SUDO install -o root -g shadow -m 660 /dev/null "$PACE_DIR/authcheck.pace"
 fi
-$SUDO install -d -o root -g root -m 755 "$HELPER_DIR"
+if ! getent group "$USERS_GROUP" >/dev/null; then
+    $SUDO groupadd --system "$USERS_GROUP"
+fi
+# Only the workstation's users reach the helper: any other local user could use it to try
+# passwords of the workstation's accounts.
+$SUDO install -d -o root -g "$USERS_GROUP" -m 750 "$HELPER_DIR"
+$SUDO chown root:"$USERS_GROUP" "$HELPER_DIR"
+$SUDO chmod 750 "$HELPER_DIR"
 $SUDO install -o root -g shadow -m 2755 "$HELPER" "$HELPER_DIR/sorvantel-authcheck"
+
+if [ ! -e /etc/sorvantel/accounts.conf ]; then
+    $SUDO install -d -o root -g root -m 755 /etc/sorvantel
+    $SUDO install -o root -g root -m 644 scripts/accounts.conf /etc/sorvantel/accounts.conf
+fi
+
+WHO=${SUDO_USER:-$(id -un)}
+if [ "$WHO" != root ] && ! id -nG "$WHO" | tr ' ' '\n' | grep -qx "$USERS_GROUP"; then
+    $SUDO usermod -aG "$USERS_GROUP" "$WHO"
+    echo "$WHO joined the group $USERS_GROUP; log in again for signatures to be checked." >&2
+fi

@@ -7,19 +7,27 @@
 //
 // Input on standard input: the user name, a NUL, the password, a NUL. The password is never on
 // the command line. Exit status: 0 accepted, 1 refused, 2 bad input, 3 the check could not run.
-// `--service NAME` chooses another PAM service, and only for root (tests), since a service of a
-// caller's choosing could accept anybody.
+// `--service NAME` chooses another PAM service and `--groups-file PATH` another site groups
+// file, both only for root (tests): a service or a file of a caller's choosing could accept
+// anybody.
+//
+// Only members of the workstation's three groups are checked at all; anybody else is refused
+// before PAM runs, so the helper cannot serve to probe root's or a sudoer's password.
 //
 // The caller may kill the helper at any time, so PAM's delay after a failure does not slow a
 // password guesser down: a caller can stop waiting once a check takes longer than a success
-// would. Checks for callers other than root are therefore paced machine-wide, one a second, with
-// the pause before PAM runs and the attempt recorded first.
+// would. Checks for callers other than root are therefore paced machine-wide, one a second. Each
+// check takes its turn under a short lock and records it before it waits, so that neither a
+// killed check nor one stopped while it waits holds up the others.
+
+#include "site_groups.h"
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <grp.h>
 #include <pwd.h>
 #include <security/pam_appl.h>
 #include <string.h>
@@ -28,6 +36,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 #ifndef SORVANTEL_AUTHCHECK_PACE_FILE
 #define SORVANTEL_AUTHCHECK_PACE_FILE "/var/lib/sorvantel/authcheck.pace"
@@ -47,7 +56,13 @@ constexpr int kRefused = 1;
 constexpr int kBadInput = 2;
 constexpr int kNoPam = 3;
 constexpr size_t kMaxInput = 4096;
-constexpr long long kPaceNs = 1'000'000'000;
+constexpr long long kSecondNs = 1'000'000'000;
+constexpr long long kPaceNs = kSecondNs;
+// No check waits longer than this for its turn; a queue beyond it is refused as "could not run".
+constexpr long long kLongestQueueNs = 10 * kSecondNs;
+// The lock guards a read and a write only; whoever holds it longer is stuck or stopped.
+constexpr int kLockTries = 200;
+constexpr long kLockRetryNs = 10'000'000;
 
 char gInput[kMaxInput + 1];
 
@@ -109,8 +124,16 @@ size_t readInput() {
     return used;
 }
 
-// At most one check a second for callers other than root. The lock is held through the pause,
-// so concurrent callers queue; the time is written before PAM runs.
+long long nanoseconds(const timespec& t) {
+    return static_cast<long long>(t.tv_sec) * kSecondNs + t.tv_nsec;
+}
+
+timespec fromNanoseconds(long long ns) {
+    return timespec{static_cast<time_t>(ns / kSecondNs), static_cast<long>(ns % kSecondNs)};
+}
+
+// At most one check a second for callers other than root. The turn is taken and written under
+// the lock, which is then let go; the wait comes after. False when no turn can be had in time.
 bool pace() {
     if (getuid() == 0)
         return true;
@@ -120,28 +143,71 @@ bool pace() {
         return false;
     // Whoever created it, every caller's helper must be able to write it.
     fchmod(fd, 0660);
-    if (flock(fd, LOCK_EX) != 0) {
+    bool locked = false;
+    for (int i = 0; i < kLockTries && !locked; ++i) {
+        locked = flock(fd, LOCK_EX | LOCK_NB) == 0;
+        if (!locked) {
+            const timespec retry = fromNanoseconds(kLockRetryNs);
+            nanosleep(&retry, nullptr);
+        }
+    }
+    if (!locked) {
         close(fd);
         return false;
     }
+    timespec clock{};
+    clock_gettime(CLOCK_REALTIME, &clock);
+    const long long now = nanoseconds(clock);
+    long long turn = now;
     timespec last{};
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
     if (pread(fd, &last, sizeof last, 0) == static_cast<ssize_t>(sizeof last)) {
-        long long waitNs = (static_cast<long long>(last.tv_sec) - now.tv_sec) * 1'000'000'000 +
-                           (last.tv_nsec - now.tv_nsec) + kPaceNs;
-        if (waitNs > kPaceNs) // the clock went back
-            waitNs = kPaceNs;
-        if (waitNs > 0) {
-            timespec pause{static_cast<time_t>(waitNs / 1'000'000'000), waitNs % 1'000'000'000};
-            while (nanosleep(&pause, &pause) != 0 && errno == EINTR) {
-            }
-        }
-        clock_gettime(CLOCK_REALTIME, &now);
+        const long long next = nanoseconds(last) + kPaceNs;
+        // A last turn further ahead than any queue can reach means the clock went back.
+        if (next > turn && next - now <= kLongestQueueNs + kPaceNs)
+            turn = next;
     }
-    const bool recorded = pwrite(fd, &now, sizeof now, 0) == static_cast<ssize_t>(sizeof now);
-    close(fd);
-    return recorded;
+    bool recorded = false;
+    if (turn - now <= kLongestQueueNs) {
+        const timespec mine = fromNanoseconds(turn);
+        recorded = pwrite(fd, &mine, sizeof mine, 0) == static_cast<ssize_t>(sizeof mine) &&
+                   fdatasync(fd) == 0;
+    }
+    close(fd); // lets the lock go
+    if (!recorded)
+        return false;
+    const timespec until = fromNanoseconds(turn);
+    while (clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &until, nullptr) == EINTR) {
+    }
+    return true;
+}
+
+// The user belongs to one of the workstation's three groups, by the site groups file.
+bool workstationMember(const char* user, const char* groupsFile) {
+    const SiteGroups site = readSiteGroups(groupsFile);
+    std::vector<char> buffer(16384);
+    passwd entry{};
+    passwd* found = nullptr;
+    if (getpwnam_r(user, &entry, buffer.data(), buffer.size(), &found) != 0 || !found)
+        return false;
+    int count = 64;
+    std::vector<gid_t> gids(static_cast<size_t>(count));
+    if (getgrouplist(user, entry.pw_gid, gids.data(), &count) == -1) {
+        if (count <= 0 || count > 65536)
+            return false;
+        gids.resize(static_cast<size_t>(count));
+        if (getgrouplist(user, entry.pw_gid, gids.data(), &count) == -1)
+            return false;
+    }
+    std::vector<char> groupBuffer(65536);
+    for (int i = 0; i < count; ++i) {
+        group g{};
+        group* gf = nullptr;
+        if (getgrgid_r(gids[static_cast<size_t>(i)], &g, groupBuffer.data(), groupBuffer.size(),
+                       &gf) == 0 &&
+            gf && site.levelOf(g.gr_name) >= 0)
+            return true;
+    }
+    return false;
 }
 
 // Standard descriptors the caller closed would be taken by PAM's own files.
@@ -198,10 +264,17 @@ int main(int argc, char** argv) {
         return kNoPam;
 
     const char* service = "sorvantel";
-    if (argc == 3 && strcmp(argv[1], "--service") == 0 && getuid() == 0)
-        service = argv[2];
-    else if (argc != 1)
-        return kBadInput;
+    const char* groupsFile = SORVANTEL_SITE_GROUPS_FILE;
+    for (int i = 1; i < argc; i += 2) {
+        if (getuid() != 0 || i + 1 >= argc)
+            return kBadInput;
+        if (strcmp(argv[i], "--service") == 0)
+            service = argv[i + 1];
+        else if (strcmp(argv[i], "--groups-file") == 0)
+            groupsFile = argv[i + 1];
+        else
+            return kBadInput;
+    }
 
     const size_t length = readInput();
     gInput[length] = '\0';
@@ -211,8 +284,12 @@ int main(int argc, char** argv) {
     if (userLength > 0 && userLength < length) {
         const char* password = gInput + userLength + 1;
         const size_t passwordLength = strnlen(password, length - userLength - 1);
-        if (userLength + 1 + passwordLength < length)
-            result = pace() ? check(service, user, password) : kNoPam;
+        if (userLength + 1 + passwordLength < length) {
+            if (!workstationMember(user, groupsFile))
+                result = kRefused;
+            else
+                result = pace() ? check(service, user, password) : kNoPam;
+        }
     }
     explicit_bzero(gInput, sizeof gInput);
     return result;

@@ -38,10 +38,14 @@ bool passwdEntry(const QByteArray& name, passwd& entry, std::vector<char>& buffe
     });
 }
 
-// A name the account database could hold: no NUL, and not empty.
 bool plausibleName(const QString& user) {
-    return !user.isEmpty() && !user.contains(QChar(0));
+    return isPossibleAccountName(user);
 }
+
+// The helper's exit statuses.
+constexpr int kHelperAccepted = 0;
+constexpr int kHelperRefused = 1;
+constexpr int kHelperBadInput = 2;
 } // namespace
 
 AccountRecord recordFromPasswd(const QString& logonName, const QString& gecos) {
@@ -69,9 +73,9 @@ QString PosixAccounts::installedHelperPath() {
     return QStringLiteral(SORVANTEL_AUTHCHECK_PATH);
 }
 
-bool PosixAccounts::checkPassword(const QString& user, const QString& password) {
+PasswordCheck PosixAccounts::checkPassword(const QString& user, const QString& password) {
     if (!plausibleName(user) || password.contains(QChar(0)))
-        return false;
+        return PasswordCheck::Refused;
     QString helper = m_helper;
     if (helper.isEmpty()) {
         helper = installedHelperPath();
@@ -88,12 +92,12 @@ bool PosixAccounts::checkPassword(const QString& user, const QString& password) 
     // Only a helper that ran and ended with status 0 accepts: a helper that could not start
     // leaves Qt's exit code at 0 too, and must not pass for an accepted password.
     bool finished = false;
-    bool accepted = false;
+    int exitCode = -1;
     QEventLoop wait;
     QObject::connect(&process, &QProcess::finished, &wait,
                      [&](int code, QProcess::ExitStatus status) {
                          finished = true;
-                         accepted = status == QProcess::NormalExit && code == 0;
+                         exitCode = status == QProcess::NormalExit ? code : -1;
                          wait.quit();
                      });
     QObject::connect(&process, &QProcess::errorOccurred, &wait, [&wait](QProcess::ProcessError e) {
@@ -121,9 +125,19 @@ bool PosixAccounts::checkPassword(const QString& user, const QString& password) 
     if (process.state() != QProcess::NotRunning) {
         process.kill();
         process.waitForFinished(1000);
-        return false;
+        return PasswordCheck::Unavailable;
     }
-    return finished && accepted && process.error() == QProcess::UnknownError;
+    if (!finished || process.error() != QProcess::UnknownError)
+        return PasswordCheck::Unavailable;
+    switch (exitCode) {
+    case kHelperAccepted:
+        return PasswordCheck::Accepted;
+    case kHelperRefused:
+    case kHelperBadInput:
+        return PasswordCheck::Refused;
+    default: // 3: PAM, the pace file or the group file could not serve; or a crash
+        return PasswordCheck::Unavailable;
+    }
 }
 
 QStringList PosixAccounts::groupsOf(const QString& user) {

@@ -17,8 +17,6 @@ inline const QString LevelsAd = QStringLiteral("Levels\\ad");
 inline const QString LevelsSecurity = QStringLiteral("Levels\\security");
 inline const QString Link = QStringLiteral("Link");
 inline const QString Audit = QStringLiteral("Audit");
-// The site's names of the three user groups.
-inline const QString Accounts = QStringLiteral("Accounts");
 } // namespace Sections
 
 namespace Keys {
@@ -31,9 +29,6 @@ inline const QString BeepOnAlarm = QStringLiteral("beepOnAlarm");
 inline const QString BeepUntilAck = QStringLiteral("beepUntilAck");
 inline const QString CupdateTime = QStringLiteral("CupdateTime");
 inline const QString Security21CFR = QStringLiteral("21CFR");
-inline const QString OperatorsGroup = QStringLiteral("OperatorsGroup");
-inline const QString SupervisorsGroup = QStringLiteral("SupervisorsGroup");
-inline const QString AdministratorsGroup = QStringLiteral("AdministratorsGroup");
 
 inline const QString MainLeft = QStringLiteral("MainLeft");
 inline const QString MainTop = QStringLiteral("MainTop");

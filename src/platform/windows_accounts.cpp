@@ -16,16 +16,23 @@ QString fromWide(const wchar_t* text) {
 }
 } // namespace
 
-bool WindowsAccounts::checkPassword(const QString& user, const QString& password) {
+PasswordCheck WindowsAccounts::checkPassword(const QString& user, const QString& password) {
     HANDLE token = nullptr;
     const std::wstring u = wide(user);
     std::wstring p = wide(password);
     const BOOL ok = LogonUserW(u.c_str(), nullptr, p.c_str(), LOGON32_LOGON_NETWORK,
                                LOGON32_PROVIDER_DEFAULT, &token);
     SecureZeroMemory(p.data(), p.size() * sizeof(wchar_t));
+    const DWORD why = ok ? ERROR_SUCCESS : GetLastError();
     if (token)
         CloseHandle(token);
-    return ok != FALSE;
+    if (ok)
+        return PasswordCheck::Accepted;
+    // No domain controller or logon service to ask: nobody's password was wrong.
+    return why == ERROR_NO_LOGON_SERVERS || why == ERROR_NO_SUCH_DOMAIN ||
+                   why == RPC_S_SERVER_UNAVAILABLE
+               ? PasswordCheck::Unavailable
+               : PasswordCheck::Refused;
 }
 
 QStringList WindowsAccounts::groupsOf(const QString& user) {

@@ -1,5 +1,6 @@
 #include "frm_login.h"
 
+#include "platform/accounts.h"
 #include "platform/dialogs.h"
 #include "records/audit_trail.h"
 
@@ -17,6 +18,9 @@ namespace {
 const QString kLoginTitle = QStringLiteral("Login");
 const QString kInvalidPassword = QStringLiteral("Invalid UserID or Password, try again!");
 const QString kInvalidGroup = QStringLiteral("Invalid Group Assignment, try again!");
+const QString kCheckUnavailable =
+    QStringLiteral("The password could not be checked: the system's password service is not "
+                   "available.\nPlease check with administrator.");
 } // namespace
 
 bool resolveGroupLevel(const QStringList& groups) {
@@ -118,6 +122,14 @@ void FrmLogin::cmdOK_Click() {
     if (m_checking)
         return;
     const QString user = m_userName->text();
+    // Text that no account could be named never reaches the account service, the session or a
+    // record: it is a failed attempt like a wrong password.
+    if (!isPossibleAccountName(user)) {
+        gLoggedOn = false;
+        m_password->clear();
+        failAttempt(kInvalidPassword);
+        return;
+    }
     setChecking(true);
     const QPointer<FrmLogin> self(this);
     gLoggedOn = m_network.Login(user, m_password->text());
@@ -130,6 +142,13 @@ void FrmLogin::cmdOK_Click() {
     // The password has served its one purpose.
     m_password->clear();
     setChecking(false);
+    if (!gLoggedOn && m_network.checkUnavailable()) {
+        // Nobody typed a wrong password, so it is no failed attempt: three of them would put a
+        // "Login Failed" line under the signer's name for a fault of the machine.
+        msgBox(kCheckUnavailable, MsgIcon::Critical, MsgButtons::Ok, kLoginTitle);
+        m_password->setFocus();
+        return;
+    }
     if (!gLoggedOn) {
         failAttempt(kInvalidPassword);
         return;
@@ -159,7 +178,7 @@ void FrmLogin::countFailedAttempt() {
         m_userName->selectAll();
         return;
     }
-    gUserId = m_userName->text();
+    gUserId = typedNameForRecord(m_userName->text());
     gUserFullName.clear();
     gUserComment.clear();
     gUserNote.clear();

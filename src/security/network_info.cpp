@@ -1,42 +1,42 @@
 #include "network_info.h"
 
 #include "platform/accounts.h"
-#include "platform/settings_keys.h"
-#include "platform/settings_store.h"
 #include "session.h"
 
-const QList<GroupMapping>& groupMappings() {
-#if defined(Q_OS_WIN)
-    // Windows group names hold blanks: the system's names serve as they are.
-    static const QList<GroupMapping> mappings{
-        {QStringLiteral("Sorvantel Operators"), Keys::OperatorsGroup,
-         QStringLiteral("Sorvantel Operators")},
-        {QStringLiteral("Sorvantel Supervisors"), Keys::SupervisorsGroup,
-         QStringLiteral("Sorvantel Supervisors")},
-        {QStringLiteral("Sorvantel Administrators"), Keys::AdministratorsGroup,
-         QStringLiteral("Sorvantel Administrators")}};
-#else
-    static const QList<GroupMapping> mappings{
-        {QStringLiteral("Sorvantel Operators"), Keys::OperatorsGroup,
-         QStringLiteral("sorvantel-operators")},
-        {QStringLiteral("Sorvantel Supervisors"), Keys::SupervisorsGroup,
-         QStringLiteral("sorvantel-supervisors")},
-        {QStringLiteral("Sorvantel Administrators"), Keys::AdministratorsGroup,
-         QStringLiteral("sorvantel-administrators")}};
+#include <QFile>
+#if defined(Q_OS_UNIX)
+#include "platform/site_groups.h"
 #endif
-    return mappings;
+
+namespace {
+QString gSiteGroupsFile;
+} // namespace
+
+void useSiteGroupsFile(const QString& path) {
+    gSiteGroupsFile = path;
 }
 
 QString systemGroupName(const QString& siteGroupName) {
-    for (const GroupMapping& m : groupMappings()) {
-        if (siteGroupName == getSetting(Sections::Accounts, m.settingsKey, m.siteDefault))
-            return m.systemName;
-    }
+#if defined(Q_OS_UNIX)
+    static const QString kSystemNames[] = {QStringLiteral("Sorvantel Operators"),
+                                           QStringLiteral("Sorvantel Supervisors"),
+                                           QStringLiteral("Sorvantel Administrators")};
+    // Read at each login, so that a site's change counts without a restart.
+    const SiteGroups site = gSiteGroupsFile.isEmpty()
+                                ? readSiteGroups()
+                                : readSiteGroups(QFile::encodeName(gSiteGroupsFile).constData());
+    const int level = site.levelOf(siteGroupName.toStdString());
+    return level >= 0 ? kSystemNames[level] : siteGroupName;
+#else
+    // Windows group names hold blanks: the system's names serve as they are.
     return siteGroupName;
+#endif
 }
 
 bool NetworkInfo::Login(const QString& xi_strUserID, const QString& xi_strPassword) {
-    return accounts().checkPassword(xi_strUserID, xi_strPassword);
+    const PasswordCheck check = accounts().checkPassword(xi_strUserID, xi_strPassword);
+    m_checkUnavailable = check == PasswordCheck::Unavailable;
+    return check == PasswordCheck::Accepted;
 }
 
 QStringList NetworkInfo::GetUserGroups(const QString&, const QString& UserName, bool) {

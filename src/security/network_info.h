@@ -9,8 +9,10 @@ class NetworkInfo {
 public:
     // True when the account accepts the password (no domain).
     bool Login(const QString& xi_strUserID, const QString& xi_strPassword);
-    // The user's groups in the platform's order. A site group named in the settings as one of
-    // the system's three groups comes back under the system's name ("Sorvantel Operators"...).
+    // The last Login could not check at all (no password service): no password was wrong.
+    bool checkUnavailable() const { return m_checkUnavailable; }
+    // The user's groups in the platform's order. A site group that stands for one of the
+    // system's three groups comes back under the system's name ("Sorvantel Operators"...).
     // A lookup that fails or finds no group gives one empty element. The account database of
     // this machine answers for both kinds of group.
     QStringList GetUserGroups(const QString& ServerName, const QString& UserName,
@@ -28,14 +30,12 @@ private:
         QString userComment;
     };
     UserInfo10 readUserInfo10(const QString& serverName, const QString& userName);
+    bool m_checkUnavailable = false;
 };
 
-// The system's three group names and the site's group names standing for them: POSIX group
-// names cannot hold blanks, so a site names its own groups in the settings.
-struct GroupMapping {
-    QString systemName;
-    QString settingsKey;
-    QString siteDefault;
-};
-const QList<GroupMapping>& groupMappings();
+// The system's name of a group of this machine ("Sorvantel Operators"...), or the name as it is.
+// On POSIX systems the site's own group names stand for the system's three, read from the
+// root-owned site file (see platform/site_groups.h), never from the operator's own settings.
 QString systemGroupName(const QString& siteGroupName);
+// Another site file, for tests; an empty path goes back to the installed one.
+void useSiteGroupsFile(const QString& path);

@@ -20,9 +20,10 @@ class TstAccounts : public QObject {
 private slots:
     void onlyAHelperThatEndsWithZeroAccepts_data();
     void onlyAHelperThatEndsWithZeroAccepts();
+    void possibleAccountNames();
     void helperThatCannotBeStartedRefuses();
     void passwordGoesOnStandardInputOnly();
-    void slowHelperIsStoppedAndRefuses();
+    void slowHelperIsStoppedAndCouldNotRun();
     void timersRunWhileTheHelperWorks();
     void namesThatCannotBeAccountsAreNotChecked();
     void helperRefusesMalformedInput_data();
@@ -50,25 +51,43 @@ void TstAccounts::onlyAHelperThatEndsWithZeroAccepts_data() {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<bool>("executable");
-    QTest::addColumn<bool>("accepted");
-    QTest::newRow("accepts") << "ok.sh" << QByteArray("cat >/dev/null; exit 0") << true << true;
-    QTest::newRow("refuses") << "no.sh" << QByteArray("cat >/dev/null; exit 1") << true << false;
-    QTest::newRow("bad input") << "bad.sh" << QByteArray("exit 2") << true << false;
-    QTest::newRow("killed") << "killed.sh" << QByteArray("kill -9 $$") << true << false;
+    QTest::addColumn<int>("outcome");
+    const int accepted = int(PasswordCheck::Accepted);
+    const int refused = int(PasswordCheck::Refused);
+    const int unavailable = int(PasswordCheck::Unavailable);
+    QTest::newRow("accepts") << "ok.sh" << QByteArray("cat >/dev/null; exit 0") << true
+                             << accepted;
+    QTest::newRow("refuses") << "no.sh" << QByteArray("cat >/dev/null; exit 1") << true << refused;
+    QTest::newRow("bad input") << "bad.sh" << QByteArray("exit 2") << true << refused;
+    // PAM, the pace file or the groups file could not serve: nobody's password was wrong.
+    QTest::newRow("could not run") << "nopam.sh" << QByteArray("exit 3") << true << unavailable;
+    QTest::newRow("killed") << "killed.sh" << QByteArray("kill -9 $$") << true << unavailable;
     // Qt leaves the exit code at 0 when a program cannot start: that must not accept.
-    QTest::newRow("cannot start") << "noexec.sh" << QByteArray("exit 0") << false << false;
-    QTest::newRow("missing") << "" << QByteArray() << false << false;
+    QTest::newRow("cannot start") << "noexec.sh" << QByteArray("exit 0") << false << unavailable;
+    QTest::newRow("missing") << "" << QByteArray() << false << unavailable;
 }
 
 void TstAccounts::onlyAHelperThatEndsWithZeroAccepts() {
     QFETCH(QString, name);
     QFETCH(QByteArray, body);
     QFETCH(bool, executable);
-    QFETCH(bool, accepted);
+    QFETCH(int, outcome);
     const QString helper =
         name.isEmpty() ? m_dir.filePath("not-there") : script(name, body, executable);
     PosixAccounts accounts(helper);
-    QCOMPARE(accounts.checkPassword("alice", "secret"), accepted);
+    QCOMPARE(int(accounts.checkPassword("alice", "secret")), outcome);
+}
+
+void TstAccounts::possibleAccountNames() {
+    for (const char* name : {"jdoe", "j.doe_2", "svc-line1", "jdoe@plant.example", "host$"})
+        QVERIFY2(isPossibleAccountName(QString::fromLatin1(name)), name);
+    for (const char* name : {"", "mlee,Mary Lee", "a b", "tab\tname", "line\nbreak", "-rf", "..",
+                             "a$b", "semi;colon", "quote\"d"})
+        QVERIFY2(!isPossibleAccountName(QString::fromLatin1(name)), name);
+    QVERIFY(!isPossibleAccountName(QString(257, u'a')));
+    QVERIFY(!isPossibleAccountName(QStringLiteral("jos\u00e9")));
+    QCOMPARE(typedNameForRecord("mlee,Mary Lee\n"), QStringLiteral("mlee?Mary?Lee?"));
+    QCOMPARE(typedNameForRecord(QString(300, u',')).size(), 256);
 }
 
 void TstAccounts::helperThatCannotBeStartedRefuses() {
@@ -87,12 +106,13 @@ void TstAccounts::helperThatCannotBeStartedRefuses() {
     std::vector<int> fillers;
     for (int fd; (fd = open("/dev/null", O_RDONLY)) >= 0;)
         fillers.push_back(fd);
-    const bool accepted = accounts.checkPassword("alice", "secret");
+    const PasswordCheck check = accounts.checkPassword("alice", "secret");
     for (int fd : fillers)
         close(fd);
     setrlimit(RLIMIT_NOFILE, &saved);
-    QVERIFY(!accepted);
-    QVERIFY(accounts.checkPassword("alice", "secret")); // and works again with descriptors
+    QCOMPARE(check, PasswordCheck::Unavailable);
+    // And works again with descriptors.
+    QCOMPARE(accounts.checkPassword("alice", "secret"), PasswordCheck::Accepted);
 }
 
 void TstAccounts::passwordGoesOnStandardInputOnly() {
@@ -101,7 +121,8 @@ void TstAccounts::passwordGoesOnStandardInputOnly() {
         script("record.sh",
                QStringLiteral("echo \"$#:$*\" > '%1.args'; cat > '%1'; exit 0").arg(seen).toUtf8());
     PosixAccounts accounts(helper, {"--service", "svc"});
-    QVERIFY(accounts.checkPassword("alice", QStringLiteral("pä ss,word")));
+    QCOMPARE(accounts.checkPassword("alice", QStringLiteral("pä ss,word")),
+             PasswordCheck::Accepted);
     QFile in(seen);
     QVERIFY(in.open(QIODevice::ReadOnly));
     QCOMPARE(in.readAll(), QByteArray("alice\0p\xc3\xa4 ss,word\0", 18));
@@ -110,12 +131,12 @@ void TstAccounts::passwordGoesOnStandardInputOnly() {
     QCOMPARE(args.readAll(), QByteArray("2:--service svc\n"));
 }
 
-void TstAccounts::slowHelperIsStoppedAndRefuses() {
+void TstAccounts::slowHelperIsStoppedAndCouldNotRun() {
     PosixAccounts accounts(script("slow.sh", "sleep 20; exit 0"));
     accounts.timeoutMs = 300;
     QElapsedTimer clock;
     clock.start();
-    QVERIFY(!accounts.checkPassword("alice", "secret"));
+    QCOMPARE(accounts.checkPassword("alice", "secret"), PasswordCheck::Unavailable);
     QVERIFY(clock.elapsed() < 5000);
 }
 
@@ -126,7 +147,7 @@ void TstAccounts::timersRunWhileTheHelperWorks() {
     timer.setInterval(50);
     connect(&timer, &QTimer::timeout, [&ticks] { ++ticks; });
     timer.start();
-    QVERIFY(accounts.checkPassword("alice", "secret"));
+    QCOMPARE(accounts.checkPassword("alice", "secret"), PasswordCheck::Accepted);
     QVERIFY2(ticks >= 5, qPrintable(QString::number(ticks)));
 }
 
@@ -134,9 +155,11 @@ void TstAccounts::namesThatCannotBeAccountsAreNotChecked() {
     const QString marker = m_dir.filePath("ran");
     PosixAccounts accounts(
         script("mark.sh", QStringLiteral("touch '%1'; exit 0").arg(marker).toUtf8()));
-    QVERIFY(!accounts.checkPassword(QString(), "secret"));
-    QVERIFY(!accounts.checkPassword(QString::fromLatin1("al\0ice", 6), "secret"));
-    QVERIFY(!accounts.checkPassword("alice", QString::fromLatin1("se\0cret", 7)));
+    QCOMPARE(accounts.checkPassword(QString(), "secret"), PasswordCheck::Refused);
+    QCOMPARE(accounts.checkPassword(QString::fromLatin1("al\0ice", 6), "secret"),
+             PasswordCheck::Refused);
+    QCOMPARE(accounts.checkPassword("alice", QString::fromLatin1("se\0cret", 7)),
+             PasswordCheck::Refused);
     QVERIFY(!QFile::exists(marker));
     QVERIFY(accounts.groupsOf(QString()).isEmpty());
     QVERIFY(!accounts.account(QString()));

@@ -13,7 +13,10 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QScopeGuard>
+#include <QTemporaryDir>
 #include <QTest>
+#include <unistd.h>
 
 class TstLogin : public QObject {
     Q_OBJECT
@@ -27,6 +30,8 @@ private slots:
 
     void menuLoginReplacesTheSession();
     void menuLoginThreeFailures();
+    void forgedNameNeverReachesAccountsOrRecords();
+    void unavailableCheckIsNoFailedAttempt();
     void userWithoutGroupFailsThreeTimes();
     void failureThenSuccessLogsOn();
     void menuCancelWritesNothing();
@@ -120,19 +125,35 @@ void TstLogin::groupOrderDecidesTheLevel() {
 
 void TstLogin::siteGroupNamesMapToTheSystemsNames() {
     TestEnv env;
+    QTemporaryDir site;
+    useSiteGroupsFile(site.filePath("accounts.conf"));
+    auto back = qScopeGuard([] { useSiteGroupsFile({}); });
     env.accounts->addUser("ann", "x",
                           {"ann", "sorvantel-supervisors", "plant", "sorvantel-operators",
                            "sorvantel-administrators"});
     NetworkInfo net;
-    QCOMPARE(net.GetUserGroups("ignored", "ann", true),
-             (QStringList{"ann", "Sorvantel Supervisors", "plant", "Sorvantel Operators",
-                          "Sorvantel Administrators"}));
-    // A site with groups of its own names them in the settings.
-    env.settings->setValue("Accounts", "SupervisorsGroup", "qa-leads");
+    const QStringList defaults{"ann", "Sorvantel Supervisors", "plant", "Sorvantel Operators",
+                               "Sorvantel Administrators"};
+    QCOMPARE(net.GetUserGroups("ignored", "ann", true), defaults);
+    // The operator's own settings cannot make a group the administrators.
     env.settings->setValue("Accounts", "AdministratorsGroup", "plant");
-    QCOMPARE(net.GetUserGroups({}, "ann", true),
-             (QStringList{"ann", "sorvantel-supervisors", "Sorvantel Administrators",
-                          "Sorvantel Operators", "sorvantel-administrators"}));
+    QCOMPARE(net.GetUserGroups({}, "ann", true), defaults);
+    // The site's root-owned file can.
+    QFile conf(site.filePath("accounts.conf"));
+    QVERIFY(conf.open(QIODevice::WriteOnly));
+    conf.write(
+        "# site groups\n[accounts]\nSupervisorsGroup = qa-leads\nadministratorsgroup=plant\n");
+    conf.close();
+    const QStringList mapped{"ann", "sorvantel-supervisors", "Sorvantel Administrators",
+                             "Sorvantel Operators", "sorvantel-administrators"};
+    if (geteuid() == 0) {
+        QCOMPARE(net.GetUserGroups({}, "ann", true), mapped);
+        // A file that others may write is no site's word.
+        QVERIFY(conf.setPermissions(conf.permissions() | QFile::WriteOther));
+        QCOMPARE(net.GetUserGroups({}, "ann", true), defaults);
+    } else {
+        QCOMPARE(net.GetUserGroups({}, "ann", true), defaults); // not owned by root
+    }
     // An unknown user, or one without groups, gives one empty element.
     QCOMPARE(net.GetUserGroups({}, "nobody-here", true), QStringList{QString()});
     env.accounts->computer = "PLANT-7";
@@ -236,6 +257,56 @@ void TstLogin::menuLoginThreeFailures() {
     main->menuItem("mnuLogon")->trigger();
     QCOMPARE(env.dialogs->texts().size(), 5);
     QCOMPARE(auditOf(env).size(), 1);
+}
+
+void TstLogin::forgedNameNeverReachesAccountsOrRecords() {
+    TestEnv env;
+    auto* main = new FrmMain;
+    signedPlant(env);
+    const QString forged = "mlee,Mary Lee,QA,Digital Signature of file /data/B42.slg";
+    env.modals.login(forged, "pw-mlee");
+    env.modals.login("mlee\nMary Lee", "pw-mlee");
+    env.modals.login(forged, "pw-mlee");
+    QVERIFY(!checkAccessWithLogin(Right::SignDataFiles, "Digital Signature of file a.slg"));
+    QCOMPARE(env.dialogs->texts(),
+             (QStringList{kBadPassword, kBadPassword, kBadPassword, kThreeFailures}));
+    QVERIFY(env.accounts->checkedUsers.isEmpty());
+    // The failure is on the trail, the typed text shown but unable to fill a field of its own.
+    QCOMPARE(plainLinesOf(env.path(kAuditFile)).size(), 1);
+    QCOMPARE(plainLinesOf(env.path(kAuditFile)).first().count(u','), 5);
+    QCOMPARE(auditOf(env),
+             (QList<QStringList>{{"mlee?Mary?Lee?QA?Digital?Signature?of?file??data?B42.slg", "",
+                                  "", "Login Failed during Digital Signature of file a.slg"}}));
+    expectSession("jdoe", "Jane Doe", 1);
+    // From the menu as well: nothing of the text stands as a session's id.
+    for (int i = 0; i < 3; ++i)
+        env.modals.login("mlee,", "pw-mlee");
+    main->menuItem("mnuLogon")->trigger();
+    QCOMPARE(auditOf(env).last(), (QStringList{"mlee?", "", "", "Login Failed"}));
+    expectSession("jdoe", "Jane Doe", 1);
+}
+
+void TstLogin::unavailableCheckIsNoFailedAttempt() {
+    TestEnv env;
+    auto* main = new FrmMain;
+    signedPlant(env);
+    env.accounts->serviceDown = true;
+    for (int i = 0; i < 3; ++i)
+        env.modals.login("mlee", "pw-mlee");
+    env.modals.cancelLogin(); // the dialog is still there after three
+    QVERIFY(!checkAccessWithLogin(Right::SignDataFiles, "Digital Signature of file a.slg"));
+    const QString unavailable =
+        "The password could not be checked: the system's password service is not "
+        "available.\nPlease check with administrator.";
+    QCOMPARE(env.dialogs->texts(), (QStringList{unavailable, unavailable, unavailable}));
+    QCOMPARE(env.modals.pending(), 0);
+    QVERIFY(!QFile::exists(env.path(kAuditFile)));
+    expectSession("jdoe", "Jane Doe", 1);
+    // Once the service is back, the login goes through.
+    env.accounts->serviceDown = false;
+    env.modals.login("mlee", "pw-mlee");
+    main->menuItem("mnuLogon")->trigger();
+    expectSession("mlee", "Mary Lee", 2);
 }
 
 void TstLogin::userWithoutGroupFailsThreeTimes() {

@@ -20,8 +20,11 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
+#include <csignal>
+#include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -33,7 +36,9 @@ private slots:
     void passwordsAreCheckedByPam();
     void groupsAndNamesComeFromTheAccount();
     void loginThroughTheDialog();
+    void helperChecksOnlyWorkstationMembers();
     void nonRootWorkstationNeedsTheSetgidHelper();
+    void installedHelperIsReachableOnlyByWorkstationUsers();
     void timersRunWhilePamDelaysAFailure();
 
 private:
@@ -45,9 +50,14 @@ private:
 namespace {
 const QString kAlicePassword = QStringLiteral("Al1ce-pw-for-tests");
 const QString kBobPassword = QStringLiteral("B0b-pw, with comma");
-const QStringList kGroups{"svtest-adm", "svtest-ops", "svtest-sup"};
+// The workstation's groups under their default names, which the installed helper knows without
+// a site file. Made for the run where the machine lacks them, and removed again only then.
+const QStringList kGroups{"sorvantel-administrators", "sorvantel-operators",
+                          "sorvantel-supervisors"};
+QStringList gMadeGroups;
 const QString kFastService = QStringLiteral("svtest-nodelay");
 const QString kSlowService = QStringLiteral("svtest-delay");
+const QString kPermitService = QStringLiteral("svtest-permit");
 
 int run(const QString& program, const QStringList& arguments, const QByteArray& input = {}) {
     QProcess p;
@@ -82,11 +92,12 @@ void removeAccounts() {
             if (getpwnam((u + QStringLiteral("xxxxxxxxxxxxxxxxxxxxxxxx")).left(length).toUtf8()))
                 run("userdel", {(u + QStringLiteral("xxxxxxxxxxxxxxxxxxxxxxxx")).left(length)});
     }
-    for (const QString& g : kGroups)
-        if (getgrnam(g.toUtf8()))
-            run("groupdel", {g});
+    for (const QString& g : gMadeGroups)
+        run("groupdel", {g});
+    gMadeGroups.clear();
     QFile::remove("/etc/pam.d/" + kFastService);
     QFile::remove("/etc/pam.d/" + kSlowService);
+    QFile::remove("/etc/pam.d/" + kPermitService);
 }
 
 void useRealAccounts(const QString& service) {
@@ -94,10 +105,13 @@ void useRealAccounts(const QString& service) {
                                                     QStringList{"--service", service}));
 }
 
-void mapSiteGroups(TestEnv& env) {
-    env.settings->setValue("Accounts", "AdministratorsGroup", "svtest-adm");
-    env.settings->setValue("Accounts", "OperatorsGroup", "svtest-ops");
-    env.settings->setValue("Accounts", "SupervisorsGroup", "svtest-sup");
+// A site groups file as root leaves it, in a folder of its own.
+QString siteGroupsFile(const QTemporaryDir& dir, const QByteArray& text) {
+    const QString path = dir.filePath("accounts.conf");
+    QFile f(path);
+    if (f.open(QIODevice::WriteOnly))
+        f.write(text);
+    return path;
 }
 } // namespace
 
@@ -117,12 +131,17 @@ void TstRealAccounts::initTestCase() {
     removeAccounts();
     m_made = true;
     // Made in this order, the groups stand in this order in the group database.
-    for (const QString& g : kGroups)
-        QCOMPARE(run("groupadd", {g}), 0);
-    QCOMPARE(run("useradd", {"-M", "-U", "-G", "svtest-adm,svtest-ops", "-c",
+    for (const QString& g : kGroups) {
+        if (!getgrnam(g.toUtf8())) {
+            QCOMPARE(run("groupadd", {g}), 0);
+            gMadeGroups << g;
+        }
+    }
+    QCOMPARE(run("useradd", {"-M", "-U", "-G", "sorvantel-administrators,sorvantel-operators", "-c",
                              "Alice Tester,,,,Night shift, line 2", m_alice}),
              0);
-    QCOMPARE(run("useradd", {"-M", "-U", "-G", "svtest-sup", "-c", "Bob Builder", m_bob}), 0);
+    QCOMPARE(
+        run("useradd", {"-M", "-U", "-G", "sorvantel-supervisors", "-c", "Bob Builder", m_bob}), 0);
     QCOMPARE(run("chpasswd", {}, (m_alice + ":" + kAlicePassword + "\n").toUtf8()), 0);
     QCOMPARE(run("chpasswd", {}, (m_bob + ":" + kBobPassword + "\n").toUtf8()), 0);
     for (const auto& [service, options] :
@@ -131,6 +150,9 @@ void TstRealAccounts::initTestCase() {
         QVERIFY(f.open(QIODevice::WriteOnly));
         f.write("auth required pam_unix.so" + options + "\naccount required pam_unix.so\n");
     }
+    QFile permit("/etc/pam.d/" + kPermitService);
+    QVERIFY(permit.open(QIODevice::WriteOnly));
+    permit.write("auth required pam_permit.so\naccount required pam_permit.so\n");
 }
 
 void TstRealAccounts::cleanupTestCase() {
@@ -139,23 +161,25 @@ void TstRealAccounts::cleanupTestCase() {
 }
 
 void TstRealAccounts::passwordsAreCheckedByPam() {
+    using C = PasswordCheck;
     PosixAccounts pam(QStringLiteral(AUTHCHECK_PATH), {"--service", kFastService});
-    QVERIFY(pam.checkPassword(m_alice, kAlicePassword));
-    QVERIFY(pam.checkPassword(m_bob, kBobPassword));
-    QVERIFY(!pam.checkPassword(m_alice, kBobPassword));
-    QVERIFY(!pam.checkPassword(m_alice, kAlicePassword + "x"));
-    QVERIFY(!pam.checkPassword(m_alice, QString()));
-    QVERIFY(!pam.checkPassword("svtest-nobody", kAlicePassword));
-    QVERIFY(!pam.checkPassword(QString(), kAlicePassword));
-    // A missing helper refuses, it does not hang.
+    QCOMPARE(pam.checkPassword(m_alice, kAlicePassword), C::Accepted);
+    QCOMPARE(pam.checkPassword(m_bob, kBobPassword), C::Accepted);
+    QCOMPARE(pam.checkPassword(m_alice, kBobPassword), C::Refused);
+    QCOMPARE(pam.checkPassword(m_alice, kAlicePassword + "x"), C::Refused);
+    QCOMPARE(pam.checkPassword(m_alice, QString()), C::Refused);
+    QCOMPARE(pam.checkPassword("svtest-nobody", kAlicePassword), C::Refused);
+    QCOMPARE(pam.checkPassword(QString(), kAlicePassword), C::Refused);
+    // A missing helper could not run: it neither hangs nor calls the password wrong.
     PosixAccounts missing(QStringLiteral("/nonexistent/sorvantel-authcheck"));
-    QVERIFY(!missing.checkPassword(m_alice, kAlicePassword));
+    QCOMPARE(missing.checkPassword(m_alice, kAlicePassword), C::Unavailable);
 }
 
 void TstRealAccounts::groupsAndNamesComeFromTheAccount() {
     PosixAccounts pam(QStringLiteral(AUTHCHECK_PATH));
-    QCOMPARE(pam.groupsOf(m_alice), (QStringList{m_alice, "svtest-adm", "svtest-ops"}));
-    QCOMPARE(pam.groupsOf(m_bob), (QStringList{m_bob, "svtest-sup"}));
+    QCOMPARE(pam.groupsOf(m_alice),
+             (QStringList{m_alice, "sorvantel-administrators", "sorvantel-operators"}));
+    QCOMPARE(pam.groupsOf(m_bob), (QStringList{m_bob, "sorvantel-supervisors"}));
     QVERIFY(pam.groupsOf("svtest-nobody").isEmpty());
     const auto alice = pam.account(m_alice);
     QVERIFY(alice);
@@ -171,7 +195,6 @@ void TstRealAccounts::loginThroughTheDialog() {
     TestEnv env;
     useRealAccounts(kFastService);
     auto* main = new FrmMain;
-    mapSiteGroups(env);
     g21CFR = true;
     gSuRights[Right::SignDataFiles] = 1;
     gOpRights[Right::SignDataFiles] = 1;
@@ -197,8 +220,25 @@ void TstRealAccounts::loginThroughTheDialog() {
         actions << line.section(u',', 2, 2) + ": " + line.section(u',', -1);
     QCOMPARE(actions,
              (QStringList{m_bob + ": Login", m_alice + ": Digital Signature of file a.slg"}));
-    // Nothing escapes the comma of Alice's comment: her line has a field more.
-    QCOMPARE(plainLinesOf(env.path("Audit/3-14-2026 Audit.atr")).last().count(u','), 6);
+    // The comma of Alice's comment cannot move her action into a field of its own.
+    QCOMPARE(plainLinesOf(env.path("Audit/3-14-2026 Audit.atr")).last().section(u',', 4, 4),
+             QStringLiteral("Night shift; line 2"));
+}
+
+void TstRealAccounts::helperChecksOnlyWorkstationMembers() {
+    // A service that lets everybody in shows that a refusal came before PAM was asked.
+    QTemporaryDir dir;
+    auto check = [&](const QString& user, const QByteArray& groups) {
+        return run(QStringLiteral(AUTHCHECK_PATH),
+                   {"--service", kPermitService, "--groups-file", siteGroupsFile(dir, groups)},
+                   helperInput(user, "anything"));
+    };
+    QCOMPARE(check(m_alice, ""), 0);
+    QCOMPARE(check("root", ""), 1);
+    QCOMPARE(check(m_bob, "supervisorsgroup=svtest-none\n"), 1);
+    // The site's file names the groups: Bob's own group stands for the administrators.
+    QCOMPARE(check(m_bob, "AdministratorsGroup = " + m_bob.toUtf8() + "\n"), 0);
+    QCOMPARE(check(m_alice, "administratorsgroup=x\noperatorsgroup=y\n"), 1);
 }
 
 void TstRealAccounts::nonRootWorkstationNeedsTheSetgidHelper() {
@@ -269,6 +309,79 @@ void TstRealAccounts::nonRootWorkstationNeedsTheSetgidHelper() {
     clock.start();
     QCOMPARE(asBob(setgid, m_alice, kAlicePassword), 0);
     QVERIFY2(clock.elapsed() >= 800, qPrintable(QString::number(clock.elapsed())));
+
+    // A check stopped while it waits for its turn holds nobody up: it let the lock go first.
+    const QByteArray beforeStop = paceStamp();
+    QProcess stopped;
+    stopped.start("setpriv", {"--reuid=" + uid, "--regid=" + gid, "--clear-groups", setgid});
+    QVERIFY(stopped.waitForStarted());
+    stopped.write(helperInput(m_alice, "guess"));
+    stopped.closeWriteChannel();
+    QTRY_VERIFY_WITH_TIMEOUT(paceStamp() != beforeStop, 3000);
+    QCOMPARE(::kill(pid_t(stopped.processId()), SIGSTOP), 0);
+    auto killStopped = qScopeGuard([&] {
+        stopped.kill();
+        stopped.waitForFinished();
+    });
+    clock.restart();
+    QCOMPARE(asBob(setgid, m_alice, kAlicePassword), 0);
+    QVERIFY2(clock.elapsed() < 5000, qPrintable(QString::number(clock.elapsed())));
+
+    // A lock that nobody lets go makes a check that could not run, soon, not a wrong password.
+    const int held = ::open(PACE_FILE, O_RDWR);
+    QVERIFY(held >= 0);
+    QCOMPARE(flock(held, LOCK_EX), 0);
+    clock.restart();
+    QCOMPARE(asBob(setgid, m_alice, kAlicePassword), 3);
+    ::close(held);
+    QVERIFY2(clock.elapsed() < 10000, qPrintable(QString::number(clock.elapsed())));
+}
+
+void TstRealAccounts::installedHelperIsReachableOnlyByWorkstationUsers() {
+    if (QStandardPaths::findExecutable("setpriv").isEmpty() || !getgrnam("shadow"))
+        QSKIP("setpriv or the shadow group is missing.");
+    QTemporaryDir dir;
+    QVERIFY(QFile::setPermissions(dir.path(), QFile::ReadOwner | QFile::WriteOwner |
+                                                  QFile::ExeOwner | QFile::ReadOther |
+                                                  QFile::ExeOther));
+    const QString helperDir = dir.filePath("libexec");
+    const QString buildDir = QFileInfo(QStringLiteral(AUTHCHECK_PATH)).dir().absolutePath() + "/..";
+    QProcess install;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("SORVANTEL_HELPER_DIR", helperDir);
+    env.remove("SUDO_USER");
+    install.setProcessEnvironment(env);
+    install.start("bash", {QStringLiteral(SOURCE_DIR "/scripts/install-accounts.sh"), buildDir});
+    QVERIFY(install.waitForFinished(60000));
+    if (install.readAllStandardError().contains("sanitizer build"))
+        QSKIP("The install script refuses a sanitizer build's helper, as it should.");
+    QCOMPARE(install.exitCode(), 0);
+
+    const group* usersGroup = getgrnam("sorvantel");
+    QVERIFY(usersGroup);
+    const gid_t users = usersGroup->gr_gid; // getgrnam's answer is overwritten by the next call
+    struct stat folder {};
+    struct stat helper {};
+    QCOMPARE(stat(helperDir.toUtf8(), &folder), 0);
+    QCOMPARE(stat((helperDir + "/sorvantel-authcheck").toUtf8(), &helper), 0);
+    QCOMPARE(folder.st_mode & 07777, mode_t(0750));
+    QCOMPARE(folder.st_gid, users);
+    QCOMPARE(helper.st_mode & 07777, mode_t(02755));
+    QCOMPARE(helper.st_gid, getgrnam("shadow")->gr_gid);
+
+    // Bob reaches the helper only as a member of the workstation's users.
+    const passwd* bob = getpwnam(m_bob.toUtf8());
+    QVERIFY(bob);
+    // Through a shell: setpriv itself finds its program before it gives up root.
+    auto asBob = [&](const QString& groups) {
+        return run("setpriv",
+                   {"--reuid=" + QString::number(bob->pw_uid),
+                    "--regid=" + QString::number(bob->pw_gid), groups, "sh", "-c", "exec \"$0\"",
+                    helperDir + "/sorvantel-authcheck"},
+                   helperInput(m_alice, kAlicePassword));
+    };
+    QCOMPARE(asBob("--clear-groups"), 126);
+    QCOMPARE(asBob("--groups=" + QString::number(users)), 0);
 }
 
 void TstRealAccounts::timersRunWhilePamDelaysAFailure() {
@@ -280,7 +393,7 @@ void TstRealAccounts::timersRunWhilePamDelaysAFailure() {
     timer.start();
     QElapsedTimer clock;
     clock.start();
-    QVERIFY(!pam.checkPassword(m_alice, "wrong"));
+    QCOMPARE(pam.checkPassword(m_alice, "wrong"), PasswordCheck::Refused);
     // PAM holds a failure back about two seconds; the poll and the logger must not stop.
     QVERIFY2(clock.elapsed() > 1000, qPrintable(QString::number(clock.elapsed())));
     QVERIFY(ticks >= clock.elapsed() / 50 / 2);

@@ -127,10 +127,13 @@ void FakeAccounts::addUser(const QString& name, const QString& password, const Q
     users.insert(name, User{password, groups, AccountRecord{name, fullName, comment, {}}});
 }
 
-bool FakeAccounts::checkPassword(const QString& user, const QString& password) {
+PasswordCheck FakeAccounts::checkPassword(const QString& user, const QString& password) {
     checkedUsers << user;
+    if (serviceDown)
+        return PasswordCheck::Unavailable;
     const auto it = users.constFind(user);
-    return it != users.constEnd() && it->password == password;
+    return it != users.constEnd() && it->password == password ? PasswordCheck::Accepted
+                                                              : PasswordCheck::Refused;
 }
 
 std::optional<AccountRecord> FakeAccounts::account(const QString& user) {

@@ -135,6 +135,7 @@ public:
     // Fifteen characters: every name of up to fifteen shares a bit with it.
     QString computer = QStringLiteral("SORVANTEL-WS-01");
     bool backendPresent = true;
+    bool serviceDown = false; // every check could not run
     QStringList checkedUsers;
 
     // A user with full name and comment; the logon name is the key.
@@ -142,7 +143,7 @@ public:
                  const QString& fullName = {}, const QString& comment = {});
 
     bool present() const override { return backendPresent; }
-    bool checkPassword(const QString& user, const QString& password) override;
+    PasswordCheck checkPassword(const QString& user, const QString& password) override;
     QStringList groupsOf(const QString& user) override { return users.value(user).groups; }
     std::optional<AccountRecord> account(const QString& user) override;
     QString computerName() override { return computer; }
