@@ -50,12 +50,20 @@ void Modctl::failLater(int code) {
 
 void Modctl::start() {
     if (m_busy) {
-        if (!m_busyWriting) {
-            ++m_transaction;
-            m_busy = false;
+        if (m_busyWriting) {
+            failLater(ModbusCode::SlaveBusy);
+            return;
         }
-        failLater(ModbusCode::SlaveBusy);
-        return;
+        // The same read asked again while it runs (a profiler is asked on every tick) waits
+        // for the answer on its way: nothing new goes out, and that answer, or the link's time-out
+        // for a controller that is not there, is the outcome of both starts.
+        if (node == m_running.node && dataArea == m_running.dataArea &&
+            firstRegister == m_running.firstRegister && count == m_running.count && direction == 0)
+            return;
+        // Another request: the running read is abandoned, its answer dropped if it ever comes,
+        // so that no answer is taken for another controller's.
+        ++m_transaction;
+        m_busy = false;
     }
     if (node < 0 || node > 247) {
         failLater(ModbusCode::InvalidNode);
@@ -78,6 +86,7 @@ void Modctl::start() {
     }
     m_busy = true;
     m_busyWriting = direction == 1;
+    m_running = request;
     const quint64 transaction = ++m_transaction;
     QPointer<Modctl> self(this);
     const int expected = count;

@@ -50,9 +50,11 @@ void installModbusBackend(std::unique_ptr<ModbusBackend> backend);
 
 // The link control: set node, data area, first register, count and direction, fill the buffer
 // for a write, start; the outcome comes as readComplete, writeComplete or error(code). One
-// transaction at a time: a start while busy is refused with error 16. A read still running then
-// is abandoned, its answer dropped if it ever comes, so that every start has exactly one outcome
-// and a late answer can never be taken for the next controller's.
+// transaction at a time. A start while a read runs: the same read joins the running one (one
+// outcome for both, so a controller that is not there is reported as not responding, never as
+// busy); another request abandons the running read, whose answer is then dropped, so that a late
+// answer can never be taken for another controller's. A start while a write runs is refused with
+// error 16, and the write still reports how it went.
 class Modctl : public QObject {
     Q_OBJECT
 public:
@@ -88,5 +90,6 @@ private:
     std::array<qint32, kMaxWords> m_buffer{};
     bool m_busy = false;
     bool m_busyWriting = false;
+    ModbusRequest m_running;
     quint64 m_transaction = 0;
 };

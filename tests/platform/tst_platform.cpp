@@ -181,6 +181,7 @@ void TstPlatform::modctlRefusesAStartWhileBusy() {
     FakeModbusBackend* fake = installDouble<FakeModbusBackend>(installModbusBackend);
     fake->manual = true;
     fake->setRegisters(1, 2, 1001, QList<quint16>(9, 5));
+    fake->setRegisters(2, 2, 1001, QList<quint16>(9, 7));
     Modctl ctl;
     ctl.node = 1;
     ctl.dataArea = 2;
@@ -188,21 +189,26 @@ void TstPlatform::modctlRefusesAStartWhileBusy() {
     ctl.count = 9;
     QSignalSpy errors(&ctl, &Modctl::error);
     QSignalSpy reads(&ctl, &Modctl::readComplete);
+    // The same read asked again joins the one on its way: one request, one outcome.
     ctl.start();
     ctl.start();
-    QCOMPARE(fake->requests.size(), 1); // the second never reached the link
-    QVERIFY(errors.wait(1000));
-    QCOMPARE(errors.size(), 1);
-    QCOMPARE(errors.first().first().toInt(), 16);
-    // The read that was running is abandoned: its late answer raises nothing.
-    fake->deliverAll();
-    QCOMPARE(reads.size(), 0);
-    QVERIFY(!ctl.busy());
-    // The control is free again for the next start.
-    ctl.start();
+    QCoreApplication::processEvents();
+    QCOMPARE(fake->requests.size(), 1);
+    QCOMPARE(errors.size(), 0);
     fake->deliverAll();
     QCOMPARE(reads.size(), 1);
     QCOMPARE(ctl.data(0), qint16(5));
+    // Another read abandons the running one, whose late answer raises nothing.
+    ctl.start();
+    ctl.node = 2;
+    ctl.start();
+    QCOMPARE(fake->requests.size(), 3);
+    fake->deliverAll();
+    QCoreApplication::processEvents();
+    QCOMPARE(reads.size(), 2);
+    QCOMPARE(ctl.data(0), qint16(7));
+    QCOMPARE(errors.size(), 0);
+    QVERIFY(!ctl.busy());
 }
 
 void TstPlatform::modctlKeepsARunningWrite() {
