@@ -13,14 +13,29 @@
 #include <QRegularExpression>
 #include <QTest>
 
+namespace {
+// Starts the workstation as far as its main window, then closes it with a yes to the question.
+void startAndClose(TestEnv& env, const std::function<void()>& whileRunning = {}) {
+    env.writeTags({{1, 0, true}});
+    env.modbus->manual = true;
+    auto& splash = *new FrmSplash; // it deletes itself once started, so it lives on the heap
+    QCOMPARE(splash.load(), FrmSplash::LoadResult::Ok);
+    if (whileRunning)
+        whileRunning();
+    for (int i = 0; i < 10; ++i)
+        splash.timer1Tick();
+    env.dialogs->answerNext(MsgAnswer::Yes);
+    frmMain()->close();
+    delete frmMain();
+}
+} // namespace
+
 class TstAuditTrail : public QObject {
     Q_OBJECT
 private slots:
     void linesCarryTheSessionOrTheSystem();
     void fileLayoutIsOneHexLineAndCrLf();
     void midnightSplitsTheFiles();
-    void usersOfOneDayShareTheFile();
-    void lostFolderIsMadeAgain();
     void typedTextCannotForgeAField();
     void failedEncipherWritesNothingAndSays();
     void unwritableFileLosesTheLineQuietly();
@@ -29,7 +44,7 @@ private slots:
 };
 
 void TstAuditTrail::linesCarryTheSessionOrTheSystem() {
-    TestEnv env;
+    TestEnv env; // without an Audit folder: the first line makes it
     gUserId = QStringLiteral("jsmith");
     gUserFullName = QStringLiteral("John Smith");
     gUserComment = QStringLiteral("Shift B");
@@ -43,7 +58,7 @@ void TstAuditTrail::linesCarryTheSessionOrTheSystem() {
                           "John Smith", "Shift B", "SP change TIC-1 from 100 to 120.5"}));
     QCOMPARE(lines[1].split(u',').mid(2),
              (QStringList{"System", "Sorvantel System", "System Manager", "System Started"}));
-    // The session is untouched by a system line.
+    // Both share the day's file; the session is untouched by a system line.
     QCOMPARE(gUserId, QStringLiteral("jsmith"));
 }
 
@@ -81,27 +96,6 @@ void TstAuditTrail::midnightSplitsTheFiles() {
              QStringList{"after midnight"});
     QCOMPARE(actionsOf(env.path(QStringLiteral("Audit/12-31-2026 Audit.atr"))),
              QStringList{"two digits"});
-}
-
-void TstAuditTrail::usersOfOneDayShareTheFile() {
-    TestEnv env;
-    gUserId = QStringLiteral("anna");
-    auditLine(QStringLiteral("Logged Off"));
-    gUserId = QStringLiteral("ben");
-    env.clock->time = env.clock->time.addSecs(3600);
-    auditLine(QStringLiteral("Login Failed"));
-    const QStringList lines = plainLinesOf(env.path(QStringLiteral("Audit/3-14-2026 Audit.atr")));
-    QCOMPARE(lines.size(), 2);
-    QCOMPARE(lines[0].section(u',', 2, 2), QStringLiteral("anna"));
-    QCOMPARE(lines[1].section(u',', 2, 2), QStringLiteral("ben"));
-    QCOMPARE(lines[1].section(u',', 5), QStringLiteral("Login Failed"));
-}
-
-void TstAuditTrail::lostFolderIsMadeAgain() {
-    TestEnv env;
-    QVERIFY(!QDir(env.path(QStringLiteral("Audit"))).exists());
-    systemAuditLine(QStringLiteral("System Started"));
-    QCOMPARE(actionsOf(auditFilePath(QDate(2026, 3, 14))), QStringList{"System Started"});
 }
 
 void TstAuditTrail::typedTextCannotForgeAField() {
@@ -148,36 +142,21 @@ void TstAuditTrail::unwritableFileLosesTheLineQuietly() {
 
 void TstAuditTrail::startAndExitAreAuditedWithSecurityOn() {
     TestEnv env;
-    env.writeTags({{1, 0, true}});
-    env.modbus->manual = true;
     env.settings->setValue("Levels\\security", "21CFR", "True");
     env.settings->setValue("Levels\\op", "op 24", "1");
-    auto& splash = *new FrmSplash; // it deletes itself once started, so it lives on the heap
-    QCOMPARE(splash.load(), FrmSplash::LoadResult::Ok);
     const QString today = env.path(QStringLiteral("Audit/3-14-2026 Audit.atr"));
-    QCOMPARE(actionsOf(today), QStringList{"System Started"});
-    for (int i = 0; i < 10; ++i)
-        splash.timer1Tick();
-    env.clock->time = env.clock->time.addSecs(60);
-    env.dialogs->answerNext(MsgAnswer::Yes);
-    frmMain()->close();
+    startAndClose(env, [&] {
+        QCOMPARE(actionsOf(today), QStringList{"System Started"});
+        env.clock->time = env.clock->time.addSecs(60);
+    });
     QCOMPARE(actionsOf(today), (QStringList{"System Started", "System Shutdown"}));
     QCOMPARE(plainLinesOf(today)[1].section(u',', 2, 2), QStringLiteral("System"));
-    delete frmMain();
 }
 
 void TstAuditTrail::nothingIsWrittenWithSecurityOff() {
     TestEnv env;
-    env.writeTags({{1, 0, true}});
-    env.modbus->manual = true;
-    auto& splash = *new FrmSplash; // it deletes itself once started, so it lives on the heap
-    QCOMPARE(splash.load(), FrmSplash::LoadResult::Ok);
-    for (int i = 0; i < 10; ++i)
-        splash.timer1Tick();
-    env.dialogs->answerNext(MsgAnswer::Yes);
-    frmMain()->close();
+    startAndClose(env);
     QVERIFY(!QDir(env.path(QStringLiteral("Audit"))).exists());
-    delete frmMain();
 }
 
 QTEST_MAIN(TstAuditTrail)
