@@ -66,7 +66,6 @@ private slots:
     void deadControllersOverTheRealLinkAreNotBusy();
     void deadProfilerIsAskedEveryTick();
     void singleFailureIsSilent();
-    void loggerNamesListPositionNotNode();
     void unknownCodeBeepsButWritesNothing();
     void errorInSimulationKeepsTheScanDialog();
     void firstScanProgressAndClose();
@@ -187,14 +186,21 @@ void TstPollCycle::deadControllersOverTheRealLinkAreNotBusy() {
 }
 
 void TstPollCycle::deadProfilerIsAskedEveryTick() {
-    Rig rig({{5, 1}, {6, 2}});
-    rig.env.modbus->nodes[5].dead = true;
-    for (int i = 0; i < 6; ++i)
+    Rig rig({{3, 1}, {7, 1}, {8, 1}});
+    FrmLogger logger;
+    rig.env.modbus->nodes[3].dead = true;
+    rig.env.modbus->nodes[7].failureCode = 3;
+    for (int i = 0; i < 9; ++i)
         rig.tick();
-    QCOMPARE(rig.requestedNodes(), (QList<int>{5, 6, 5, 6, 5, 6}));
-    QCOMPARE(gPV[5].asNumber().value_or(-1), 6.0);
-    // Three failures at position 0: one report (at the second), count 1 again.
+    QCOMPARE(rig.requestedNodes(), (QList<int>{3, 7, 8, 3, 7, 8, 3, 7, 8}));
+    QCOMPARE(gPV[7].asNumber().value_or(-1), 8.0);
+    // Three failures at a position: one report (at the second), count 1 again.
     QCOMPARE(gComErrCount[0], qint16(1));
+    QCOMPARE(gComErrCount[1], qint16(1));
+    // The logger names the place in the list, not the node.
+    QCOMPARE(logger.text().split(u'\n'),
+             (QStringList{"", "Control Address# 1, Device did not respond in 1 sec.",
+                          "Control Address# 2, Illegal Data Value. "}));
 }
 
 void TstPollCycle::singleFailureIsSilent() {
@@ -209,18 +215,6 @@ void TstPollCycle::singleFailureIsSilent() {
     QCOMPARE(gComErrCount[0], qint16(0));
     QCOMPARE(rig.env.beeper->count, 0);
     QCOMPARE(gPV[0].toText(), QStringLiteral("10.0"));
-}
-
-void TstPollCycle::loggerNamesListPositionNotNode() {
-    Rig rig({{3, 1}, {7, 1}});
-    FrmLogger logger;
-    rig.env.modbus->nodes[3].dead = true;
-    rig.env.modbus->nodes[7].failureCode = 3;
-    for (int i = 0; i < 4; ++i)
-        rig.tick();
-    const QStringList lines = logger.text().split(QLatin1Char('\n'));
-    QCOMPARE(lines, (QStringList{"", "Control Address# 1, Device did not respond in 1 sec.",
-                                 "Control Address# 2, Illegal Data Value. "}));
 }
 
 void TstPollCycle::unknownCodeBeepsButWritesNothing() {
