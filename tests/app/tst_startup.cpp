@@ -29,8 +29,7 @@ private slots:
     void missingTagFileStopsTheStart();
     void secondInstanceStopsBeforeAnythingIsRead();
     void settingsAreReadWithTheirDefaults();
-    void logOnStartupCancelledForLackOfChannels();
-    void logOnStartupKeptWhenAChannelIsMarked();
+    void logOnStartupNeedsAMarkedChannel();
     void fullStartOpensResidentWindowsAfterOneSecond();
     void startWithNoControllerComesUpWithoutScanning();
 };
@@ -102,7 +101,7 @@ void TstStartup::settingsAreReadWithTheirDefaults() {
     QCOMPARE(main->timer2()->interval(), 250);
 }
 
-void TstStartup::logOnStartupCancelledForLackOfChannels() {
+void TstStartup::logOnStartupNeedsAMarkedChannel() {
     TestEnv env;
     env.writeTags({{1, 0, true}, {2, 1, true}});
     env.settings->setValue("DataSave", "gLogOnStartup", "1");
@@ -112,10 +111,7 @@ void TstStartup::logOnStartupCancelledForLackOfChannels() {
     QCOMPARE(env.settings->value("DataSave", "gLogOnStartup", ""), QStringLiteral("1"));
     QVERIFY(!gLogging);
     delete &splash;
-}
-
-void TstStartup::logOnStartupKeptWhenAChannelIsMarked() {
-    TestEnv env;
+    // With a channel marked for logging it stays.
     env.writeTags({{1, 0, true}, {2, 1, true, "", true}});
     gLogOnStartup = 1;
     QVERIFY(readTagFile(env.path("tags.tgn")));

@@ -33,8 +33,7 @@ class TstRealAccounts : public QObject {
 private slots:
     void initTestCase();
     void cleanupTestCase();
-    void passwordsAreCheckedByPam();
-    void groupsAndNamesComeFromTheAccount();
+    void passwordsGroupsAndNamesFromTheSystem();
     void loginThroughTheDialog();
     void helperChecksOnlyWorkstationMembers();
     void nonRootWorkstationNeedsTheSetgidHelper();
@@ -157,7 +156,7 @@ void TstRealAccounts::cleanupTestCase() {
         removeAccounts();
 }
 
-void TstRealAccounts::passwordsAreCheckedByPam() {
+void TstRealAccounts::passwordsGroupsAndNamesFromTheSystem() {
     using C = PasswordCheck;
     PosixAccounts pam(QStringLiteral(AUTHCHECK_PATH), {"--service", kFastService});
     QCOMPARE(pam.checkPassword(m_alice, kAlicePassword), C::Accepted);
@@ -169,10 +168,7 @@ void TstRealAccounts::passwordsAreCheckedByPam() {
     // A missing helper could not run: it neither hangs nor calls the password wrong.
     PosixAccounts missing(QStringLiteral("/nonexistent/sorvantel-authcheck"));
     QCOMPARE(missing.checkPassword(m_alice, kAlicePassword), C::Unavailable);
-}
-
-void TstRealAccounts::groupsAndNamesComeFromTheAccount() {
-    PosixAccounts pam(QStringLiteral(AUTHCHECK_PATH));
+    // Groups and names come from the account itself.
     QCOMPARE(pam.groupsOf(m_alice),
              (QStringList{m_alice, "sorvantel-administrators", "sorvantel-operators"}));
     QCOMPARE(pam.groupsOf(m_bob), (QStringList{m_bob, "sorvantel-supervisors"}));
