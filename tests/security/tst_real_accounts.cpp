@@ -6,7 +6,6 @@
 #include "security/network_info.h"
 #include "security/rights.h"
 #include "security/session.h"
-#include "support/audit_files.h"
 #include "support/test_env.h"
 
 #include <QAction>
@@ -202,15 +201,6 @@ void TstRealAccounts::loginThroughTheDialog() {
     QCOMPARE(gUserId, m_alice);
     QCOMPARE(gUserLevel, qint16(0));
     QCOMPARE(gUserComment, QStringLiteral("Night shift, line 2"));
-
-    QStringList actions;
-    for (const QString& line : plainLinesOf(env.path("Audit/3-14-2026 Audit.atr")))
-        actions << line.section(u',', 2, 2) + ": " + line.section(u',', -1);
-    QCOMPARE(actions,
-             (QStringList{m_bob + ": Login", m_alice + ": Digital Signature of file a.slg"}));
-    // The comma of Alice's comment cannot move her action into a field of its own.
-    QCOMPARE(plainLinesOf(env.path("Audit/3-14-2026 Audit.atr")).last().section(u',', 4, 4),
-             QStringLiteral("Night shift; line 2"));
 }
 
 void TstRealAccounts::helperChecksOnlyWorkstationMembers() {
