@@ -249,7 +249,22 @@ int check(const char* service, const char* user, const char* password) {
                               strcmp(static_cast<const char*>(checked), user) != 0))
         rc = PAM_AUTH_ERR;
     pam_end(pam, rc);
-    return rc == PAM_SUCCESS ? kAccepted : kRefused;
+    switch (rc) {
+    case PAM_SUCCESS:
+        return kAccepted;
+    // The password service itself failed (a directory service down, a module missing or
+    // broken): nobody's password was wrong.
+    case PAM_AUTHINFO_UNAVAIL:
+    case PAM_SYSTEM_ERR:
+    case PAM_BUF_ERR:
+    case PAM_ABORT:
+    case PAM_SERVICE_ERR:
+    case PAM_MODULE_UNKNOWN:
+    case PAM_SYMBOL_ERR:
+        return kNoPam;
+    default:
+        return kRefused;
+    }
 }
 } // namespace
 

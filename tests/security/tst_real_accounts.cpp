@@ -56,6 +56,7 @@ QStringList gMadeGroups;
 const QString kFastService = QStringLiteral("svtest-nodelay");
 const QString kSlowService = QStringLiteral("svtest-delay");
 const QString kPermitService = QStringLiteral("svtest-permit");
+const QString kBrokenService = QStringLiteral("svtest-broken");
 
 int run(const QString& program, const QStringList& arguments, const QByteArray& input = {}) {
     QProcess p;
@@ -93,7 +94,7 @@ void removeAccounts() {
     for (const QString& g : gMadeGroups)
         run("groupdel", {g});
     gMadeGroups.clear();
-    for (const QString& service : {kFastService, kSlowService, kPermitService})
+    for (const QString& service : {kFastService, kSlowService, kPermitService, kBrokenService})
         QFile::remove("/etc/pam.d/" + service);
 }
 
@@ -141,9 +142,11 @@ void TstRealAccounts::initTestCase() {
         run("useradd", {"-M", "-U", "-G", "sorvantel-supervisors", "-c", "Bob Builder", m_bob}), 0);
     QCOMPARE(run("chpasswd", {}, (m_alice + ":" + kAlicePassword + "\n").toUtf8()), 0);
     QCOMPARE(run("chpasswd", {}, (m_bob + ":" + kBobPassword + "\n").toUtf8()), 0);
-    for (const auto& [service, modules] : {std::pair{kFastService, QByteArray("unix.so nodelay")},
-                                           std::pair{kSlowService, QByteArray("unix.so")},
-                                           std::pair{kPermitService, QByteArray("permit.so")}}) {
+    for (const auto& [service, modules] :
+         {std::pair{kFastService, QByteArray("unix.so nodelay")},
+          std::pair{kSlowService, QByteArray("unix.so")},
+          std::pair{kPermitService, QByteArray("permit.so")},
+          std::pair{kBrokenService, QByteArray("svtest_gone.so")}}) {
         QFile f("/etc/pam.d/" + service);
         QVERIFY(f.open(QIODevice::WriteOnly));
         f.write("auth required pam_" + modules + "\naccount required pam_" + modules + "\n");
@@ -206,9 +209,10 @@ void TstRealAccounts::loginThroughTheDialog() {
 void TstRealAccounts::helperChecksOnlyWorkstationMembers() {
     // A service that lets everybody in shows that a refusal came before PAM was asked.
     QTemporaryDir dir;
-    auto check = [&](const QString& user, const QByteArray& groups) {
+    auto check = [&](const QString& user, const QByteArray& groups,
+                     const QString& service = kPermitService) {
         return run(QStringLiteral(AUTHCHECK_PATH),
-                   {"--service", kPermitService, "--groups-file", siteGroupsFile(dir, groups)},
+                   {"--service", service, "--groups-file", siteGroupsFile(dir, groups)},
                    helperInput(user, "anything"));
     };
     QCOMPARE(check(m_alice, ""), 0);
@@ -217,6 +221,8 @@ void TstRealAccounts::helperChecksOnlyWorkstationMembers() {
     // The site's file names the groups: Bob's own group stands for the administrators.
     QCOMPARE(check(m_bob, "AdministratorsGroup = " + m_bob.toUtf8() + "\n"), 0);
     QCOMPARE(check(m_alice, "administratorsgroup=x\noperatorsgroup=y\n"), 1);
+    // A password service that cannot work could not run the check: no password was wrong.
+    QCOMPARE(check(m_alice, "", kBrokenService), 3);
 }
 
 void TstRealAccounts::nonRootWorkstationNeedsTheSetgidHelper() {
