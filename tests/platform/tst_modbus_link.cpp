@@ -6,7 +6,6 @@
 #include <QElapsedTimer>
 #include <QModbusRtuSerialServer>
 #include <QProcess>
-#include <QSignalSpy>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
@@ -18,9 +17,7 @@ constexpr int kTimeoutMs = 300;
 // write, else the error code.
 struct Probe {
     Modctl ctl;
-    QSignalSpy reads{&ctl, &Modctl::readComplete};
-    QSignalSpy writes{&ctl, &Modctl::writeComplete};
-    QSignalSpy errors{&ctl, &Modctl::error};
+    int events = 0;
     int last = 99;
 
     Probe(int node, int area, int first, int count) {
@@ -28,22 +25,25 @@ struct Probe {
         ctl.dataArea = area;
         ctl.firstRegister = first;
         ctl.count = count;
-        QObject::connect(&ctl, &Modctl::readComplete, [this] { last = 0; });
-        QObject::connect(&ctl, &Modctl::writeComplete, [this] { last = 0; });
-        QObject::connect(&ctl, &Modctl::error, [this](int code) { last = code; });
+        auto done = [this](int code) {
+            last = code;
+            ++events;
+        };
+        QObject::connect(&ctl, &Modctl::readComplete, [done] { done(0); });
+        QObject::connect(&ctl, &Modctl::writeComplete, [done] { done(0); });
+        QObject::connect(&ctl, &Modctl::error, done);
     }
-    qsizetype events() const { return reads.size() + writes.size() + errors.size(); }
 };
 
 // Starts the transaction and waits for its outcome.
 int outcome(Probe& p) {
-    const qsizetype before = p.events();
+    const int before = p.events;
     p.ctl.start();
     QElapsedTimer t;
     t.start();
-    while (p.events() == before && t.elapsed() < 6000)
+    while (p.events == before && t.elapsed() < 6000)
         QTest::qWait(5);
-    return p.events() == before ? 99 : p.last;
+    return p.events == before ? 99 : p.last;
 }
 
 // Asks again and again until a transaction succeeds or a few seconds have passed: the link
@@ -70,9 +70,7 @@ private slots:
     void writesSingleAndBlock();
     void exceptionsMapToLoggerCodes();
     void deadNodeTimesOutAndLateReplyIsIgnored();
-    void lostServerIsReportedAndTheLinkComesBack();
-    void cutReplyEndsByWatchdogAndClientRecovers();
-    void garbledStreamRecovers();
+    void brokenRepliesFailAndTheLinkHeals();
     void rtuThroughAPtyPair();
 
 private:
@@ -110,7 +108,9 @@ void TstModbusLink::readsBothFamiliesOverTheSharedConnection() {
     // Both in flight at once on the one connection.
     k40.ctl.start();
     k8.ctl.start();
-    QTRY_COMPARE_WITH_TIMEOUT(k40.reads.size() + k8.reads.size(), 2, 5000);
+    QTRY_COMPARE_WITH_TIMEOUT(k40.events + k8.events, 2, 5000);
+    QCOMPARE(k40.last, 0);
+    QCOMPARE(k8.last, 0);
     QCOMPARE(k40.ctl.longData(0), 19999 + 1200); // PV 120.0 in tenths over the offset
     QCOMPARE(k40.ctl.longData(1), 19999 + 1500);
     QVERIFY(k40.ctl.data(4) & 0x1000); // scaled by the decimal code
@@ -140,15 +140,11 @@ void TstModbusLink::writesSingleAndBlock() {
 void TstModbusLink::exceptionsMapToLoggerCodes() {
     Probe missing(1, 3, 4000, 2);
     QCOMPARE(outcome(missing), 2);
-    m_server->setException(2, 6);
     Probe busy(2, 3, 129, 5);
-    QCOMPARE(outcome(busy), 16);
-    m_server->setException(2, 11);
-    QCOMPARE(outcome(busy), 18);
-    m_server->setException(2, 3);
-    QCOMPARE(outcome(busy), 3);
-    m_server->setException(2, 0);
-    QCOMPARE(outcome(busy), 0);
+    for (auto [exception, code] : {std::pair{6, 16}, {11, 18}, {3, 3}, {0, 0}}) {
+        m_server->setException(2, exception);
+        QCOMPARE(outcome(busy), code);
+    }
 }
 
 void TstModbusLink::deadNodeTimesOutAndLateReplyIsIgnored() {
@@ -170,35 +166,22 @@ void TstModbusLink::deadNodeTimesOutAndLateReplyIsIgnored() {
     QCOMPARE(next.ctl.longData(1), 19999 + 550);
 }
 
-void TstModbusLink::lostServerIsReportedAndTheLinkComesBack() {
-    Probe p(1, 3, 129, 5);
-    QCOMPARE(outcome(p), 0);
-    m_server->close();
-    QCOMPARE(outcome(p), -1);
-    QCOMPARE(outcome(p), -1);
-    QVERIFY(m_server->listen(QHostAddress::LocalHost, m_port));
-    m_plant->setPv(1, 42.0);
-    QCOMPARE(outcomeOnceHealed(p), 0);
-    QCOMPARE(p.ctl.longData(0), 19999 + 420);
-}
-
-void TstModbusLink::cutReplyEndsByWatchdogAndClientRecovers() {
+// A reply cut short ends by the watchdog, a garbled one must not pass as a good read; either
+// way the link heals by itself once the replies are clean again.
+void TstModbusLink::brokenRepliesFailAndTheLinkHeals() {
     m_server->setCut(1, true);
     Probe p(1, 3, 129, 5);
     const int code = outcome(p);
     QVERIFY2(code == -3 || code == -1 || code == -2, qPrintable(QString::number(code)));
     m_server->setCut(1, false);
     QCOMPARE(outcomeOnceHealed(p), 0);
-}
 
-void TstModbusLink::garbledStreamRecovers() {
     m_server->setGarble(2, true);
-    Probe p(2, 3, 129, 5);
-    const int code = outcome(p);
-    QVERIFY2(code != 0, "a garbled reply must not pass as a good read");
+    Probe q(2, 3, 129, 5);
+    QVERIFY(outcome(q) != 0);
     m_server->setGarble(2, false);
-    QCOMPARE(outcomeOnceHealed(p), 0);
-    QCOMPARE(p.ctl.longData(1), 19999 + 550);
+    QCOMPARE(outcomeOnceHealed(q), 0);
+    QCOMPARE(q.ctl.longData(1), 19999 + 550);
 }
 
 void TstModbusLink::rtuThroughAPtyPair() {
