@@ -15,43 +15,29 @@ class TstFrmLogger : public QObject {
 private slots:
     void errorTextsOfBothForms_data();
     void errorTextsOfBothForms();
-    void unknownCodesHaveNoText();
-    void reportWritesLineStatusAndBeep();
-    void minimizingRestoresNormalStatusUntilNextReport();
-    void closeRequestMinimizes();
+    void reportsStatusAndClose();
     void saveAsRichText();
-    void saveCancelledOrFailing();
     void clearAsksAndNeedsRight7();
     void writeAndGeneralErrorBoxes();
-    void rtfEscapesBracesAndNonAscii();
 };
 
+// The line names the controller by its list position plus one; two codes keep a tail of their
+// own, and codes without a text give the bare address and no write text.
 void TstFrmLogger::errorTextsOfBothForms_data() {
     QTest::addColumn<int>("code");
     QTest::addColumn<QString>("line");
     QTest::addColumn<QString>("write");
-    QTest::newRow("-4") << -4 << "Control Address# 3, Timeout value."
-                        << "Controller timeout problem.";
     QTest::newRow("-3") << -3 << "Control Address# 3, Device did not respond in 1 sec."
                         << "Device did not respond in 1 sec.";
-    QTest::newRow("-2") << -2 << "Control Address# 3, PLC Protocol Packet Problem."
-                        << "PLC protocol packet problem.";
-    QTest::newRow("-1") << -1 << "Control Address# 3, Adapter Invalid."
-                        << "Adapter is invalid.";
     QTest::newRow("1") << 1 << "Control Address# 3, Illegal Function."
                        << "Illegal write function.";
-    QTest::newRow("2") << 2 << "Control Address# 3, Illegal Data Address."
-                       << "Illegal Data Address.";
     QTest::newRow("3 keeps its trailing blank") << 3 << "Control Address# 3, Illegal Data Value. "
                                                 << "Illegal Data Value written to control.";
     QTest::newRow("16 keeps its Add") << 16 << "Control Address# 3, Slave Busy. Add "
                                       << "Slave device is busy.";
-    QTest::newRow("18") << 18 << "Control Address# 3, Invalid Node Address."
-                        << "Invalid node address.";
-    QTest::newRow("0 has no text") << 0 << "Control Address# 3"
-                                   << "";
-    QTest::newRow("4 has no text") << 4 << "Control Address# 3"
-                                   << "";
+    for (int code : {0, 4, 5, 17, -5})
+        QTest::addRow("%d has no text", code) << code << "Control Address# 3"
+                                              << "";
 }
 
 void TstFrmLogger::errorTextsOfBothForms() {
@@ -60,39 +46,34 @@ void TstFrmLogger::errorTextsOfBothForms() {
     QFETCH(QString, write);
     QCOMPARE(commErrorLine(code, 2), line);
     QCOMPARE(commErrorWriteText(code), write);
+    QCOMPARE(commErrorLoggerText(code).isEmpty(), write.isEmpty());
 }
 
-void TstFrmLogger::unknownCodesHaveNoText() {
-    for (int code : {0, 4, 5, 17, -5})
-        QVERIFY2(commErrorLoggerText(code).isEmpty() && commErrorWriteText(code).isEmpty(),
-                 qPrintable(QString::number(code)));
-}
-
-void TstFrmLogger::reportWritesLineStatusAndBeep() {
-    TestEnv env;
-    auto* main = new FrmMain;
-    FrmLogger logger;
-    gComBeep = true;
-    gPollIndex = 4;
-    reportCommError(-3);
-    QCOMPARE(env.beeper->count, 1);
-    QCOMPARE(main->statusText(), kStatusCommError);
-    QCOMPARE(logger.text(),
-             QStringLiteral("\nControl Address# 5, Device did not respond in 1 sec."));
-    gComBeep = false;
-    reportCommError(2);
-    QCOMPARE(env.beeper->count, 1);
-    QVERIFY(logger.text().endsWith("\nControl Address# 5, Illegal Data Address."));
-}
-
-void TstFrmLogger::minimizingRestoresNormalStatusUntilNextReport() {
+// A report beeps when asked to, and writes the line by list position and the status; a code
+// without a text only beeps. Minimizing the logger restores the status until the next report.
+void TstFrmLogger::reportsStatusAndClose() {
     TestEnv env;
     auto* main = new FrmMain;
     auto* logger = new FrmLogger;
     main->mdiArea()->addSubWindow(logger);
     main->show();
     logger->show();
+    gComBeep = true;
+    gPollIndex = 4;
+    reportCommError(-3);
+    QCOMPARE(env.beeper->count, 1);
+    QCOMPARE(main->statusText(), kStatusCommError);
+    QCOMPARE(logger->text(),
+             QStringLiteral("\nControl Address# 5, Device did not respond in 1 sec."));
+    main->setStatusText(kStatusNormal);
+    reportCommError(4);
+    QCOMPARE(env.beeper->count, 2);
+    QCOMPARE(main->statusText(), kStatusNormal);
+    gComBeep = false;
     reportCommError(-1);
+    QCOMPARE(env.beeper->count, 2);
+    QCOMPARE(logger->text(), QStringLiteral("\nControl Address# 5, Device did not respond in 1 sec."
+                                            "\nControl Address# 5, Adapter Invalid."));
     QCOMPARE(main->statusText(), kStatusCommError);
     logger->showNormal();
     QCOMPARE(main->statusText(), kStatusCommError); // restoring alone changes nothing
@@ -100,31 +81,33 @@ void TstFrmLogger::minimizingRestoresNormalStatusUntilNextReport() {
     QCOMPARE(main->statusText(), kStatusNormal);
     reportCommError(-1);
     QCOMPARE(main->statusText(), kStatusCommError);
-}
 
-void TstFrmLogger::closeRequestMinimizes() {
-    TestEnv env;
-    auto* main = new FrmMain;
-    auto* logger = new FrmLogger;
-    main->mdiArea()->addSubWindow(logger);
-    main->show();
-    logger->show();
-    logger->appendLine("kept");
+    // A close request minimizes it, with its lines.
+    logger->showNormal();
     QVERIFY(!logger->close());
     QVERIFY(logger->isMinimized());
     QCOMPARE(main->mdiArea()->subWindowList().size(), 1);
-    QVERIFY(logger->text().contains("kept"));
+    QVERIFY(logger->text().contains("Adapter Invalid."));
 }
 
 void TstFrmLogger::saveAsRichText() {
     TestEnv env;
     FrmLogger logger;
     logger.appendLine("Control Address# 1, Adapter Invalid.");
-    logger.appendLine("Control Address# 2, Slave Busy. Add ");
+    logger.appendLine("Control Address# 2, Slave Busy. Add {x}\\c \u00b0C \u4e2d");
+    logger.saveLoggerFile(); // no scripted file: cancelled
+    QVERIFY(env.dialogs->boxes.isEmpty());
+    env.dialogs->chooseFile(env.path("no such folder/logger.rtf"));
+    logger.saveLoggerFile();
+    QCOMPARE(env.dialogs->texts(),
+             QStringList{"Logger file can not be saved. Check filename or disk space"});
+    QCOMPARE(env.dialogs->boxes[0].icon, MsgIcon::Critical);
+    env.dialogs->boxes.clear();
+
     env.dialogs->chooseFile(env.path("logger.rtf"));
     logger.saveLoggerFile();
-    QCOMPARE(env.dialogs->fileRequests.size(), 1);
-    const FileDialogRequest& r = env.dialogs->fileRequests[0];
+    QCOMPARE(env.dialogs->fileRequests.size(), 3);
+    const FileDialogRequest& r = env.dialogs->fileRequests[2];
     QCOMPARE(r.title, QStringLiteral("Save .rtf Recipe file as?"));
     QCOMPARE(r.filter, QStringLiteral("Logger Files(*.rtf)|*.rtf"));
     QCOMPARE(r.fileName, QStringLiteral("logger.rtf"));
@@ -136,28 +119,14 @@ void TstFrmLogger::saveAsRichText() {
     const QByteArray rtf = f.readAll();
     QVERIFY(rtf.startsWith("{\\rtf1"));
     QVERIFY(rtf.contains("\\par\r\nControl Address# 1, Adapter Invalid.\\par\r\nControl Address# "
-                         "2, Slave Busy. Add "));
+                         "2, Slave Busy. Add \\{x\\}\\\\c \\u176?C \\u20013?"));
     QVERIFY(rtf.trimmed().endsWith('}'));
     QVERIFY(env.dialogs->boxes.isEmpty());
-}
 
-void TstFrmLogger::saveCancelledOrFailing() {
-    TestEnv env;
-    FrmLogger logger;
-    logger.appendLine("line");
-    logger.saveLoggerFile(); // no scripted file: cancelled
-    QVERIFY(env.dialogs->boxes.isEmpty());
-    env.dialogs->chooseFile(env.path("no such folder/logger.rtf"));
-    logger.saveLoggerFile();
-    QCOMPARE(env.dialogs->texts(),
-             QStringList{"Logger file can not be saved. Check filename or disk space"});
-    QCOMPARE(env.dialogs->boxes[0].icon, MsgIcon::Critical);
-    QCOMPARE(logger.text(), QStringLiteral("\nline"));
     // Security on without right 19: nothing, not even the dialog.
     g21CFR = true;
-    env.dialogs->boxes.clear();
     logger.saveLoggerFile();
-    QCOMPARE(env.dialogs->fileRequests.size(), 2);
+    QCOMPARE(env.dialogs->fileRequests.size(), 3);
     QCOMPARE(env.dialogs->texts(), QStringList{"Access denied to operator level security!"});
 }
 
@@ -201,11 +170,6 @@ void TstFrmLogger::writeAndGeneralErrorBoxes() {
                  "Error 9 = Subscript out of range in function getgControllerValuesFakeProcedure "
                  "occurred.\nPlease contact Brenlock with this error."));
     QCOMPARE(env.dialogs->boxes[1].buttons, MsgButtons::Ok);
-}
-
-void TstFrmLogger::rtfEscapesBracesAndNonAscii() {
-    const QByteArray rtf = plainTextToRtf(QStringLiteral("a{b}\\c\n\u00b0C \u4e2d"));
-    QVERIFY(rtf.contains("a\\{b\\}\\\\c\\par\r\n\\u176?C \\u20013?"));
 }
 
 QTEST_MAIN(TstFrmLogger)

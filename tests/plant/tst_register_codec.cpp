@@ -8,35 +8,21 @@ class TstRegisterCodec : public QObject {
 private slots:
     void init() { resetPlantStore(); }
 
-    void wordsAndBits();
-
+    void bitsOfNegativeWords();
     void k40Decoding_data();
     void k40Decoding();
-
     void profilerDecodingIsSignedTenths();
-
-    void rawMultiplier_data();
-    void rawMultiplier();
-
-    void encodingRoundsHalfToEven_data();
-    void encodingRoundsHalfToEven();
-    void encodingInvertsDecoding();
+    void rawMultiplierInvertsTheDecodedScale();
+    void encodingRoundsHalfToEvenAndInvertsDecoding();
     void readingsAcceptNumberTextAndEmpty();
 };
 
-void TstRegisterCodec::wordsAndBits() {
-    QCOMPARE(wordToUnsigned(-1), 65535);
-    QCOMPARE(wordToUnsigned(-32768), 32768);
-    QCOMPARE(wordToUnsigned(32767), 32767);
+// Status words arrive as signed 16-bit numbers; their high bits must still count.
+void TstRegisterCodec::bitsOfNegativeWords() {
     QCOMPARE(highByte(-1), 255); // raised by 65536 first
-    QCOMPARE(highByte(0x1301), 0x13);
     QCOMPARE(highByte(-32768), 128);
-    QVERIFY(bitIsSet(0x1000, 12));
+    QVERIFY(bitIsSet(-1, 15));
     QVERIFY(!bitIsSet(0x0FFF, 12));
-    QVERIFY(bitIsSet(-1, 15)); // a negative word still has its high bits
-    QCOMPARE(decimalCode(0x0100), qint16(1));
-    QCOMPARE(decimalCode(0x0200), qint16(2));
-    QCOMPARE(decimalCode(0x1301), qint16(3));
     QCOMPARE(decimalCode(static_cast<qint16>(0xFCFF)), qint16(0)); // only bits 8 and 9 count
 }
 
@@ -98,50 +84,27 @@ void TstRegisterCodec::profilerDecodingIsSignedTenths() {
     QCOMPARE(gDecimal[row], qint16(1));
 }
 
-void TstRegisterCodec::rawMultiplier_data() {
-    QTest::addColumn<bool>("fixedTenth");
-    QTest::addColumn<int>("decimal");
-    QTest::addColumn<int>("multiplier");
-    QTest::newRow("scaled 0") << false << 0 << 1;
-    QTest::newRow("scaled 1") << false << 1 << 10;
-    QTest::newRow("scaled 2") << false << 2 << 100;
-    QTest::newRow("scaled 3") << false << 3 << 1000;
-    QTest::newRow("fixed 0") << true << 0 << 10;
-    QTest::newRow("fixed 1") << true << 1 << 10;
-    QTest::newRow("fixed 2 gives 0") << true << 2 << 0;
-    QTest::newRow("fixed 3 gives 0") << true << 3 << 0;
+// Engineering values written to a register are multiplied back by what decoding divided by,
+// except on fixed-tenths controllers with a code above 1, which the dialogs refuse with 0.
+void TstRegisterCodec::rawMultiplierInvertsTheDecodedScale() {
+    for (int status : {0x1000, 0x1100, 0x1200, 0x1300, 0x0000, 0x0100, 0x0200, 0x0300}) {
+        const qint16 block[5] = {0, 0, 0, 0, static_cast<qint16>(status)};
+        decodeK40Block(4, block);
+        const bool refused = gFixedTenth[4] && gDecimal[4] > 1;
+        QCOMPARE(rawMultiplier(4), refused ? 0 : qRound(1.0F / gScale[4]));
+    }
+    QCOMPARE(rawMultiplier(64), 0);
+    QCOMPARE(rawMultiplier(-1), 0);
 }
 
-void TstRegisterCodec::rawMultiplier() {
-    QFETCH(bool, fixedTenth);
-    QFETCH(int, decimal);
-    QFETCH(int, multiplier);
-    gFixedTenth[4] = fixedTenth;
-    gDecimal[4] = static_cast<qint16>(decimal);
-    QCOMPARE(::rawMultiplier(4), multiplier);
-    QCOMPARE(::rawMultiplier(64), 0);
-    QCOMPARE(::rawMultiplier(-1), 0);
-}
-
-void TstRegisterCodec::encodingRoundsHalfToEven_data() {
-    QTest::addColumn<double>("value");
-    QTest::addColumn<int>("tenths");
+void TstRegisterCodec::encodingRoundsHalfToEvenAndInvertsDecoding() {
     // Binary fractions, so that the half is exact.
-    QTest::newRow("0.25 -> 2") << 0.25 << 2;
-    QTest::newRow("0.75 -> 8") << 0.75 << 8;
-    QTest::newRow("1.25 -> 12") << 1.25 << 12;
-    QTest::newRow("-0.25 -> -2") << -0.25 << -2;
-    QTest::newRow("-0.75 -> -8") << -0.75 << -8;
-    QTest::newRow("12.3 -> 123") << 12.3 << 123;
-}
-
-void TstRegisterCodec::encodingRoundsHalfToEven() {
-    QFETCH(double, value);
-    QFETCH(int, tenths);
-    QCOMPARE(encodeTenths(value), qint16(tenths));
-}
-
-void TstRegisterCodec::encodingInvertsDecoding() {
+    QCOMPARE(encodeTenths(0.25), qint16(2));
+    QCOMPARE(encodeTenths(0.75), qint16(8));
+    QCOMPARE(encodeTenths(1.25), qint16(12));
+    QCOMPARE(encodeTenths(-0.25), qint16(-2));
+    QCOMPARE(encodeTenths(-0.75), qint16(-8));
+    QCOMPARE(encodeTenths(12.3), qint16(123));
     // Halves at the register: 0.5 and 1.5 whole units with scale 1.
     QCOMPARE(encodeK40(0.5, 1.0F), 20000); // 19999.5 -> 20000 (even)
     QCOMPARE(encodeK40(1.5, 1.0F), 20000); // 20000.5 -> 20000 (even)
