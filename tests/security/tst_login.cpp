@@ -75,10 +75,23 @@ void signedPlant(TestEnv& env) {
     gUserLevel = 1;
 }
 
-void expectSession(const QString& id, const QString& fullName, int level) {
-    QCOMPARE(gUserId, id);
-    QCOMPARE(gUserFullName, fullName);
-    QCOMPARE(gUserLevel, qint16(level));
+// Queues one press of OK per user/password pair.
+void logins(TestEnv& env, const QList<QStringList>& pairs) {
+    for (const QStringList& p : pairs)
+        env.modals.login(p[0], p[1]);
+}
+
+// Id, full name, comment and level of the session.
+QStringList session() {
+    return {gUserId, gUserFullName, gUserComment, QString::number(gUserLevel)};
+}
+const QStringList kJdoe{"jdoe", "Jane Doe", "Line 1", "1"};
+
+QStringList titles(const TestEnv& env) {
+    QStringList out;
+    for (const ShownBox& b : env.dialogs->boxes)
+        out << b.title;
+    return out;
 }
 } // namespace
 
@@ -86,20 +99,19 @@ void TstLogin::groupOrderDecidesTheLevel_data() {
     QTest::addColumn<QStringList>("groups");
     QTest::addColumn<bool>("found");
     QTest::addColumn<int>("level");
-    const QString ad = "Sorvantel Administrators";
-    const QString su = "Sorvantel Supervisors";
-    const QString op = "Sorvantel Operators";
-    QTest::newRow("supervisor, operator, administrator") << QStringList{su, op, ad} << true << 1;
-    QTest::newRow("operator, administrator") << QStringList{op, ad} << true << 0;
-    QTest::newRow("administrator, operator, administrator: the last decides")
-        << QStringList{ad, op, ad} << true << 2;
-    QTest::newRow("administrator, supervisor") << QStringList{ad, su} << true << 1;
-    QTest::newRow("administrator only") << QStringList{ad} << true << 2;
-    QTest::newRow("other groups are skipped")
-        << QStringList{"users", ad, "Sorvantel Guests", su, "wheel"} << true << 1;
-    QTest::newRow("names compare exactly")
-        << QStringList{"sorvantel administrators", " Sorvantel Operators"} << false << 7;
-    QTest::newRow("no group") << QStringList{} << false << 7;
+    const QString ad = "Sorvantel Administrators", su = "Sorvantel Supervisors",
+                  op = "Sorvantel Operators";
+    const auto row = [](const char* name, const QStringList& g, bool found, int level) {
+        QTest::newRow(name) << g << found << level;
+    };
+    row("su, op, ad", {su, op, ad}, true, 1);
+    row("op, ad", {op, ad}, true, 0);
+    row("ad, op, ad: the last decides", {ad, op, ad}, true, 2);
+    row("ad, su", {ad, su}, true, 1);
+    row("ad only", {ad}, true, 2);
+    row("other groups are skipped", {"users", ad, "Sorvantel Guests", su, "wheel"}, true, 1);
+    row("names compare exactly", {"sorvantel administrators", " Sorvantel Operators"}, false, 7);
+    row("no group", {}, false, 7);
 }
 
 void TstLogin::groupOrderDecidesTheLevel() {
@@ -168,10 +180,8 @@ void TstLogin::gecosFieldsGiveNameAndComment() {
     QFETCH(QString, fullName);
     QFETCH(QString, comment);
     const AccountRecord r = recordFromPasswd("jdoe", gecos);
-    QCOMPARE(r.logonName, QStringLiteral("jdoe"));
-    QCOMPARE(r.fullName, fullName);
-    QCOMPARE(r.comment, comment);
-    QVERIFY(r.userComment.isEmpty());
+    QCOMPARE((QStringList{r.logonName, r.fullName, r.comment, r.userComment}),
+             (QStringList{"jdoe", fullName, comment, ""}));
 }
 
 void TstLogin::dialogLayout() {
@@ -196,21 +206,18 @@ void TstLogin::menuLoginThreeFailures() {
     auto* main = new FrmMain;
     signedPlant(env);
     env.accounts->addUser("guest", "pw", {"guest", "users"});
-    env.modals.login("mlee", "wrong-1");
-    env.modals.login("guest", "pw"); // a right password without a group counts as well
-    env.modals.login("mlee", "wrong-3");
+    // A right password without a group counts as a failure as well.
+    logins(env, {{"mlee", "wrong-1"}, {"guest", "pw"}, {"mlee", "wrong-3"}});
     main->menuItem("mnuLogon")->trigger();
     QCOMPARE(env.modals.pending(), 0);
     QCOMPARE(env.dialogs->texts(),
              (QStringList{kBadPassword, kBadGroup, kBadPassword, kThreeFailures}));
-    QCOMPARE(env.dialogs->boxes[0].title, QStringLiteral("Login"));
-    QCOMPARE(env.dialogs->boxes[0].icon, MsgIcon::Critical);
-    QCOMPARE(env.dialogs->boxes[3].title, QStringLiteral("Login Failure"));
-    QCOMPARE(env.dialogs->boxes[3].icon, MsgIcon::Critical);
+    QCOMPARE(titles(env), (QStringList{"Login", "Login", "Login", "Login Failure"}));
+    for (const ShownBox& b : env.dialogs->boxes)
+        QCOMPARE(b.icon, MsgIcon::Critical);
     // The attempt is on the trail under the last typed name; the session is as it was.
     QCOMPARE(auditOf(env), (QList<QStringList>{{"mlee", "", "", "Login Failed"}}));
-    expectSession("jdoe", "Jane Doe", 1);
-    QCOMPARE(gUserComment, QStringLiteral("Line 1"));
+    QCOMPARE(session(), kJdoe);
     QVERIFY(!gLoggedOn);
     // The count is per dialog: a new one starts at nothing.
     env.modals.login("mlee", "wrong-4");
@@ -225,26 +232,22 @@ void TstLogin::forgedNameNeverReachesAccountsOrRecords() {
     auto* main = new FrmMain;
     signedPlant(env);
     const QString forged = "mlee,Mary Lee,QA,Digital Signature of file /data/B42.slg";
-    env.modals.login(forged, "pw-mlee");
-    env.modals.login("mlee\nMary Lee", "pw-mlee");
-    env.modals.login(forged, "pw-mlee");
+    logins(env, {{forged, "pw-mlee"}, {"mlee\nMary Lee", "pw-mlee"}, {forged, "pw-mlee"}});
     QVERIFY(!checkAccessWithLogin(Right::SignDataFiles, "Digital Signature of file a.slg"));
     QCOMPARE(env.dialogs->texts(),
              (QStringList{kBadPassword, kBadPassword, kBadPassword, kThreeFailures}));
     QVERIFY(env.accounts->checkedUsers.isEmpty());
     // The failure is on the trail, the typed text shown but unable to fill a field of its own.
-    QCOMPARE(plainLinesOf(env.path(kAuditFile)).size(), 1);
-    QCOMPARE(plainLinesOf(env.path(kAuditFile)).first().count(u','), 5);
+    QCOMPARE(plainLinesOf(env.path(kAuditFile)).value(0).count(u','), 5);
     QCOMPARE(auditOf(env),
              (QList<QStringList>{{"mlee?Mary?Lee?QA?Digital?Signature?of?file??data?B42.slg", "",
                                   "", "Login Failed during Digital Signature of file a.slg"}}));
-    expectSession("jdoe", "Jane Doe", 1);
+    QCOMPARE(session(), kJdoe);
     // From the menu as well: nothing of the text stands as a session's id.
-    for (int i = 0; i < 3; ++i)
-        env.modals.login("mlee,", "pw-mlee");
+    logins(env, {{"mlee,", "pw-mlee"}, {"mlee,", "pw-mlee"}, {"mlee,", "pw-mlee"}});
     main->menuItem("mnuLogon")->trigger();
     QCOMPARE(auditOf(env).last(), (QStringList{"mlee?", "", "", "Login Failed"}));
-    expectSession("jdoe", "Jane Doe", 1);
+    QCOMPARE(session(), kJdoe);
 }
 
 void TstLogin::unavailableCheckIsNoFailedAttempt() {
@@ -252,8 +255,7 @@ void TstLogin::unavailableCheckIsNoFailedAttempt() {
     auto* main = new FrmMain;
     signedPlant(env);
     env.accounts->serviceDown = true;
-    for (int i = 0; i < 3; ++i)
-        env.modals.login("mlee", "pw-mlee");
+    logins(env, {{"mlee", "pw-mlee"}, {"mlee", "pw-mlee"}, {"mlee", "pw-mlee"}});
     env.modals.cancelLogin(); // the dialog is still there after three
     QVERIFY(!checkAccessWithLogin(Right::SignDataFiles, "Digital Signature of file a.slg"));
     const QString unavailable =
@@ -262,12 +264,12 @@ void TstLogin::unavailableCheckIsNoFailedAttempt() {
     QCOMPARE(env.dialogs->texts(), (QStringList{unavailable, unavailable, unavailable}));
     QCOMPARE(env.modals.pending(), 0);
     QVERIFY(!QFile::exists(env.path(kAuditFile)));
-    expectSession("jdoe", "Jane Doe", 1);
+    QCOMPARE(session(), kJdoe);
     // Once the service is back, the login goes through.
     env.accounts->serviceDown = false;
     env.modals.login("mlee", "pw-mlee");
     main->menuItem("mnuLogon")->trigger();
-    expectSession("mlee", "Mary Lee", 2);
+    QCOMPARE(session(), (QStringList{"mlee", "Mary Lee", "QA", "2"}));
 }
 
 void TstLogin::failureThenSuccessLogsOn() {
@@ -288,8 +290,7 @@ void TstLogin::failureThenSuccessLogsOn() {
     });
     main->menuItem("mnuLogon")->trigger();
     QCOMPARE(env.dialogs->texts(), QStringList{kBadPassword});
-    expectSession("tom", "Tom Field", 0);
-    QCOMPARE(gUserComment, QStringLiteral("Night shift"));
+    QCOMPARE(session(), (QStringList{"tom", "Tom Field", "Night shift", "0"}));
     QCOMPARE(gComputerName, env.accounts->computer);
     QVERIFY(gLoggedOn);
     QCOMPARE(auditOf(env), (QList<QStringList>{{"tom", "Tom Field", "Night shift", "Login"}}));
@@ -305,10 +306,9 @@ void TstLogin::securityOffAsksAndRecordsNothing() {
     main->menuItem("mnuLogOff")->trigger();
     QCOMPARE(env.dialogs->texts(),
              (QStringList{"System security is not enabled!\n", "System security is not enabled!"}));
-    for (const ShownBox& b : env.dialogs->boxes) {
-        QCOMPARE(b.title, QStringLiteral("Sorvantel"));
-        QCOMPARE(b.icon, MsgIcon::Question);
-    }
+    for (const ShownBox& b : env.dialogs->boxes)
+        QCOMPARE((std::pair{b.title, b.icon}),
+                 (std::pair{QString("Sorvantel"), MsgIcon::Question}));
     QCoreApplication::processEvents();
     QVERIFY(env.modals.seen.isEmpty());
     QVERIFY(!QDir(env.path("Audit")).exists());
@@ -332,8 +332,7 @@ void TstLogin::signatureNeedsTheRightBeforeAndAfterAsking() {
     QCOMPARE(auditOf(env),
              (QList<QStringList>{{"tom", "Tom Field", "Night shift",
                                   "User access denied during Digital Signature of file a.slg"}}));
-    expectSession("jdoe", "Jane Doe", 1);
-    QCOMPARE(gUserComment, QStringLiteral("Line 1"));
+    QCOMPARE(session(), kJdoe);
 }
 
 void TstLogin::signerStaysLoggedOn() {
@@ -341,7 +340,7 @@ void TstLogin::signerStaysLoggedOn() {
     signedPlant(env);
     env.modals.login("mlee", "pw-mlee");
     QVERIFY(checkAccessWithLogin(Right::SignDataFiles, "Digital Signature of file a.slg"));
-    expectSession("mlee", "Mary Lee", 2);
+    QCOMPARE(session(), (QStringList{"mlee", "Mary Lee", "QA", "2"}));
     // Every signed action asks again, also of the same user.
     env.modals.login("mlee", "pw-mlee");
     QVERIFY(checkAccessWithLogin(Right::SignDataFiles, "Digital Signature of file b.slg"));
@@ -361,24 +360,22 @@ void TstLogin::cancelLeavesNoTraceNorHidesAFailure() {
     QVERIFY(gLoginCancelled);
     QVERIFY(!gLoggedOn);
     QVERIFY(!QFile::exists(env.path(kAuditFile)));
-    expectSession("jdoe", "Jane Doe", 1);
+    QCOMPARE(session(), kJdoe);
     // Three failures of a signature are recorded under the last typed name all the same.
-    env.modals.login("mlee", "a");
-    env.modals.login("nobody", "b");
-    env.modals.login("Mallory", "c");
+    logins(env, {{"mlee", "a"}, {"nobody", "b"}, {"Mallory", "c"}});
     QVERIFY(!checkAccessWithLogin(Right::SignDataFiles, "Clear Alarm Log"));
     QCOMPARE(env.dialogs->texts(),
              (QStringList{kBadPassword, kBadPassword, kBadPassword, kBadPassword, kThreeFailures}));
     QCOMPARE(auditOf(env),
              (QList<QStringList>{{"Mallory", "", "", "Login Failed during Clear Alarm Log"}}));
-    expectSession("jdoe", "Jane Doe", 1);
+    QCOMPARE(session(), kJdoe);
     QVERIFY(!gLoggedOn);
     // A signature cancelled after a failure adds nothing and leaves the next one free.
     env.modals.login("mlee", "wrong");
     env.modals.cancelLogin();
     QVERIFY(!checkAccessWithLogin(Right::SignDataFiles, "Clear Alarm Log"));
     QCOMPARE(auditOf(env).size(), 1);
-    expectSession("jdoe", "Jane Doe", 1);
+    QCOMPARE(session(), kJdoe);
     QVERIFY(!gLoginCancelled);
 }
 
@@ -406,11 +403,8 @@ void TstLogin::lengthTestOfUserData() {
     env.modals.login(user, "pw");
     QVERIFY(checkAccessWithLogin(Right::SignDataFiles, "Verify"));
     // The level follows the groups either way; the names only when the lengths share a bit.
-    QCOMPARE(gUserLevel, qint16(2));
-    if (copied)
-        expectSession(user, "New Person", 2);
-    else
-        expectSession("jdoe", "Jane Doe", 2);
+    QCOMPARE(session(), (copied ? QStringList{user, "New Person", "New", "2"}
+                                : QStringList{"jdoe", "Jane Doe", "Line 1", "2"}));
     QCOMPARE(auditOf(env).value(0).value(0), copied ? user : QStringLiteral("jdoe"));
 }
 
@@ -421,7 +415,7 @@ void TstLogin::unreadableAccountEmptiesTheNames() {
     env.accounts->users["ghost"].record.reset();
     env.modals.login("ghost", "pw");
     QVERIFY(checkAccessWithLogin(Right::SignDataFiles, "Verify"));
-    expectSession("", "", 1);
+    QCOMPARE(session(), (QStringList{"", "", "", "1"}));
     QCOMPARE(auditOf(env), (QList<QStringList>{{"", "", "", "Verify"}}));
 }
 
@@ -435,23 +429,18 @@ void TstLogin::logOffTextsAndEmptyIdAfterwards() {
     QCOMPARE(gUserLevel, qint16(2)); // cancelled: nothing changes
     QVERIFY(!QFile::exists(env.path(kAuditFile)));
     main->menuItem("mnuLogOff")->trigger();
-    QCOMPARE(env.dialogs->boxes.size(), 3);
-    const ShownBox ask = env.dialogs->boxes[1];
-    QCOMPARE(ask.text, QStringLiteral("Log off Sorvantel System . Are you sure?"));
-    QCOMPARE(ask.title, QStringLiteral("Log off"));
-    QCOMPARE(ask.buttons, MsgButtons::OkCancel);
-    const ShownBox done = env.dialogs->boxes[2];
-    QCOMPARE(done.text, QStringLiteral(" has been logged off successfully!\n"
-                                       "System will default to operator level security."));
-    QCOMPARE(done.title, QStringLiteral("Log Off"));
+    QCOMPARE(env.dialogs->boxes[1].buttons, MsgButtons::OkCancel);
     // The line still carries the old name.
     QCOMPARE(auditOf(env), (QList<QStringList>{{"Sorvantel System", "", "", "Logged Off"}}));
     QCOMPARE(gUserId, QString());
     QCOMPARE(gUserLevel, qint16(0));
     main->menuItem("mnuLogOff")->trigger();
-    QCOMPARE(env.dialogs->boxes.size(), 4);
-    QCOMPARE(env.dialogs->boxes[3].text, QStringLiteral("There are no users logged on!"));
-    QCOMPARE(env.dialogs->boxes[3].title, QStringLiteral("Log Off"));
+    const QString ask = "Log off Sorvantel System . Are you sure?";
+    QCOMPARE(env.dialogs->texts(), (QStringList{ask, ask,
+                                                " has been logged off successfully!\n"
+                                                "System will default to operator level security.",
+                                                "There are no users logged on!"}));
+    QCOMPARE(titles(env), (QStringList{"Log off", "Log off", "Log Off", "Log Off"}));
     QCOMPARE(auditOf(env).size(), 1);
 }
 
