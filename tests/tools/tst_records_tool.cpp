@@ -94,26 +94,24 @@ void TstRecordsTool::damagedLinesAreNamed_data() {
         h << encryptText(line).toLatin1();
     const QByteArray crlf = "\r\n";
 
-    QTest::newRow("digit changed in line 2 of 3")
-        << h[0] + crlf + withDigitChanged(h[1], h[1].size() / 2) + crlf + h[2] + crlf
-        << QStringList{p[0], {}, p[2]} << QList<int>{2};
-    QTest::newRow("torn last line") << h[0] + crlf + h[1] + crlf + h[2].left(h[2].size() / 2)
-                                    << QStringList{p[0], p[1], {}} << QList<int>{3};
-    QTest::newRow("last line without its end")
-        << h[0] + crlf + h[1] + crlf + h[2] << p << QList<int>{};
-    QTest::newRow("last line cut between CR and LF")
-        << h[0] + crlf + h[1] + crlf + h[2] + '\r' << p << QList<int>{};
-    QTest::newRow("bare LF") << h[0] + '\n' + h[1] + '\n' + h[2] + '\n' << p << QList<int>{};
-    QTest::newRow("blank line between")
-        << h[0] + crlf + crlf + h[2] + crlf << QStringList{p[0], {}, p[2]} << QList<int>{2};
-    QTest::newRow("plain text put in by hand") << h[0] + crlf + p[1].toLatin1() + crlf + h[2] + crlf
-                                               << QStringList{p[0], {}, p[2]} << QList<int>{2};
-    QTest::newRow("two lines run together")
-        << h[0] + h[1] + crlf + h[2] + crlf << QStringList{{}, p[2]} << QList<int>{1};
-    QTest::newRow("empty file") << QByteArray() << QStringList() << QList<int>{};
-    QTest::newRow("an empty plain line is no damage")
-        << h[0] + crlf + encryptText(QString()).toLatin1() + crlf << QStringList{p[0], {}}
-        << QList<int>{};
+    const auto row = [](const char* name, const QByteArray& file, const QStringList& plain,
+                        const QList<int>& damaged) {
+        QTest::newRow(name) << file << plain << damaged;
+    };
+    const QStringList gap2{p[0], {}, p[2]};
+    row("digit changed in 2 of 3",
+        h[0] + crlf + withDigitChanged(h[1], h[1].size() / 2) + crlf + h[2] + crlf, gap2, {2});
+    row("torn last line", h[0] + crlf + h[1] + crlf + h[2].left(h[2].size() / 2), {p[0], p[1], {}},
+        {3});
+    row("last line without its end", h[0] + crlf + h[1] + crlf + h[2], p, {});
+    row("last line cut between CR and LF", h[0] + crlf + h[1] + crlf + h[2] + '\r', p, {});
+    row("bare LF", h[0] + '\n' + h[1] + '\n' + h[2] + '\n', p, {});
+    row("blank line between", h[0] + crlf + crlf + h[2] + crlf, gap2, {2});
+    row("plain text put in by hand", h[0] + crlf + p[1].toLatin1() + crlf + h[2] + crlf, gap2, {2});
+    row("two lines run together", h[0] + h[1] + crlf + h[2] + crlf, {{}, p[2]}, {1});
+    row("empty file", {}, {}, {});
+    row("an empty plain line is no damage", h[0] + crlf + encryptText({}).toLatin1() + crlf,
+        {p[0], {}}, {});
 }
 
 void TstRecordsTool::damagedLinesAreNamed() {
@@ -130,16 +128,14 @@ void TstRecordsTool::damagedLinesAreNamed() {
 
     const Run print =
         inProcess([&](QIODevice& out, QIODevice& err) { return printRecords({path}, out, err); });
-    QCOMPARE(print.out, plain);
-    QCOMPARE(print.err, errors);
-    QCOMPARE(print.status, status);
+    QCOMPARE(std::make_tuple(print.out, print.err, print.status),
+             std::make_tuple(plain, errors, status));
 
     // The export holds the same lines, a damaged one left empty in its place.
     const Run exported = inProcess([&](QIODevice& out, QIODevice& err) {
         return exportRecords(path, QString(), false, out, err);
     });
-    QCOMPARE(exported.err, errors);
-    QCOMPARE(exported.status, status);
+    QCOMPARE(std::make_tuple(exported.err, exported.status), std::make_tuple(errors, status));
     QByteArray csv;
     for (const QString& line : plain)
         csv += line.toUtf8() + "\r\n";
@@ -155,7 +151,7 @@ void TstRecordsTool::verify_data() {
     QTest::addColumn<QStringList>("errors"); // "{sif}" is the signature file
     QTest::addColumn<int>("status");
 
-    const QString& header = kHeader;
+    const QString header = kHeader;
     const QString anna = signatureLine("anna", "None", "{hash}");
     const QString annaValid = QStringLiteral(
         "line %1: signed 3/14/26 11:00:00 AM by anna (anna Name), comment \"None\": valid");
@@ -163,38 +159,31 @@ void TstRecordsTool::verify_data() {
         QStringLiteral("line %1: signed 3/14/26 11:00:00 AM by anna (anna Name), comment "
                        "\"None\": does not match (the file changed after this signature)");
 
-    QTest::newRow("one byte changed after signing")
-        << QStringList{header, anna} << true << QStringList{annaChanged.arg(2)} << QStringList()
-        << int(kMismatch);
-    QTest::newRow("signed again after the change")
-        << QStringList{header, anna, signatureLine("anna", "None", "{new}")} << true
-        << QStringList{annaChanged.arg(2), annaValid.arg(3)} << QStringList() << int(kMismatch);
-    QTest::newRow("comment with a comma")
-        << QStringList{header, signatureLine("anna", "ok, checked", "{hash}")} << false
-        << QStringList{"line 2: signed 3/14/26 11:00:00 AM by anna (anna Name), comment \"ok, "
-                       "checked\": valid"}
-        << QStringList() << int(kOk);
-    QTest::newRow("signed while the hash failed")
-        << QStringList{header, signatureLine("anna", "None", "")} << false
-        << QStringList{"line 2: signed 3/14/26 11:00:00 AM by anna (anna Name), comment \"None\": "
-                       "does not match (the signature holds no valid hash)"}
-        << QStringList() << int(kMismatch);
-    QTest::newRow("only the header")
-        << QStringList{header} << false << QStringList() << QStringList{"{sif}: holds no signature"}
-        << int(kNotVerified);
-    QTest::newRow("header lost, signed again")
-        << QStringList{anna} << false << QStringList{annaValid.arg(1)}
-        << QStringList{"{sif}: line 1 is not the header line"} << int(kNotVerified);
-    QTest::newRow("a line that is no signature")
-        << QStringList{header, "3/14/26,11:00:00 AM,anna,Anna,QA,Viewed,None,{hash}", anna} << false
-        << QStringList{annaValid.arg(3)} << QStringList{"{sif}: line 2 is not a signature line"}
-        << int(kNotVerified);
-    QTest::newRow("damaged signature line")
-        << QStringList{header, "{damaged}", anna} << false << QStringList{annaValid.arg(3)}
-        << QStringList{"{sif}: line 2 does not decipher"} << int(kDamaged);
-    QTest::newRow("damaged line and a changed file")
-        << QStringList{"{damaged}", anna} << true << QStringList{annaChanged.arg(2)}
-        << QStringList{"{sif}: line 1 does not decipher"} << int(kMismatch);
+    const auto row = [](const char* name, const QStringList& sif, bool change,
+                        const QStringList& verdicts, const QStringList& errors, int status) {
+        QTest::newRow(name) << sif << change << verdicts << errors << status;
+    };
+    row("one byte changed after signing", {header, anna}, true, {annaChanged.arg(2)}, {},
+        kMismatch);
+    row("signed again after the change", {header, anna, signatureLine("anna", "None", "{new}")},
+        true, {annaChanged.arg(2), annaValid.arg(3)}, {}, kMismatch);
+    row("comment with a comma", {header, signatureLine("anna", "ok, checked", "{hash}")}, false,
+        {"line 2: signed 3/14/26 11:00:00 AM by anna (anna Name), comment \"ok, checked\": valid"},
+        {}, kOk);
+    row("signed while the hash failed", {header, signatureLine("anna", "None", "")}, false,
+        {"line 2: signed 3/14/26 11:00:00 AM by anna (anna Name), comment \"None\": does not "
+         "match (the signature holds no valid hash)"},
+        {}, kMismatch);
+    row("only the header", {header}, false, {}, {"{sif}: holds no signature"}, kNotVerified);
+    row("header lost, signed again", {anna}, false, {annaValid.arg(1)},
+        {"{sif}: line 1 is not the header line"}, kNotVerified);
+    row("a line that is no signature",
+        {header, "3/14/26,11:00:00 AM,anna,Anna,QA,Viewed,None,{hash}", anna}, false,
+        {annaValid.arg(3)}, {"{sif}: line 2 is not a signature line"}, kNotVerified);
+    row("damaged signature line", {header, "{damaged}", anna}, false, {annaValid.arg(3)},
+        {"{sif}: line 2 does not decipher"}, kDamaged);
+    row("damaged line and a changed file", {"{damaged}", anna}, true, {annaChanged.arg(2)},
+        {"{sif}: line 1 does not decipher"}, kMismatch);
 }
 
 void TstRecordsTool::verify() {
@@ -252,24 +241,21 @@ void TstRecordsTool::exportKeepsWhatExists() {
         });
     };
 
-    Run run = exportTo(QString(), false);
-    QCOMPARE(run.status, int(kOk));
+    QCOMPARE(exportTo(QString(), false).status, int(kOk));
     QCOMPARE(readBytes(csv), expected);
 
     QVERIFY(writeBytes(csv, "kept"));
-    run = exportTo(csv, false);
+    Run run = exportTo(csv, false);
     QCOMPARE(run.status, int(kUnusable));
     QCOMPARE(run.err, QStringList{csv + ": already exists; --force replaces it"});
     QCOMPARE(readBytes(csv), QByteArray("kept"));
 
-    run = exportTo(csv, true);
-    QCOMPARE(run.status, int(kOk));
+    QCOMPARE(exportTo(csv, true).status, int(kOk));
     QCOMPARE(readBytes(csv), expected);
 
     // Not even --force lets the export replace the record it reads.
     const QByteArray record = readBytes(data);
-    run = exportTo(data, true);
-    QCOMPARE(run.status, int(kUnusable));
+    QCOMPARE(exportTo(data, true).status, int(kUnusable));
     QCOMPARE(readBytes(data), record);
 
     // A line longer than any record line ends the reading instead of filling the memory, and an
@@ -296,47 +282,35 @@ void TstRecordsTool::commandLine_data() {
     QTest::addColumn<QString>("inOut");
     QTest::addColumn<QString>("inErr");
 
-    QTest::newRow("print two files")
-        << QStringList{"print", "{atr}", "{d}/run.slg"} << int(kOk)
-        << "Temp\u00e9rature \u00b0C, noted\n\n==> {d}/run.slg <==\n" + kDataLines[0] << QString();
-    QTest::newRow("print a damaged file")
-        << QStringList{"print", "{d}/damaged.atr"} << int(kDamaged) << kDataLines[0]
-        << "{d}/damaged.atr: line 2 does not decipher";
-    QTest::newRow("print a missing file among others")
-        << QStringList{"print", "{d}/none.atr", "{d}/run.slg"} << int(kUnusable) << kDataLines[2]
-        << "{d}/none.atr: cannot be read: No such file or directory";
-    QTest::newRow("print a folder")
-        << QStringList{"print", "{d}"} << int(kUnusable) << QString() << "{d}: cannot be read: ";
-    QTest::newRow("verify a changed file")
-        << QStringList{"verify", "{d}/changed.slg"} << int(kMismatch)
-        << "Signatures: 1, valid: 0, not matching: 1" << QString();
-    QTest::newRow("verify without a signature file")
-        << QStringList{"verify", "{d}/unsigned.slg"} << int(kUnusable) << QString()
-        << "{d}/unsigned.sif: cannot be read: No such file or directory";
+    const auto row = [](const char* name, const QStringList& args, int status, const QString& inOut,
+                        const QString& inErr) {
+        QTest::newRow(name) << args << status << inOut << inErr;
+    };
+    const QString nothere = ": cannot be read: No such file or directory";
+    row("print two files", {"print", "{atr}", "{d}/run.slg"}, kOk,
+        "Temp\u00e9rature \u00b0C, noted\n\n==> {d}/run.slg <==\n" + kDataLines[0], {});
+    row("print a damaged file", {"print", "{d}/damaged.atr"}, kDamaged, kDataLines[0],
+        "{d}/damaged.atr: line 2 does not decipher");
+    row("print a missing file among others", {"print", "{d}/none.atr", "{d}/run.slg"}, kUnusable,
+        kDataLines[2], "{d}/none.atr" + nothere);
+    row("print a folder", {"print", "{d}"}, kUnusable, {}, "{d}: cannot be read: ");
+    row("verify a changed file", {"verify", "{d}/changed.slg"}, kMismatch,
+        "Signatures: 1, valid: 0, not matching: 1", {});
+    row("verify unsigned", {"verify", "{d}/unsigned.slg"}, kUnusable, {},
+        "{d}/unsigned.sif" + nothere);
     // The header-only file, not run.sif beside the data file, must be the one read.
-    QTest::newRow("verify a named signature file")
-        << QStringList{"verify", "{d}/run.slg", "{d}/blank.sif"} << int(kNotVerified)
-        << "Signature file: {d}/blank.sif"
-        << "{d}/blank.sif: holds no signature";
-    QTest::newRow("verify a missing data file")
-        << QStringList{"verify", "{d}/none.slg"} << int(kUnusable) << QString()
-        << "{d}/none.slg: cannot be read: No such file or directory";
-    QTest::newRow("verify three files")
-        << QStringList{"verify", "{d}/run.slg", "{d}/run.sif", "{d}/x"} << int(kUnusable)
-        << QString() << "verify takes a data file";
-    QTest::newRow("export with --force")
-        << QStringList{"export", "--force", "{d}/run.slg", "{d}/old.csv"} << int(kOk)
-        << "3 lines exported to {d}/old.csv" << QString();
-    QTest::newRow("--force with print") << QStringList{"print", "--force", "{d}/run.slg"}
-                                        << int(kUnusable) << QString() << "export only";
-    QTest::newRow("unknown command") << QStringList{"list", "{d}/run.slg"} << int(kUnusable)
-                                     << QString() << "unknown command 'list'";
-    QTest::newRow("no command") << QStringList() << int(kUnusable) << QString()
-                                << "no command given";
-    QTest::newRow("print nothing")
-        << QStringList{"print"} << int(kUnusable) << QString() << "print needs at least one file";
-    QTest::newRow("unknown option") << QStringList{"print", "--fast", "{d}/run.slg"}
-                                    << int(kUnusable) << QString() << "Unknown option 'fast'";
+    row("verify a named signature file", {"verify", "{d}/run.slg", "{d}/blank.sif"}, kNotVerified,
+        "Signature file: {d}/blank.sif", "{d}/blank.sif: holds no signature");
+    row("verify three files", {"verify", "{d}/run.slg", "{d}/run.sif", "{d}/x"}, kUnusable, {},
+        "verify takes a data file");
+    row("export with --force", {"export", "--force", "{d}/run.slg", "{d}/old.csv"}, kOk,
+        "3 lines exported to {d}/old.csv", {});
+    row("--force with print", {"print", "--force", "{d}/run.slg"}, kUnusable, {}, "export only");
+    row("unknown command", {"list", "{d}/run.slg"}, kUnusable, {}, "unknown command 'list'");
+    row("no command", {}, kUnusable, {}, "no command given");
+    row("print nothing", {"print"}, kUnusable, {}, "print needs at least one file");
+    row("unknown option", {"print", "--fast", "{d}/run.slg"}, kUnusable, {},
+        "Unknown option 'fast'");
 }
 
 void TstRecordsTool::commandLine() {
