@@ -15,6 +15,8 @@
 #include <unistd.h>
 #include <vector>
 
+using namespace Qt::StringLiterals;
+
 class TstAccounts : public QObject {
     Q_OBJECT
 private slots:
@@ -52,19 +54,19 @@ void TstAccounts::onlyAHelperThatEndsWithZeroAccepts_data() {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<bool>("executable");
     QTest::addColumn<int>("outcome");
-    const int accepted = int(PasswordCheck::Accepted);
-    const int refused = int(PasswordCheck::Refused);
-    const int unavailable = int(PasswordCheck::Unavailable);
-    QTest::newRow("accepts") << "ok.sh" << QByteArray("cat >/dev/null; exit 0") << true
-                             << accepted;
-    QTest::newRow("refuses") << "no.sh" << QByteArray("cat >/dev/null; exit 1") << true << refused;
-    QTest::newRow("bad input") << "bad.sh" << QByteArray("exit 2") << true << refused;
+    using C = PasswordCheck;
+    const auto row = [](const char* tag, const char* file, const char* body, bool exe, C c) {
+        QTest::newRow(tag) << QString(file) << QByteArray(body) << exe << int(c);
+    };
+    row("accepts", "ok.sh", "cat >/dev/null; exit 0", true, C::Accepted);
+    row("refuses", "no.sh", "cat >/dev/null; exit 1", true, C::Refused);
+    row("bad input", "bad.sh", "exit 2", true, C::Refused);
     // PAM, the pace file or the groups file could not serve: nobody's password was wrong.
-    QTest::newRow("could not run") << "nopam.sh" << QByteArray("exit 3") << true << unavailable;
-    QTest::newRow("killed") << "killed.sh" << QByteArray("kill -9 $$") << true << unavailable;
+    row("could not run", "nopam.sh", "exit 3", true, C::Unavailable);
+    row("killed", "killed.sh", "kill -9 $$", true, C::Unavailable);
     // Qt leaves the exit code at 0 when a program cannot start: that must not accept.
-    QTest::newRow("cannot start") << "noexec.sh" << QByteArray("exit 0") << false << unavailable;
-    QTest::newRow("missing") << "" << QByteArray() << false << unavailable;
+    row("cannot start", "noexec.sh", "exit 0", false, C::Unavailable);
+    row("missing", "", "", false, C::Unavailable);
 }
 
 void TstAccounts::onlyAHelperThatEndsWithZeroAccepts() {
@@ -84,8 +86,7 @@ void TstAccounts::possibleAccountNames() {
     for (const char* name : {"", "mlee,Mary Lee", "a b", "tab\tname", "line\nbreak", "-rf", "..",
                              "a$b", "semi;colon", "quote\"d"})
         QVERIFY2(!isPossibleAccountName(QString::fromLatin1(name)), name);
-    QVERIFY(!isPossibleAccountName(QString(257, u'a')));
-    QVERIFY(!isPossibleAccountName(QStringLiteral("jos\u00e9")));
+    QVERIFY(!isPossibleAccountName(QString(257, u'a')) && !isPossibleAccountName(u"jos\u00e9"_s));
     QCOMPARE(typedNameForRecord("mlee,Mary Lee\n"), QStringLiteral("mlee?Mary?Lee?"));
     QCOMPARE(typedNameForRecord(QString(300, u',')).size(), 256);
 }
@@ -123,11 +124,9 @@ void TstAccounts::passwordGoesOnStandardInputOnly() {
     PosixAccounts accounts(helper, {"--service", "svc"});
     QCOMPARE(accounts.checkPassword("alice", QStringLiteral("pä ss,word")),
              PasswordCheck::Accepted);
-    QFile in(seen);
-    QVERIFY(in.open(QIODevice::ReadOnly));
+    QFile in(seen), args(seen + ".args");
+    QVERIFY(in.open(QIODevice::ReadOnly) && args.open(QIODevice::ReadOnly));
     QCOMPARE(in.readAll(), QByteArray("alice\0p\xc3\xa4 ss,word\0", 18));
-    QFile args(seen + ".args");
-    QVERIFY(args.open(QIODevice::ReadOnly));
     QCOMPARE(args.readAll(), QByteArray("2:--service svc\n"));
 }
 
@@ -155,11 +154,11 @@ void TstAccounts::namesThatCannotBeAccountsAreNotChecked() {
     const QString marker = m_dir.filePath("ran");
     PosixAccounts accounts(
         script("mark.sh", QStringLiteral("touch '%1'; exit 0").arg(marker).toUtf8()));
-    QCOMPARE(accounts.checkPassword(QString(), "secret"), PasswordCheck::Refused);
-    QCOMPARE(accounts.checkPassword(QString::fromLatin1("al\0ice", 6), "secret"),
-             PasswordCheck::Refused);
-    QCOMPARE(accounts.checkPassword("alice", QString::fromLatin1("se\0cret", 7)),
-             PasswordCheck::Refused);
+    for (const auto& [user, password] :
+         {std::pair{QString(), QString("secret")},
+          std::pair{QString::fromLatin1("al\0ice", 6), QString("secret")},
+          std::pair{QString("alice"), QString::fromLatin1("se\0cret", 7)}})
+        QCOMPARE(accounts.checkPassword(user, password), PasswordCheck::Refused);
     QVERIFY(!QFile::exists(marker));
     QVERIFY(accounts.groupsOf(QString()).isEmpty());
     QVERIFY(!accounts.account(QString()));
