@@ -39,10 +39,9 @@ void TstStartup::missingTagFileStopsTheStart() {
     auto& splash = *new FrmSplash; // it deletes itself once started, so it lives on the heap
     QCOMPARE(splash.load(), FrmSplash::LoadResult::Failed);
     QVERIFY(splash.initFailed);
-    QCOMPARE(env.dialogs->boxes.size(), 1);
-    QCOMPARE(env.dialogs->boxes[0].text, kFailureText);
-    QCOMPARE(env.dialogs->boxes[0].icon, MsgIcon::Critical);
-    QCOMPARE(env.dialogs->boxes[0].title, QStringLiteral("Sorvantel"));
+    QCOMPARE(env.dialogs->texts(), QStringList{kFailureText});
+    QCOMPARE((std::pair{env.dialogs->boxes[0].icon, env.dialogs->boxes[0].title}),
+             (std::pair{MsgIcon::Critical, QString("Sorvantel")}));
     QTest::qWait(50);
     QVERIFY(env.modbus->requests.isEmpty());
     QVERIFY(!frmMain()->isVisible());
@@ -64,13 +63,10 @@ void TstStartup::settingsAreReadWithTheirDefaults() {
     TestEnv env;
     auto* main = new FrmMain;
     loadSettings(*main);
-    QCOMPARE(gSaveInterval, 1);
-    QCOMPARE(gAutoLog, qint16(0));
-    QCOMPARE(main->timer2()->interval(), 500);
-    QVERIFY(!gComBeep && !gBeepOnAlarm && !gBeepUntilAck && !gAlmLogging);
-    QVERIFY(!g21CFR);
+    QCOMPARE((QList<int>{gSaveInterval, gAutoLog, main->timer2()->interval(), gUserLevel}),
+             (QList<int>{1, 0, 500, 0}));
+    QVERIFY(!gComBeep && !gBeepOnAlarm && !gBeepUntilAck && !gAlmLogging && !g21CFR);
     QCOMPARE(gUserId, QStringLiteral("Sorvantel System"));
-    QCOMPARE(gUserLevel, qint16(0));
 
     // The two spellings of the section meet; booleans read from True/False and from numbers.
     env.settings->setValue("Cstatus", "gComBeep", "True");
@@ -80,21 +76,16 @@ void TstStartup::settingsAreReadWithTheirDefaults() {
     env.settings->setValue("Levels\\security", "21CFR", "True");
     env.settings->setValue("Levels\\su", "su 4", "1");
     loadSettings(*main);
-    QVERIFY(gComBeep);
-    QVERIFY(gBeepOnAlarm);
-    QCOMPARE(main->timer2()->interval(), 250);
-    QCOMPARE(gSaveInterval, 10);
-    QVERIFY(g21CFR);
-    QCOMPARE(gSuRights[4], qint16(1));
-    QCOMPARE(gSuRights[3], qint16(0));
+    QVERIFY(gComBeep && gBeepOnAlarm && g21CFR);
+    QCOMPARE((QList<int>{main->timer2()->interval(), gSaveInterval, gSuRights[4], gSuRights[3]}),
+             (QList<int>{250, 10, 1, 0}));
 
     // A value that does not read, or a zero interval, leaves what was there.
     env.settings->setValue("DataSave", "SaveInterval", "often");
     env.settings->setValue("Cstatus", "CupdateTime", "fast");
     env.settings->setValue("CStatus", "gComBeep", "maybe");
     loadSettings(*main);
-    QCOMPARE(gSaveInterval, 10);
-    QCOMPARE(main->timer2()->interval(), 250);
+    QCOMPARE((QList<int>{gSaveInterval, main->timer2()->interval()}), (QList<int>{10, 250}));
     QVERIFY(gComBeep);
     env.settings->setValue("Cstatus", "CupdateTime", "0");
     loadSettings(*main);
@@ -140,13 +131,10 @@ void TstStartup::fullStartOpensResidentWindowsAfterOneSecond() {
         splash.timer1Tick();
     QVERIFY(!frmLogger()); // nine ticks: not yet
     splash.timer1Tick();
-    QVERIFY(main->isVisible());
-    QVERIFY(frmLogger());
-    QVERIFY(frmLogger()->isMinimized());
+    QVERIFY(main->isVisible() && frmLogger() && frmLogger()->isMinimized());
     QCOMPARE(main->statusText(), kStatusNormal); // minimizing the logger set it
     AlarmLog* alarms = alarmLog();
-    QVERIFY(alarms);
-    QVERIFY(alarms->isMinimized());
+    QVERIFY(alarms && alarms->isMinimized());
     const double tpp = twipsPerPixel(alarms);
     alarms->showNormal();
     QCOMPARE(alarms->pos(), QPoint(qRound(2000 / tpp), qRound(1125 / tpp)));
@@ -164,9 +152,7 @@ void TstStartup::startWithNoControllerComesUpWithoutScanning() {
     QCOMPARE(splash.load(), FrmSplash::LoadResult::Ok);
     for (int i = 0; i < 10; ++i)
         splash.timer1Tick();
-    QVERIFY(frmMain()->isVisible());
-    QVERIFY(!frmMain()->scanning());
-    QVERIFY(!frmMain()->timer2()->isActive());
+    QVERIFY(frmMain()->isVisible() && !frmMain()->scanning() && !frmMain()->timer2()->isActive());
     QVERIFY(env.dialogs->boxes.isEmpty());
 }
 

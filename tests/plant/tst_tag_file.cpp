@@ -40,16 +40,12 @@ void TstTagFile::readFillsStoreFromPvRows() {
 
     QString error;
     QVERIFY2(readTagFile(env.path("tags.tgn"), &error), qPrintable(error));
-    QCOMPARE(gPvTag[2], QStringLiteral("TIC-3"));
-    QCOMPARE(gSpTag[2], QStringLiteral("TIC-3.SP"));
-    QCOMPARE(gOutTag[2], QStringLiteral("TIC-3.OUT"));
-    QVERIFY(gControlEnabled[2]);
-    QCOMPARE(gLogChannel[2], qint16(1));
-    QVERIFY(gControlEnabled[6]);
-    QCOMPARE(gControlType[6], qint16(2));
-    QVERIFY(!gControlEnabled[8]);
-    QCOMPARE(gControlType[8], qint16(1));
-    QCOMPARE(gTagTable[2 * 3][0], QStringLiteral(" 2 "));
+    QCOMPARE((QStringList{gPvTag[2], gSpTag[2], gOutTag[2], gTagTable[2 * 3][0]}),
+             (QStringList{"TIC-3", "TIC-3.SP", "TIC-3.OUT", " 2 "}));
+    // Enabled and log channel of 3; enabled and type of 7 and of 9.
+    QCOMPARE((QList<int>{gControlEnabled[2], gLogChannel[2], gControlEnabled[6], gControlType[6],
+                         gControlEnabled[8], gControlType[8]}),
+             (QList<int>{1, 1, 1, 2, 0, 1}));
 }
 
 void TstTagFile::roundTripIsByteForByte() {
@@ -112,11 +108,9 @@ void TstTagFile::numbersInAnyFormRead() {
     QVERIFY(writeBytes(env.path("tags.tgn"), lines.join('\n')));
     QString error;
     QVERIFY2(readTagFile(env.path("tags.tgn"), &error), qPrintable(error));
-    QVERIFY(gControlEnabled[0]);
-    QCOMPARE(gControlType[0], qint16(2));
-    QCOMPARE(gLogChannel[0], qint16(1));
-    QVERIFY(!gControlEnabled[1]);
-    QCOMPARE(gControlType[1], qint16(0));
+    QCOMPARE((QList<int>{gControlEnabled[0], gControlType[0], gLogChannel[0], gControlEnabled[1],
+                         gControlType[1]}),
+             (QList<int>{1, 2, 1, 0, 0}));
 }
 
 void TstTagFile::activeListOverGaps() {
@@ -125,12 +119,11 @@ void TstTagFile::activeListOverGaps() {
     gControlEnabled[6] = true;
     gPollIndex = 1;
     buildActiveList();
-    QCOMPARE(gActiveCount, qint16(2));
+    QCOMPARE((QList<int>{gActiveCount, gPollIndex}), (QList<int>{2, 0}));
     QCOMPARE(gActiveList, (QVector<qint16>{3, 7, 0}));
-    QCOMPARE(gPollIndex, qint16(0));
-    QCOMPARE(rowAtPosition(0), 2);
-    QCOMPARE(rowAtPosition(1), 6);
-    QCOMPARE(rowAtPosition(2), -1); // the empty last element
+    // The empty last element is no row.
+    QCOMPARE((QList<int>{rowAtPosition(0), rowAtPosition(1), rowAtPosition(2)}),
+             (QList<int>{2, 6, -1}));
     // With none enabled the list holds only its empty last element.
     gControlEnabled[2] = gControlEnabled[6] = false;
     buildActiveList();
