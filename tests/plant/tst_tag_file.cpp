@@ -115,8 +115,7 @@ void TstTagFile::numbersInAnyFormRead() {
 
 void TstTagFile::activeListOverGaps() {
     TestEnv env;
-    gControlEnabled[2] = true;
-    gControlEnabled[6] = true;
+    gControlEnabled[2] = gControlEnabled[6] = true;
     gPollIndex = 1;
     buildActiveList();
     QCOMPARE((QList<int>{gActiveCount, gPollIndex}), (QList<int>{2, 0}));

@@ -19,10 +19,8 @@ class TstPlatform : public QObject {
     Q_OBJECT
 private slots:
     void settingsFoldCaseAndKeepBlanks();
-    void settingsTextToBoolean_data();
     void settingsTextToBoolean();
     void linkSettingsFromTheStore();
-    void replyCodesMapToTheLoggerTable_data();
     void replyCodesMapToTheLoggerTable();
     void modctlReadsIntoItsBuffer();
     void modctlRefusesAStartWhileBusy();
@@ -58,25 +56,15 @@ void TstPlatform::settingsFoldCaseAndKeepBlanks() {
     QCOMPARE(raw.value("cstatus/cupdatetime").toString(), QStringLiteral("250"));
 }
 
-void TstPlatform::settingsTextToBoolean_data() {
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<bool>("value");
-    QTest::addColumn<bool>("ok");
-    QTest::newRow("True") << "True" << true << true;
-    QTest::newRow("false") << "false" << false << true;
-    QTest::newRow("1") << "1" << true << true;
-    QTest::newRow("-1") << "-1" << true << true;
-    QTest::newRow("blank") << "" << false << false;
-    QTest::newRow("yes") << "yes" << false << false;
-}
-
 void TstPlatform::settingsTextToBoolean() {
-    QFETCH(QString, text);
-    QFETCH(bool, value);
-    QFETCH(bool, ok);
-    bool good = !ok;
-    QCOMPARE(settingToBool(text, &good), value);
-    QCOMPARE(good, ok);
+    const std::tuple<const char*, bool, bool> rows[]{{"True", true, true}, {"false", false, true},
+                                                     {"1", true, true},    {"-1", true, true},
+                                                     {"", false, false},   {"yes", false, false}};
+    for (const auto& [text, value, ok] : rows) {
+        bool good = !ok;
+        QCOMPARE(settingToBool(QString::fromLatin1(text), &good), value);
+        QVERIFY2(good == ok, text);
+    }
 }
 
 void TstPlatform::linkSettingsFromTheStore() {
@@ -95,26 +83,15 @@ void TstPlatform::linkSettingsFromTheStore() {
                              19200, 1000));
 }
 
-void TstPlatform::replyCodesMapToTheLoggerTable_data() {
-    QTest::addColumn<int>("error");
-    QTest::addColumn<int>("exception");
-    QTest::addColumn<int>("code");
-    // Time-out, busy and the gateway target are met over a real link in the link's own test.
-    QTest::newRow("connection") << int(QModbusDevice::ConnectionError) << 0 << -1;
-    QTest::newRow("aborted") << int(QModbusDevice::ReplyAbortedError) << 0 << -1;
-    QTest::newRow("bad frame") << int(QModbusDevice::ProtocolError) << 0 << -2;
-    QTest::newRow("illegal function") << int(QModbusDevice::ProtocolError) << 1 << 1;
-    QTest::newRow("device failure stays 4") << int(QModbusDevice::ProtocolError) << 4 << 4;
-    QTest::newRow("gateway path") << int(QModbusDevice::ProtocolError) << 10 << 18;
-    QTest::newRow("unknown") << int(QModbusDevice::UnknownError) << 0 << -2;
-}
-
 void TstPlatform::replyCodesMapToTheLoggerTable() {
-    QFETCH(int, error);
-    QFETCH(int, exception);
-    QFETCH(int, code);
-    QCOMPARE(QtModbusBackend::codeForReply(static_cast<QModbusDevice::Error>(error), exception),
-             code);
+    // Time-out, busy and the gateway target are met over a real link in the link's own test.
+    using E = QModbusDevice::Error;
+    const std::tuple<E, int, int> rows[]{{E::ConnectionError, 0, -1}, {E::ReplyAbortedError, 0, -1},
+                                         {E::ProtocolError, 0, -2},   {E::ProtocolError, 1, 1},
+                                         {E::ProtocolError, 4, 4},    {E::ProtocolError, 10, 18},
+                                         {E::UnknownError, 0, -2}};
+    for (const auto& [error, exception, code] : rows)
+        QCOMPARE(QtModbusBackend::codeForReply(error, exception), code);
 }
 
 void TstPlatform::modctlReadsIntoItsBuffer() {

@@ -38,7 +38,6 @@ private slots:
     void midnightSplitsTheFiles();
     void typedTextCannotForgeAField();
     void failedEncipherWritesNothingAndSays();
-    void unwritableFileLosesTheLineQuietly();
     void startAndExitAreAuditedWithSecurityOn();
     void nothingIsWrittenWithSecurityOff();
 };
@@ -124,17 +123,6 @@ void TstAuditTrail::failedEncipherWritesNothingAndSays() {
     QFile f(auditFilePath(QDate(2026, 3, 14)));
     QVERIFY(f.open(QIODevice::ReadOnly));
     QVERIFY(!f.readAll().contains("\r\n\r\n"));
-}
-
-void TstAuditTrail::unwritableFileLosesTheLineQuietly() {
-    TestEnv env;
-    // A folder where the day's file should be: the line cannot be written.
-    QVERIFY(QDir().mkpath(auditFilePath(QDate(2026, 3, 14))));
-    systemAuditLine(QStringLiteral("lost"));
-    QVERIFY(env.dialogs->boxes.isEmpty());
-    env.clock->time = env.clock->time.addDays(1);
-    systemAuditLine(QStringLiteral("next day"));
-    QCOMPARE(actionsOf(auditFilePath(QDate(2026, 3, 15))), QStringList{"next day"});
 }
 
 void TstAuditTrail::startAndExitAreAuditedWithSecurityOn() {
