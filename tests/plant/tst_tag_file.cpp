@@ -22,7 +22,6 @@ class TstTagFile : public QObject {
 private slots:
     void readFillsStoreFromPvRows();
     void roundTripIsByteForByte();
-    void missingShortOrBadFileIsRefused_data();
     void missingShortOrBadFileIsRefused();
     void numbersInAnyFormRead();
     void activeListOverGaps();
@@ -63,35 +62,30 @@ void TstTagFile::roundTripIsByteForByte() {
     QCOMPARE(original.count("\r\n"), 1152);
 }
 
-void TstTagFile::missingShortOrBadFileIsRefused_data() {
-    QTest::addColumn<int>("keepLines");
-    QTest::addColumn<QByteArray>("badFlag");
-    QTest::newRow("missing") << -1 << QByteArray();
-    QTest::newRow("empty") << 0 << QByteArray();
-    QTest::newRow("one line short") << 1151 << QByteArray();
-    QTest::newRow("flag not a number") << 1152 << QByteArray("yes");
-}
-
 void TstTagFile::missingShortOrBadFileIsRefused() {
-    QFETCH(int, keepLines);
-    QFETCH(QByteArray, badFlag);
-    TestEnv env;
-    env.writeTags({{2, 0, true, "KEEP"}});
-    QVERIFY(readTagFile(env.path("tags.tgn")));
-    if (keepLines < 0) {
-        QVERIFY(QFile::remove(env.path("tags.tgn")));
-    } else {
-        QList<QByteArray> lines = bytesOf(env.path("tags.tgn")).split('\n').mid(0, keepLines);
-        if (!badFlag.isEmpty())
-            lines[1] = badFlag + "\r";
-        QVERIFY(writeBytes(env.path("tags.tgn"), lines.join('\n') + (keepLines > 0 ? "\n" : "")));
+    // Lines kept (-1: the file removed) and a flag put in controller 1's PV row.
+    const std::pair<int, QByteArray> rows[]{{-1, {}}, {0, {}}, {1151, {}}, {1152, "yes"}};
+    for (const auto& [keepLines, badFlag] : rows) {
+        TestEnv env;
+        env.writeTags({{2, 0, true, "KEEP"}});
+        QVERIFY(readTagFile(env.path("tags.tgn")));
+        if (keepLines < 0) {
+            QVERIFY(QFile::remove(env.path("tags.tgn")));
+        } else {
+            QList<QByteArray> lines = bytesOf(env.path("tags.tgn")).split('\n').mid(0, keepLines);
+            if (!badFlag.isEmpty())
+                lines[1] = badFlag + "\r";
+            QVERIFY(
+                writeBytes(env.path("tags.tgn"), lines.join('\n') + (keepLines > 0 ? "\n" : "")));
+        }
+        QString error;
+        QVERIFY2(!readTagFile(env.path("tags.tgn"), &error),
+                 qPrintable(QString::number(keepLines)));
+        QVERIFY(!error.isEmpty());
+        // What was loaded before stays.
+        QCOMPARE(gPvTag[1], QStringLiteral("KEEP"));
+        QVERIFY(gControlEnabled[1]);
     }
-    QString error;
-    QVERIFY(!readTagFile(env.path("tags.tgn"), &error));
-    QVERIFY(!error.isEmpty());
-    // What was loaded before stays.
-    QCOMPARE(gPvTag[1], QStringLiteral("KEEP"));
-    QVERIFY(gControlEnabled[1]);
 }
 
 void TstTagFile::numbersInAnyFormRead() {

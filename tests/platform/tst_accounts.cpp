@@ -20,7 +20,6 @@ using namespace Qt::StringLiterals;
 class TstAccounts : public QObject {
     Q_OBJECT
 private slots:
-    void onlyAHelperThatEndsWithZeroAccepts_data();
     void onlyAHelperThatEndsWithZeroAccepts();
     void possibleAccountNames();
     void helperThatCannotBeStartedRefuses();
@@ -28,7 +27,6 @@ private slots:
     void slowHelperIsStoppedAndCouldNotRun();
     void timersRunWhileTheHelperWorks();
     void namesThatCannotBeAccountsAreNotChecked();
-    void helperRefusesMalformedInput_data();
     void helperRefusesMalformedInput();
 
 private:
@@ -49,35 +47,25 @@ QString TstAccounts::script(const QString& name, const QByteArray& body, bool ex
     return path;
 }
 
-void TstAccounts::onlyAHelperThatEndsWithZeroAccepts_data() {
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<bool>("executable");
-    QTest::addColumn<int>("outcome");
-    using C = PasswordCheck;
-    const auto row = [](const char* tag, const char* file, const char* body, bool exe, C c) {
-        QTest::newRow(tag) << QString(file) << QByteArray(body) << exe << int(c);
-    };
-    row("accepts", "ok.sh", "cat >/dev/null; exit 0", true, C::Accepted);
-    row("refuses", "no.sh", "cat >/dev/null; exit 1", true, C::Refused);
-    row("bad input", "bad.sh", "exit 2", true, C::Refused);
-    // PAM, the pace file or the groups file could not serve: nobody's password was wrong.
-    row("could not run", "nopam.sh", "exit 3", true, C::Unavailable);
-    row("killed", "killed.sh", "kill -9 $$", true, C::Unavailable);
-    // Qt leaves the exit code at 0 when a program cannot start: that must not accept.
-    row("cannot start", "noexec.sh", "exit 0", false, C::Unavailable);
-    row("missing", "", "", false, C::Unavailable);
-}
-
 void TstAccounts::onlyAHelperThatEndsWithZeroAccepts() {
-    QFETCH(QString, name);
-    QFETCH(QByteArray, body);
-    QFETCH(bool, executable);
-    QFETCH(int, outcome);
-    const QString helper =
-        name.isEmpty() ? m_dir.filePath("not-there") : script(name, body, executable);
-    PosixAccounts accounts(helper);
-    QCOMPARE(int(accounts.checkPassword("alice", "secret")), outcome);
+    using C = PasswordCheck;
+    // Script name (none: missing), body, executable, outcome.
+    const std::tuple<QString, QByteArray, bool, C> rows[]{
+        {"ok.sh", "cat >/dev/null; exit 0", true, C::Accepted},
+        {"no.sh", "cat >/dev/null; exit 1", true, C::Refused},
+        {"bad.sh", "exit 2", true, C::Refused},
+        // PAM, the pace file or the groups file could not serve: nobody's password was wrong.
+        {"nopam.sh", "exit 3", true, C::Unavailable},
+        {"killed.sh", "kill -9 $$", true, C::Unavailable},
+        // Qt leaves the exit code at 0 when a program cannot start: that must not accept.
+        {"noexec.sh", "exit 0", false, C::Unavailable},
+        {"", "", false, C::Unavailable}};
+    for (const auto& [name, body, executable, outcome] : rows) {
+        PosixAccounts accounts(name.isEmpty() ? m_dir.filePath("not-there")
+                                              : script(name, body, executable));
+        QCOMPARE((std::pair{name, int(accounts.checkPassword("alice", "secret"))}),
+                 (std::pair{name, int(outcome)}));
+    }
 }
 
 void TstAccounts::possibleAccountNames() {
@@ -164,28 +152,24 @@ void TstAccounts::namesThatCannotBeAccountsAreNotChecked() {
     QVERIFY(!accounts.account(QString()));
 }
 
-void TstAccounts::helperRefusesMalformedInput_data() {
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<QByteArray>("input");
-    QTest::newRow("no separator") << QStringList{} << QByteArray("alice");
-    QTest::newRow("no end of password") << QStringList{} << QByteArray("alice\0secret", 12);
-    QTest::newRow("empty user") << QStringList{} << QByteArray("\0secret\0", 8);
-    QTest::newRow("nothing") << QStringList{} << QByteArray();
-    QTest::newRow("unknown option") << QStringList{"--verbose"} << QByteArray("a\0b\0", 4);
-    QTest::newRow("too long") << QStringList{} << QByteArray(5000, 'a');
-}
-
 void TstAccounts::helperRefusesMalformedInput() {
-    QFETCH(QStringList, arguments);
-    QFETCH(QByteArray, input);
-    QProcess helper;
-    helper.start(QStringLiteral(AUTHCHECK_PATH), arguments);
-    QVERIFY(helper.waitForStarted());
-    helper.write(input);
-    helper.closeWriteChannel();
-    QVERIFY(helper.waitForFinished(10000));
-    QCOMPARE(helper.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(helper.exitCode(), 2);
+    // No separator, no end of password, empty user, nothing, unknown option, too long.
+    const std::pair<QStringList, QByteArray> rows[]{{{}, QByteArray("alice")},
+                                                    {{}, QByteArray("alice\0secret", 12)},
+                                                    {{}, QByteArray("\0secret\0", 8)},
+                                                    {{}, QByteArray()},
+                                                    {{"--verbose"}, QByteArray("a\0b\0", 4)},
+                                                    {{}, QByteArray(5000, 'a')}};
+    for (const auto& [arguments, input] : rows) {
+        QProcess helper;
+        helper.start(QStringLiteral(AUTHCHECK_PATH), arguments);
+        QVERIFY(helper.waitForStarted());
+        helper.write(input);
+        helper.closeWriteChannel();
+        QVERIFY(helper.waitForFinished(10000));
+        QCOMPARE((std::pair{helper.exitStatus(), helper.exitCode()}),
+                 (std::pair{QProcess::NormalExit, 2}));
+    }
 }
 
 QTEST_MAIN(TstAccounts)

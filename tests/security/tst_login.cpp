@@ -20,10 +20,8 @@
 class TstLogin : public QObject {
     Q_OBJECT
 private slots:
-    void groupOrderDecidesTheLevel_data();
     void groupOrderDecidesTheLevel();
     void siteGroupNamesMapToTheSystemsNames();
-    void gecosFieldsGiveNameAndComment_data();
     void gecosFieldsGiveNameAndComment();
 
     void menuLoginThreeFailures();
@@ -36,7 +34,6 @@ private slots:
     void signerStaysLoggedOn();
     void cancelLeavesNoTrace();
 
-    void lengthTestOfUserData_data();
     void lengthTestOfUserData();
 
     void logOffTextsAndEmptyIdAfterwards();
@@ -93,32 +90,24 @@ QStringList titles(const TestEnv& env) {
 }
 } // namespace
 
-void TstLogin::groupOrderDecidesTheLevel_data() {
-    QTest::addColumn<QStringList>("groups");
-    QTest::addColumn<bool>("found");
-    QTest::addColumn<int>("level");
+void TstLogin::groupOrderDecidesTheLevel() {
     const QString ad = "Sorvantel Administrators", su = "Sorvantel Supervisors",
                   op = "Sorvantel Operators";
-    const auto row = [](const char* name, const QStringList& g, bool found, int level) {
-        QTest::newRow(name) << g << found << level;
-    };
-    row("su, op, ad", {su, op, ad}, true, 1);
-    row("op, ad", {op, ad}, true, 0);
-    row("ad, op, ad: the last decides", {ad, op, ad}, true, 2);
-    row("ad, su", {ad, su}, true, 1);
-    row("ad only", {ad}, true, 2);
-    row("other groups are skipped", {"users", ad, "Sorvantel Guests", su, "wheel"}, true, 1);
-    row("names compare exactly", {"sorvantel administrators", " Sorvantel Operators"}, false, 7);
-    row("no group", {}, false, 7);
-}
-
-void TstLogin::groupOrderDecidesTheLevel() {
-    QFETCH(QStringList, groups);
-    QFETCH(bool, found);
-    QFETCH(int, level);
-    gUserLevel = 7; // stays when nothing is found
-    QCOMPARE(resolveGroupLevel(groups), found);
-    QCOMPARE(gUserLevel, qint16(level));
+    const QList<QStringList> groups{{su, op, ad},
+                                    {op, ad},
+                                    {ad, op, ad},
+                                    {ad, su},
+                                    {ad},
+                                    {"users", ad, "Sorvantel Guests", su, "wheel"},
+                                    {"sorvantel administrators", " Sorvantel Operators"},
+                                    {}};
+    QList<int> levels; // negative where no group was found
+    for (const QStringList& g : groups) {
+        gUserLevel = 7; // stays when nothing is found
+        levels << (resolveGroupLevel(g) ? gUserLevel : -gUserLevel);
+    }
+    // The last of the workstation's groups decides, others are skipped; names compare exactly.
+    QCOMPARE(levels, (QList<int>{1, 0, 2, 1, 2, 1, -7, -7}));
 }
 
 void TstLogin::siteGroupNamesMapToTheSystemsNames() {
@@ -158,28 +147,19 @@ void TstLogin::siteGroupNamesMapToTheSystemsNames() {
     QCOMPARE(net.rgbGetComputerName(), QStringLiteral("PLANT-7"));
 }
 
-void TstLogin::gecosFieldsGiveNameAndComment_data() {
-    QTest::addColumn<QString>("gecos");
-    QTest::addColumn<QString>("fullName");
-    QTest::addColumn<QString>("comment");
-    // Each row is named by the field as the account database holds it.
+void TstLogin::gecosFieldsGiveNameAndComment() {
+    // The field as the account database holds it, the full name and the comment taken from it.
     const QList<QStringList> rows{
         {"Jane Doe,Room 4,555-1,555-2,Shift lead", "Jane Doe", "Shift lead"},
         {"Jane Doe,,,,Lead, line 2, nights", "Jane Doe", "Lead, line 2, nights"},
         {"Jane Doe", "Jane Doe", ""},
         {"Jane Doe,a,b,c", "Jane Doe", ""},
         {",,,,Contractor", "", "Contractor"}};
-    for (const QStringList& r : rows)
-        QTest::newRow(qPrintable(r[0])) << r[0] << r[1] << r[2];
-}
-
-void TstLogin::gecosFieldsGiveNameAndComment() {
-    QFETCH(QString, gecos);
-    QFETCH(QString, fullName);
-    QFETCH(QString, comment);
-    const AccountRecord r = recordFromPasswd("jdoe", gecos);
-    QCOMPARE((QStringList{r.logonName, r.fullName, r.comment, r.userComment}),
-             (QStringList{"jdoe", fullName, comment, ""}));
+    for (const QStringList& r : rows) {
+        const AccountRecord a = recordFromPasswd("jdoe", r[0]);
+        QCOMPARE((QStringList{r[0], a.logonName, a.fullName, a.comment, a.userComment}),
+                 (QStringList{r[0], "jdoe", r[1], r[2], ""}));
+    }
 }
 
 void TstLogin::menuLoginThreeFailures() {
@@ -353,31 +333,21 @@ void TstLogin::cancelLeavesNoTrace() {
     QVERIFY(!gLoginCancelled);
 }
 
-void TstLogin::lengthTestOfUserData_data() {
-    QTest::addColumn<QString>("computer");
-    QTest::addColumn<QString>("user");
-    QTest::addColumn<bool>("copied");
-    const auto row = [](const char* name, const char* computer, const char* user, bool copied) {
-        QTest::newRow(name) << QString(computer) << QString(user) << copied;
-    };
-    row("8 on 7 shares no bit", "PLANT01", "operator", false);
-    row("3 on 7", "PLANT01", "op1", true);
-}
-
 void TstLogin::lengthTestOfUserData() {
-    QFETCH(QString, computer);
-    QFETCH(QString, user);
-    QFETCH(bool, copied);
-    TestEnv env;
-    signedPlant(env);
-    env.accounts->computer = computer;
-    env.accounts->addUser(user, "pw", {"Sorvantel Administrators"}, "New Person", "New");
-    env.modals.login(user, "pw");
-    QVERIFY(checkAccessWithLogin(Right::SignDataFiles, "Verify"));
-    // The level follows the groups either way; the names only when the lengths share a bit.
-    QCOMPARE(session(), (copied ? QStringList{user, "New Person", "New", "2"}
-                                : QStringList{"jdoe", "Jane Doe", "Line 1", "2"}));
-    QCOMPARE(auditOf(env).value(0).value(0), copied ? user : QStringLiteral("jdoe"));
+    // 8 letters on 7 share no bit, 3 on 7 do.
+    const std::pair<QString, bool> rows[]{{"operator", false}, {"op1", true}};
+    for (const auto& [user, copied] : rows) {
+        TestEnv env;
+        signedPlant(env);
+        env.accounts->computer = "PLANT01";
+        env.accounts->addUser(user, "pw", {"Sorvantel Administrators"}, "New Person", "New");
+        env.modals.login(user, "pw");
+        QVERIFY(checkAccessWithLogin(Right::SignDataFiles, "Verify"));
+        // The level follows the groups either way; the names only when the lengths share a bit.
+        QCOMPARE(session(), (copied ? QStringList{user, "New Person", "New", "2"}
+                                    : QStringList{"jdoe", "Jane Doe", "Line 1", "2"}));
+        QCOMPARE(auditOf(env).value(0).value(0), copied ? user : QStringLiteral("jdoe"));
+    }
 }
 
 void TstLogin::logOffTextsAndEmptyIdAfterwards() {
