@@ -69,7 +69,6 @@ private slots:
     void repliesAfterSwitchToSimulation();
     void firstScanProgressAndClose();
     void firstScanClosesAtFirstError();
-    void profilerClearsAlarmWordByPosition();
     void simulationFillsOneRowPerTick();
 };
 
@@ -258,15 +257,6 @@ void TstPollCycle::firstScanClosesAtFirstError() {
     rig.tick();
     QCOMPARE(rig.progress.values, QList<int>{1}); // nothing after the close
     QCOMPARE(gComErrCount[1], qint16(1));         // and the error was still counted
-}
-
-void TstPollCycle::profilerClearsAlarmWordByPosition() {
-    // Node 5 is the first in the list: its clear lands on row 0, another controller's word.
-    Rig rig({{5, 1}});
-    gAlarmState[0] = 3;
-    rig.tick();
-    QCOMPARE(gAlarmState[4], qint16(3)); // the profiler's own word as read stays
-    QCOMPARE(gAlarmState[0], qint16(0));
 }
 
 void TstPollCycle::simulationFillsOneRowPerTick() {
