@@ -68,10 +68,10 @@ void TstStartup::settingsAreReadWithTheirDefaults() {
     QVERIFY(!gComBeep && !gBeepOnAlarm && !gBeepUntilAck && !gAlmLogging && !g21CFR);
     QCOMPARE(gUserId, QStringLiteral("Sorvantel System"));
 
-    // The two spellings of the section meet; booleans read from True/False and from numbers.
+    // The two spellings of the section meet; booleans read from True and from -1.
     env.settings->setValue("Cstatus", "gComBeep", "True");
     env.settings->setValue("CStatus", "CupdateTime", "250");
-    env.settings->setValue("CStatus", "beepOnAlarm", "1");
+    env.settings->setValue("CStatus", "beepOnAlarm", "-1");
     env.settings->setValue("DataSave", "SaveInterval", "10");
     env.settings->setValue("Levels\\security", "21CFR", "True");
     env.settings->setValue("Levels\\su", "su 4", "1");

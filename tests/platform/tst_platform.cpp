@@ -19,7 +19,6 @@ class TstPlatform : public QObject {
     Q_OBJECT
 private slots:
     void settingsFoldCaseAndKeepBlanks();
-    void settingsTextToBoolean();
     void linkSettingsFromTheStore();
     void replyCodesMapToTheLoggerTable();
     void modctlReadsIntoItsBuffer();
@@ -54,17 +53,6 @@ void TstPlatform::settingsFoldCaseAndKeepBlanks() {
     QSettings raw(dir.filePath("Brenlock/Sorvantel.ini"), QSettings::IniFormat);
     QVERIFY(!raw.contains("Cstatus/CupdateTime"));
     QCOMPARE(raw.value("cstatus/cupdatetime").toString(), QStringLiteral("250"));
-}
-
-void TstPlatform::settingsTextToBoolean() {
-    const std::tuple<const char*, bool, bool> rows[]{{"True", true, true}, {"false", false, true},
-                                                     {"1", true, true},    {"-1", true, true},
-                                                     {"", false, false},   {"yes", false, false}};
-    for (const auto& [text, value, ok] : rows) {
-        bool good = !ok;
-        QCOMPARE(settingToBool(QString::fromLatin1(text), &good), value);
-        QVERIFY2(good == ok, text);
-    }
 }
 
 void TstPlatform::linkSettingsFromTheStore() {

@@ -363,8 +363,7 @@ void TstLogin::logOffTextsAndEmptyIdAfterwards() {
     QCOMPARE(env.dialogs->boxes[1].buttons, MsgButtons::OkCancel);
     // The line still carries the old name.
     QCOMPARE(auditOf(env), (QList<QStringList>{{"Sorvantel System", "", "", "Logged Off"}}));
-    QCOMPARE(gUserId, QString());
-    QCOMPARE(gUserLevel, qint16(0));
+    QCOMPARE((std::pair{gUserId, int(gUserLevel)}), (std::pair{QString(), 0}));
     main->menuItem("mnuLogOff")->trigger();
     const QString ask = "Log off Sorvantel System . Are you sure?";
     QCOMPARE(env.dialogs->texts(), (QStringList{ask, ask,

@@ -88,8 +88,7 @@ void TstRecordsTool::damagedLinesAreNamed_data() {
     QTest::addColumn<QStringList>("plain");
     QTest::addColumn<QList<int>>("damaged");
 
-    const QStringList p = {QStringLiteral("first,line"), QStringLiteral("second,line"),
-                           QStringLiteral("third,line")};
+    const QStringList p{"first,line", "second,line", "third,line"};
     QList<QByteArray> h;
     for (const QString& line : p)
         h << encryptText(line).toLatin1();
