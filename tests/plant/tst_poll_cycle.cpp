@@ -116,9 +116,13 @@ void TstPollCycle::slowAnswerIsWaitedForAndLandsInItsOwnRow() {
     QCoreApplication::processEvents();
     QCOMPARE(rig.env.modbus->requests.size(), 1);
     QCOMPARE((QList<int>{gComErrCount[0], gPollIndex}), (QList<int>{0, 0}));
+    gAlarmState[0] = 3;
     rig.env.modbus->deliverAll(); // node 5's answer, at last, for node 5's row
     QCOMPARE(gPV[4].asNumber().value_or(-1), 5.0);
     QVERIFY(gPV[5].isEmpty());
+    // The profiler's status word is cleared by list position (0), not by its row (4): row 0's
+    // word goes, the profiler's own as read stays.
+    QCOMPARE((QList<int>{gAlarmState[0], gAlarmState[4]}), (QList<int>{0, 3}));
     QCOMPARE(gPollIndex, qint16(1));
     // A K40 that does not answer is asked again on the fourth tick; that too waits for the
     // answer on its way instead of counting a failure of its own.

@@ -123,6 +123,11 @@ void TstAuditTrail::failedEncipherWritesNothingAndSays() {
     QFile f(auditFilePath(QDate(2026, 3, 14)));
     QVERIFY(f.open(QIODevice::ReadOnly));
     QVERIFY(!f.readAll().contains("\r\n\r\n"));
+    // A line the disk refuses is lost without a word, as the trail has always done.
+    QVERIFY(QDir().mkpath(auditFilePath(QDate(2026, 3, 15))));
+    env.clock->time = env.clock->time.addDays(1);
+    systemAuditLine(QStringLiteral("lost"));
+    QCOMPARE(env.dialogs->texts().size(), 1);
 }
 
 void TstAuditTrail::startAndExitAreAuditedWithSecurityOn() {
