@@ -11,11 +11,18 @@
 #include "support/test_env.h"
 
 #include <QMdiArea>
-#include <QMdiSubWindow>
 #include <QProgressBar>
 #include <QSignalSpy>
 #include <QTest>
 #include <QTimer>
+
+namespace {
+// Timer 2, timer 3 and the poll's read-done flag: all set once polling runs.
+QList<bool> pollRunning(FrmMain* main) {
+    return {main->timer2()->isActive(), main->timer3()->isActive(), main->poll().readDone};
+}
+const QList<bool> kRunning{true, true, true};
+} // namespace
 
 class TstFrmMain : public QObject {
     Q_OBJECT
@@ -29,7 +36,7 @@ private slots:
     void rebuildActiveListRestartsWithoutTheDialog();
     void modeChangeMovesMarksAndRestartsScan();
     void openProjectMenuFollowsLoadedWindows();
-    void tilingAndHelp();
+    void helpThatCannotBeShownIsReported();
 };
 
 void TstFrmMain::menuCommandsAskTheirRight_data() {
@@ -69,14 +76,15 @@ void TstFrmMain::menuCommandsAskTheirRight() {
 
 void TstFrmMain::placementIsReadAndSavedInTwips() {
     TestEnv env;
-    env.settings->setValue("Settings", "MainLeft", "1500");
-    env.settings->setValue("Settings", "MainTop", "3000");
-    env.settings->setValue("Settings", "MainWidth", "9000");
-    env.settings->setValue("Settings", "MainHeight", "7500");
+    for (auto [key, twips] : {std::pair{"MainLeft", "1500"},
+                              {"MainTop", "3000"},
+                              {"MainWidth", "9000"},
+                              {"MainHeight", "7500"}})
+        env.settings->setValue("Settings", key, twips);
     auto* main = new FrmMain;
     const double tpp = twipsPerPixel(main);
-    QCOMPARE(main->pos(), QPoint(qRound(1500 / tpp), qRound(3000 / tpp)));
-    QCOMPARE(main->size(), QSize(qRound(9000 / tpp), qRound(7500 / tpp)));
+    QCOMPARE(main->geometry(),
+             QRect(qRound(1500 / tpp), qRound(3000 / tpp), qRound(9000 / tpp), qRound(7500 / tpp)));
     // Defaults when nothing is stored: 1000, 1000, 6500, 6500.
     env.settings->values.clear();
     auto* fresh = new FrmMain;
@@ -119,10 +127,9 @@ void TstFrmMain::exitAsksThenSavesPlacementAndUnloads() {
 
     env.dialogs->boxes.clear();
     main->menuItem("mnuFileExit")->trigger();
-    QCOMPARE(env.dialogs->boxes.size(), 1);
-    QCOMPARE(env.dialogs->boxes[0].text, QStringLiteral("Exit - are you sure?"));
-    QCOMPARE(env.dialogs->boxes[0].buttons, MsgButtons::YesNo);
-    QCOMPARE(env.dialogs->boxes[0].title, QStringLiteral("Sorvantel"));
+    QCOMPARE(env.dialogs->texts(), QStringList{"Exit - are you sure?"});
+    QCOMPARE(std::tuple(env.dialogs->boxes[0].buttons, env.dialogs->boxes[0].title),
+             std::tuple(MsgButtons::YesNo, QStringLiteral("Sorvantel")));
     QCOMPARE(exits.size(), 1);
     const double tpp = twipsPerPixel(main);
     QCOMPARE(env.settings->value("Settings", "MainWidth", ""), QString::number(qRound(800 * tpp)));
@@ -150,15 +157,10 @@ void TstFrmMain::startScanOpensDialogAndStartsPollingAfterHalfASecond() {
     QVERIFY(scanning);
     QVERIFY(scanning->isVisible());
     auto* bar = scanning->findChild<QProgressBar*>("pBar");
-    QCOMPARE(bar->maximum(), 2);
-    QCOMPARE(bar->value(), 0);
-    QVERIFY(!main->timer2()->isActive());
-    QVERIFY(!main->poll().readDone);
-    QVERIFY(main->poll().firstScan);
-    QCOMPARE(gPollIndex, qint16(0));
+    QCOMPARE(QList<int>({bar->maximum(), bar->value(), gPollIndex}), QList<int>({2, 0, 0}));
+    QVERIFY(!main->timer2()->isActive() && !main->poll().readDone && main->poll().firstScan);
     QTRY_VERIFY_WITH_TIMEOUT(main->timer2()->isActive(), 2000);
-    QVERIFY(main->timer3()->isActive());
-    QVERIFY(main->poll().readDone);
+    QCOMPARE(pollRunning(main), kRunning);
     // A second start replaces the dialog rather than stacking another.
     main->startScan();
     QCOMPARE(main->findChildren<FrmScanning*>().size(), 1);
@@ -179,9 +181,7 @@ void TstFrmMain::answerFromBeforeTheScanStillStartsThePoll() {
     env.modbus->deliverAll(); // its failure ends the first scan at once
     QVERIFY(!main->scanning());
     // The poll does not wait for the half second of a dialog that has gone.
-    QVERIFY(main->timer2()->isActive());
-    QVERIFY(main->timer3()->isActive());
-    QVERIFY(main->poll().readDone);
+    QCOMPARE(pollRunning(main), kRunning);
 }
 
 void TstFrmMain::rebuildActiveListRestartsWithoutTheDialog() {
@@ -195,9 +195,7 @@ void TstFrmMain::rebuildActiveListRestartsWithoutTheDialog() {
     rebuildActiveList();
     QCOMPARE(gActiveList, (QVector<qint16>{5, 10, 0}));
     QCOMPARE(gPollIndex, qint16(0));
-    QVERIFY(main->poll().readDone);
-    QVERIFY(main->timer2()->isActive());
-    QVERIFY(main->timer3()->isActive());
+    QCOMPARE(pollRunning(main), kRunning);
     QVERIFY(!main->scanning());
     QCOMPARE(alarms->grid()->rowCount(), 0);
 }
@@ -215,22 +213,22 @@ void TstFrmMain::modeChangeMovesMarksAndRestartsScan() {
     QCOMPARE(
         env.dialogs->boxes[0].text,
         QStringLiteral("Simulation or Realtime modes can not\nbe modified while logging data!"));
-    QVERIFY(!gSimMode);
-    QVERIFY(!main->menuItem("mnuSimMode")->isChecked());
-    QVERIFY(main->menuItem("mnuRtMode")->isChecked());
+    // Simulation flag, its mark, the real-time mark.
+    auto marks = [main] {
+        return QList<bool>{gSimMode, main->menuItem("mnuSimMode")->isChecked(),
+                           main->menuItem("mnuRtMode")->isChecked()};
+    };
+    QCOMPARE(marks(), QList<bool>({false, false, true}));
     QVERIFY(!main->scanning());
 
     gLogging = false;
     main->menuItem("mnuSimMode")->trigger();
-    QVERIFY(gSimMode);
-    QVERIFY(main->menuItem("mnuSimMode")->isChecked());
-    QVERIFY(!main->menuItem("mnuRtMode")->isChecked());
+    QCOMPARE(marks(), QList<bool>({true, true, false}));
     QVERIFY(main->scanning());
     // Denied: nothing moves.
     g21CFR = true;
     main->menuItem("mnuRtMode")->trigger();
-    QVERIFY(gSimMode);
-    QVERIFY(main->menuItem("mnuSimMode")->isChecked());
+    QCOMPARE(marks(), QList<bool>({true, true, false}));
 }
 
 void TstFrmMain::openProjectMenuFollowsLoadedWindows() {
@@ -254,28 +252,9 @@ void TstFrmMain::openProjectMenuFollowsLoadedWindows() {
     QVERIFY(!gBankUpdating);
 }
 
-// Tiling fills the client area with the windows not minimized; a help file that cannot be shown
-// is reported.
-void TstFrmMain::tilingAndHelp() {
+void TstFrmMain::helpThatCannotBeShownIsReported() {
     TestEnv env;
     auto* main = new FrmMain;
-    main->resize(900, 700);
-    main->show();
-    QMdiSubWindow* a = main->mdiArea()->addSubWindow(new QWidget);
-    QMdiSubWindow* b = main->mdiArea()->addSubWindow(new QWidget);
-    QMdiSubWindow* c = main->mdiArea()->addSubWindow(new QWidget);
-    a->show();
-    b->show();
-    c->showMinimized();
-    const QSize area = main->mdiArea()->viewport()->size();
-    main->menuItem("mnuWindowTileHorizontal")->trigger();
-    QCOMPARE(a->geometry(), QRect(0, 0, area.width(), area.height() / 2));
-    QCOMPARE(b->geometry(), QRect(0, area.height() / 2, area.width(), area.height() / 2));
-    main->menuItem("mnuWindowTileVertical")->trigger();
-    QCOMPARE(a->geometry(), QRect(0, 0, area.width() / 2, area.height()));
-    QCOMPARE(b->geometry().left(), area.width() / 2);
-    QVERIFY(c->isMinimized());
-
     gHelpFile = env.path("Sorvantel help.hlp");
     main->menuItem("mnuHelpContents")->trigger();
     QCOMPARE(env.dialogs->openedDocuments, QStringList{gHelpFile});
