@@ -120,19 +120,18 @@ void TstFileCipher::keyDependsOnPhraseAndSize() {
 void TstFileCipher::hashFollowsTheFileOnDisk() {
     TestEnv env;
     const QString path = env.path(QStringLiteral("data.slg"));
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write("abc");
-    f.close();
+    auto write = [&path](const QByteArray& bytes) {
+        QFile f(path);
+        return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
+    };
+    QVERIFY(write("abc"));
     QCOMPARE(hashFileHex(path),
              QStringLiteral("BA7816BF8F01CFEA414140DE5DAE2223B00361A396177A9CB410FF61F20015AD"));
     // Larger than one read block, with a last block that is not full.
     QByteArray content;
     for (int i = 0; content.size() < 200000; ++i)
         content += encryptText(QStringLiteral("line %1").arg(i)).toLatin1() + "\r\n";
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(content);
-    f.close();
+    QVERIFY(write(content));
     QCOMPARE(hashFileHex(path),
              QString::fromLatin1(
                  QCryptographicHash::hash(content, QCryptographicHash::Sha256).toHex().toUpper()));
@@ -145,23 +144,19 @@ void TstFileCipher::hashOfMissingFileShowsTheBox() {
     for (const char* relative : {"nothing here.slg", "Audit"}) { // a folder is no file either
         env.dialogs->boxes.clear();
         QCOMPARE(hashFileHex(env.path(QString::fromLatin1(relative))), QString());
-        QCOMPARE(env.dialogs->boxes.size(), 1);
-        QCOMPARE(env.dialogs->boxes[0].icon, MsgIcon::Critical);
-        QCOMPARE(env.dialogs->boxes[0].title, QStringLiteral("Sorvantel"));
-        QCOMPARE(env.dialogs->boxes[0].text,
-                 QStringLiteral("Error during system signature of data file.\n"
-                                "Data file on disk could be corrupted."));
+        QCOMPARE(env.dialogs->texts(), QStringList{"Error during system signature of data file.\n"
+                                                   "Data file on disk could be corrupted."});
+        QCOMPARE(std::tuple(env.dialogs->boxes[0].icon, env.dialogs->boxes[0].title),
+                 std::tuple(MsgIcon::Critical, QStringLiteral("Sorvantel")));
     }
 }
 
 void TstFileCipher::pathParts_data() {
     QTest::addColumn<QString>("path");
-    QTest::addColumn<QString>("base");
-    QTest::addColumn<QString>("withoutExtension");
-    QTest::addColumn<QString>("nameOnly");
+    QTest::addColumn<QStringList>("parts"); // base name, without extension, name only
     auto row = [](const char* name, const QString& path, const QString& base,
                   const QString& withoutExtension, const QString& nameOnly) {
-        QTest::newRow(name) << path << base << withoutExtension << nameOnly;
+        QTest::newRow(name) << path << QStringList{base, withoutExtension, nameOnly};
     };
     row("mixed separators", "/srv/x.y\\Data\\f.tar.gz", "f", "/srv/x.y\\Data\\f", "f.tar.gz");
     row("no separator", "Name.svt", "Name", "Name", "Name.svt");
@@ -179,28 +174,23 @@ void TstFileCipher::pathParts_data() {
 
 void TstFileCipher::pathParts() {
     QFETCH(QString, path);
-    QFETCH(QString, base);
-    QFETCH(QString, withoutExtension);
-    QFETCH(QString, nameOnly);
-    QCOMPARE(fileBaseName(path), base);
-    QCOMPARE(pathWithoutExtension(path), withoutExtension);
-    QCOMPARE(fileNameOnly(path), nameOnly);
+    QFETCH(QStringList, parts);
+    QCOMPARE((QStringList{fileBaseName(path), pathWithoutExtension(path), fileNameOnly(path)}),
+             parts);
 }
 
 void TstFileCipher::fileExistsFindsFilesOnly() {
     TestEnv env;
     QDir(env.appPath()).mkdir(QStringLiteral("Audit"));
-    QFile f(env.path(QStringLiteral("Audit/3-7-2026 Audit.atr")));
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.close();
-    QVERIFY(fileExists(env.path(QStringLiteral("Audit/3-7-2026 Audit.atr"))));
-    QVERIFY(fileExists(env.appPath() + QStringLiteral("\\Audit\\3-7-2026 Audit.atr")));
-    QVERIFY(fileExists(env.path(QStringLiteral("Audit/*.atr"))));
-    QVERIFY(fileExists(env.path(QStringLiteral("Audit/3-?-2026 Audit.atr"))));
-    QVERIFY(!fileExists(env.path(QStringLiteral("Audit/*.slg"))));
-    QVERIFY(!fileExists(env.path(QStringLiteral("Audit"))));
-    QVERIFY(!fileExists(env.path(QStringLiteral("Audit/none.atr"))));
-    QVERIFY(!fileExists(QString()));
+    const QString audit = env.path(QStringLiteral("Audit/"));
+    QVERIFY(QFile(audit + "3-7-2026 Audit.atr").open(QIODevice::WriteOnly));
+    QList<bool> found;
+    for (const QString& path :
+         {audit + "3-7-2026 Audit.atr", env.appPath() + "\\Audit\\3-7-2026 Audit.atr",
+          audit + "*.atr", audit + "3-?-2026 Audit.atr", audit + "*.slg",
+          env.path(QStringLiteral("Audit")), audit + "none.atr", QString()})
+        found << fileExists(path);
+    QCOMPARE(found, QList<bool>({true, true, true, true, false, false, false, false}));
 }
 
 QTEST_MAIN(TstFileCipher)
