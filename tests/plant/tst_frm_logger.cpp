@@ -108,11 +108,9 @@ void TstFrmLogger::saveAsRichText() {
     logger.saveLoggerFile();
     QCOMPARE(env.dialogs->fileRequests.size(), 3);
     const FileDialogRequest& r = env.dialogs->fileRequests[2];
-    QCOMPARE(r.title, QStringLiteral("Save .rtf Recipe file as?"));
-    QCOMPARE(r.filter, QStringLiteral("Logger Files(*.rtf)|*.rtf"));
-    QCOMPARE(r.fileName, QStringLiteral("logger.rtf"));
-    QCOMPARE(r.defaultExtension, QStringLiteral(".rtf"));
-    QCOMPARE(r.initialDirectory, env.appPath());
+    QCOMPARE((QStringList{r.title, r.filter, r.fileName, r.defaultExtension, r.initialDirectory}),
+             (QStringList{"Save .rtf Recipe file as?", "Logger Files(*.rtf)|*.rtf", "logger.rtf",
+                          ".rtf", env.appPath()}));
     QVERIFY(r.overwritePrompt);
     QFile f(env.path("logger.rtf"));
     QVERIFY(f.open(QIODevice::ReadOnly));
@@ -136,10 +134,11 @@ void TstFrmLogger::clearAsksAndNeedsRight7() {
     logger.appendLine("a");
     env.dialogs->answerNext(MsgAnswer::No);
     logger.clearLogger();
-    QCOMPARE(env.dialogs->boxes[0].title, QStringLiteral("Clear Logger?"));
-    QCOMPARE(env.dialogs->boxes[0].text,
-             QStringLiteral("Are you sure you want to clear the logger?"));
-    QCOMPARE(env.dialogs->boxes[0].buttons, MsgButtons::YesNo);
+    const ShownBox& box = env.dialogs->boxes[0];
+    QCOMPARE(std::tuple(box.title, box.text, box.buttons),
+             std::tuple(QStringLiteral("Clear Logger?"),
+                        QStringLiteral("Are you sure you want to clear the logger?"),
+                        MsgButtons::YesNo));
     QVERIFY(!logger.text().isEmpty());
     logger.clearLogger();
     QVERIFY(logger.text().isEmpty());
@@ -162,8 +161,8 @@ void TstFrmLogger::writeAndGeneralErrorBoxes() {
     QCOMPARE(env.dialogs->boxes[0].text,
              QStringLiteral(
                  "Error during write to controller!\nIllegal Data Value written to control."));
-    QCOMPARE(env.dialogs->boxes[0].icon, MsgIcon::Critical);
-    QCOMPARE(env.dialogs->boxes[0].title, QStringLiteral("Sorvantel"));
+    QCOMPARE(std::tuple(env.dialogs->boxes[0].icon, env.dialogs->boxes[0].title),
+             std::tuple(MsgIcon::Critical, QStringLiteral("Sorvantel")));
     reportError("getgControllerValuesFakeProcedure", 9, "Subscript out of range");
     QCOMPARE(env.dialogs->boxes[1].text,
              QStringLiteral(

@@ -57,11 +57,10 @@ void TstRights::checkAccessByLevelAndEntry() {
     if (denial.isEmpty()) {
         QVERIFY(env.dialogs->boxes.isEmpty());
     } else {
-        QCOMPARE(env.dialogs->boxes.size(), 1);
-        QCOMPARE(env.dialogs->boxes[0].text, denial);
-        QCOMPARE(env.dialogs->boxes[0].title, QStringLiteral("Sorvantel"));
-        QCOMPARE(env.dialogs->boxes[0].icon, MsgIcon::Critical);
-        QCOMPARE(env.dialogs->boxes[0].buttons, MsgButtons::Ok);
+        QCOMPARE(env.dialogs->texts(), QStringList{denial});
+        const ShownBox& box = env.dialogs->boxes[0];
+        QCOMPARE(std::tuple(box.title, box.icon, box.buttons),
+                 std::tuple(QStringLiteral("Sorvantel"), MsgIcon::Critical, MsgButtons::Ok));
     }
     // With security off the same entry passes, silently.
     g21CFR = false;
@@ -72,24 +71,23 @@ void TstRights::checkAccessByLevelAndEntry() {
 
 void TstRights::loadRightsReadsKeysWithTheirBlank() {
     TestEnv env;
-    env.settings->setValue("Levels\\op", "op 0", "1");
-    env.settings->setValue("Levels\\op", "op0", "1"); // not the key: no blank
-    env.settings->setValue("Levels\\op", "op 1", "2");
-    env.settings->setValue("Levels\\su", "su 24", "1");
-    env.settings->setValue("Levels\\ad", "ad 11", " 1 ");
-    env.settings->setValue("Levels\\ad", "ad 12", "yes");
-    env.settings->setValue("Levels\\ad", "ad 13", "65537"); // would wrap round to 1
-    env.settings->setValue("Levels\\security", "21CFR", "True");
+    // "op0" is not the key (no blank); 65537 would wrap round to 1.
+    for (auto [section, key, value] : {std::tuple{"op", "op 0", "1"},
+                                       {"op", "op0", "1"},
+                                       {"op", "op 1", "2"},
+                                       {"su", "su 24", "1"},
+                                       {"ad", "ad 11", " 1 "},
+                                       {"ad", "ad 12", "yes"},
+                                       {"ad", "ad 13", "65537"},
+                                       {"security", "21CFR", "True"}})
+        env.settings->setValue(QStringLiteral("Levels\\") + section, key, value);
     gUserId = QStringLiteral("someone");
     gUserLevel = 2;
     QVERIFY(loadRights());
-    QCOMPARE(gOpRights[0], qint16(1));
-    QCOMPARE(gOpRights[1], qint16(2)); // loads as it stands
-    QCOMPARE(gOpRights[2], qint16(0));
-    QCOMPARE(gSuRights[24], qint16(1));
-    QCOMPARE(gAdRights[11], qint16(1));
-    QCOMPARE(gAdRights[12], qint16(0)); // unreadable text takes the default
-    QCOMPARE(gAdRights[13], qint16(0));
+    // A 2 loads as it stands; unreadable text takes the default.
+    QCOMPARE((QList<int>{gOpRights[0], gOpRights[1], gOpRights[2], gSuRights[24], gAdRights[11],
+                         gAdRights[12], gAdRights[13]}),
+             (QList<int>{1, 2, 0, 1, 1, 0, 0}));
     QVERIFY(g21CFR);
     QCOMPARE(gUserId, QStringLiteral("Sorvantel System"));
     QCOMPARE(gUserLevel, qint16(0));
