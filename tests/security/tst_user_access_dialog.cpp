@@ -60,14 +60,17 @@ void TstUserAccessDialog::ticksCountOnlyOnAccept() {
     emit d.userLevel()->activated(0);
     QVERIFY(!ticked(d, 3));
     // Select All and Remove All only touch the ticks.
+    auto tickCount = [&d] {
+        int n = 0;
+        for (int i = 0; i < 24; ++i)
+            n += ticked(d, i);
+        return n;
+    };
     buttonOf(d, "Command3")->click();
-    for (int i = 0; i < 24; ++i)
-        QVERIFY(ticked(d, i));
+    QCOMPARE(tickCount(), 24);
     buttonOf(d, "Command4")->click();
-    for (int i = 0; i < 24; ++i)
-        QVERIFY(!ticked(d, i));
-    QCOMPARE(gOpRights[2], qint16(1));
-    QCOMPARE(gOpRights[3], qint16(0));
+    QCOMPARE(tickCount(), 0);
+    QCOMPARE(QList<int>({gOpRights[2], gOpRights[3]}), QList<int>({1, 0}));
 
     g21CFR = true;
     gUserLevel = 1;
@@ -75,10 +78,8 @@ void TstUserAccessDialog::ticksCountOnlyOnAccept() {
     tick(d, 4, true);
     buttonOf(d, "Command2")->click();
     // In force for the running session before the dialog closes; the ticked 2 became 1.
-    QCOMPARE(gSuRights[4], qint16(1));
-    QCOMPARE(gSuRights[7], qint16(1));
-    QVERIFY(checkAccess(4));
-    QVERIFY(checkAccess(7));
+    QCOMPARE(QList<int>({gSuRights[4], gSuRights[7]}), QList<int>({1, 1}));
+    QVERIFY(checkAccess(4) && checkAccess(7));
     QVERIFY(env.dialogs->boxes.isEmpty());
     QVERIFY(!env.settings->values.contains(QtSettingsStore::foldedKey("Levels\\su", "su 4")));
 }
@@ -107,17 +108,14 @@ void TstUserAccessDialog::closeWritesEveryKeyAndTheSwitch() {
         QVERIFY(stored("Levels\\su", QStringLiteral("su %1").arg(i)) != "absent");
         QVERIFY(stored("Levels\\ad", QStringLiteral("ad %1").arg(i)) != "absent");
     }
-    QCOMPARE(stored("Levels\\op", "op 1"), QStringLiteral("1"));
-    QCOMPARE(stored("Levels\\op", "op 2"), QStringLiteral("0"));
-    QCOMPARE(stored("Levels\\ad", "ad 23"), QStringLiteral("1"));
-    QCOMPARE(stored("Levels\\ad", "ad 24"), QStringLiteral("absent"));
-    QCOMPARE(stored("Levels\\security", "21CFR"), QStringLiteral("True"));
+    QCOMPARE((QStringList{stored("Levels\\op", "op 1"), stored("Levels\\op", "op 2"),
+                          stored("Levels\\ad", "ad 23"), stored("Levels\\ad", "ad 24"),
+                          stored("Levels\\security", "21CFR")}),
+             (QStringList{"1", "0", "1", "absent", "True"}));
     // What was written loads back as it was.
     resetRights();
     QVERIFY(loadRights());
-    QCOMPARE(gOpRights[1], qint16(1));
-    QCOMPARE(gAdRights[23], qint16(1));
-    QVERIFY(g21CFR);
+    QVERIFY(gOpRights[1] == 1 && gAdRights[23] == 1 && g21CFR);
 
     FrmPasswords d(nullptr);
     d.show();
