@@ -208,11 +208,9 @@ void TstFrmMain::modeChangeMovesMarksAndRestartsScan() {
     buildActiveList();
     gLogging = true;
     main->menuItem("mnuSimMode")->trigger();
-    QCOMPARE(env.dialogs->boxes.size(), 1);
+    QCOMPARE(env.dialogs->texts(),
+             QStringList{"Simulation or Realtime modes can not\nbe modified while logging data!"});
     QCOMPARE(env.dialogs->boxes[0].icon, MsgIcon::Information);
-    QCOMPARE(
-        env.dialogs->boxes[0].text,
-        QStringLiteral("Simulation or Realtime modes can not\nbe modified while logging data!"));
     // Simulation flag, its mark, the real-time mark.
     auto marks = [main] {
         return QList<bool>{gSimMode, main->menuItem("mnuSimMode")->isChecked(),

@@ -270,12 +270,9 @@ void TstPollCycle::simulationFillsOneRowPerTick() {
     rig.poll.firstScan = true;
     rig.tick();
     QVERIFY(rig.env.modbus->requests.isEmpty());
-    const double pv = gPV[1].asNumber().value_or(-1);
-    QVERIFY(pv >= 1 && pv <= 200 && pv == std::floor(pv));
-    const double sp = gSP[1].asNumber().value_or(-1);
-    QVERIFY(sp >= 1 && sp <= 150);
-    QVERIFY(gPctOut[1] >= 1 && gPctOut[1] <= 100);
-    QVERIFY(gPV[3].isEmpty());
+    const double pv = gPV[1].asNumber().value_or(-1), sp = gSP[1].asNumber().value_or(-1);
+    QVERIFY(pv >= 1 && pv <= 200 && pv == std::floor(pv) && sp >= 1 && sp <= 150);
+    QVERIFY(gPctOut[1] >= 1 && gPctOut[1] <= 100 && gPV[3].isEmpty());
     QCOMPARE(gAlarmState[0], qint16(0));
     rig.tick();
     QVERIFY(!gPV[3].isEmpty());

@@ -40,10 +40,8 @@ QString TstAccounts::script(const QString& name, const QByteArray& body, bool ex
     if (f.open(QIODevice::WriteOnly))
         f.write("#!/bin/sh\n" + body + "\n");
     f.close();
-    QFile::Permissions p = QFile::ReadOwner | QFile::WriteOwner;
-    if (executable)
-        p |= QFile::ExeOwner;
-    f.setPermissions(p);
+    f.setPermissions(QFile::ReadOwner | QFile::WriteOwner |
+                     (executable ? QFile::ExeOwner : QFile::Permissions()));
     return path;
 }
 

@@ -20,7 +20,6 @@ class TstPlatform : public QObject {
 private slots:
     void settingsFoldCaseAndKeepBlanks();
     void linkSettingsFromTheStore();
-    void replyCodesMapToTheLoggerTable();
     void modctlReadsIntoItsBuffer();
     void modctlRefusesAStartWhileBusy();
     void modctlKeepsARunningWrite();
@@ -69,17 +68,6 @@ void TstPlatform::linkSettingsFromTheStore() {
     QCOMPARE(std::make_tuple(int(r.mode), r.serialPort, QChar(r.parity), r.baudRate, r.timeoutMs),
              std::make_tuple(int(LinkSettings::Mode::Rtu), QString("/dev/ttyUSB0"), QChar(u'E'),
                              19200, 1000));
-}
-
-void TstPlatform::replyCodesMapToTheLoggerTable() {
-    // Time-out, busy and the gateway target are met over a real link in the link's own test.
-    using E = QModbusDevice::Error;
-    const std::tuple<E, int, int> rows[]{{E::ConnectionError, 0, -1}, {E::ReplyAbortedError, 0, -1},
-                                         {E::ProtocolError, 0, -2},   {E::ProtocolError, 1, 1},
-                                         {E::ProtocolError, 4, 4},    {E::ProtocolError, 10, 18},
-                                         {E::UnknownError, 0, -2}};
-    for (const auto& [error, exception, code] : rows)
-        QCOMPARE(QtModbusBackend::codeForReply(error, exception), code);
 }
 
 void TstPlatform::modctlReadsIntoItsBuffer() {

@@ -2,7 +2,6 @@
 
 #include <QComboBox>
 #include <QFile>
-#include <QLineEdit>
 #include <QPrinter>
 #include <QProcess>
 #include <QSignalSpy>
@@ -354,8 +353,8 @@ void TstRecordGrid::cellTypesAndUserEdits() {
     QCOMPARE(shown(2, 0, Qt::CheckStateRole), QStringLiteral("2"));
 }
 
-// The editors the view opens commit the user's choice: a combo box on the choice alone, a line
-// edit once the view gets it back. A double click on a locked grid names the cell.
+// The combo box the view opens commits the user's choice on the choice alone. A double click on
+// a locked grid names the cell.
 void TstRecordGrid::editorsCommitAndDoubleClickNamesTheCell() {
     RecordGrid grid;
     fill(grid, 3, 2);
@@ -375,17 +374,6 @@ void TstRecordGrid::editorsCommitAndDoubleClickNamesTheCell() {
     QCOMPARE(edits.size(), 1);
     QTRY_VERIFY(!grid.viewport()->findChild<QComboBox*>() ||
                 !grid.viewport()->findChild<QComboBox*>()->isVisible());
-
-    grid.setCurrentIndex(grid.gridModel()->index(1, 0));
-    grid.edit(grid.currentIndex());
-    auto* line = grid.viewport()->findChild<QLineEdit*>();
-    QVERIFY(line);
-    line->selectAll();
-    QTest::keyClicks(line, "typed");
-    QTest::keyClick(line, Qt::Key_Return); // committed once the view gets back to it
-    QTRY_COMPARE(grid.text(1, 0), QStringLiteral("typed"));
-    QCOMPARE(edits.size(), 2);
-    QCOMPARE(edits.last(), QVariantList({1, 0}));
 
     // A double click arrives after the press and release of its first click.
     grid.setLocked(true);
@@ -435,7 +423,6 @@ void TstRecordGrid::footerCodes_data() {
     QTest::newRow("new line") << "/cTop/nBottom/r/p" << 4 << QStringList{"|Top|", "|Bottom|4"};
     QTest::newRow("slashes") << "a//b/x/" << 1 << QStringList{"a/b/x/||"};
     QTest::newRow("capitals are text") << "/P/C" << 1 << QStringList{"/P/C||"};
-    QTest::newRow("empty") << "" << 1 << QStringList{"||"};
 }
 
 void TstRecordGrid::footerCodes() {
@@ -475,11 +462,10 @@ void TstRecordGrid::printsRowPagesColumnBandsAndTheSelectedBlock() {
             QCOMPARE(page.contains(titles.at(c)), page.contains(column));
         }
     }
-    QVERIFY(pages.at(0).contains(cellName(0, 0)));
-    QVERIFY(!pages.at(0).contains(cellName(119, 0)));
-    QVERIFY(!pages.at(0).contains(cellName(0, 3)));
-    QVERIFY(pages.at(1).contains(cellName(0, 3)));
-    QVERIFY(pages.last().contains(cellName(119, 7)));
+    QCOMPARE((QList<bool>{pages[0].contains(cellName(0, 0)), pages[0].contains(cellName(119, 0)),
+                          pages[0].contains(cellName(0, 3)), pages[1].contains(cellName(0, 3)),
+                          pages.last().contains(cellName(119, 7))}),
+             (QList<bool>{true, false, false, true, true}));
     const QString all = pages.join(u'\n');
     for (int r = 0; r < 120; ++r) {
         for (int c = 0; c < 8; ++c)

@@ -79,8 +79,7 @@ void FakeModbusBackend::submit(const ModbusRequest& request, Done done) {
         m_pending.emplace_back(request, std::move(done));
         return;
     }
-    QTimer::singleShot(delayMs, this,
-                       [this, request, done = std::move(done)] { done(answer(request)); });
+    QTimer::singleShot(0, this, [this, request, done = std::move(done)] { done(answer(request)); });
 }
 
 int FakeModbusBackend::deliverAll() {
@@ -104,13 +103,6 @@ std::unique_ptr<QPrinter> PdfPrinters::defaultPrinter(const QString& jobName) {
     outputs << path;
     jobNames << jobName;
     return printer;
-}
-
-bool PdfPrinters::choosePrinter(QPrinter&, int* copies) {
-    ++dialogs;
-    if (copies)
-        *copies = copiesAsked;
-    return dialogAccepts;
 }
 
 QString pdfText(const QString& path) {

@@ -29,8 +29,7 @@ public:
     std::deque<MsgAnswer> answers; // taken in order; when empty the first button is the answer
     QList<FileDialogRequest> fileRequests;
     std::deque<FileDialogResult> fileAnswers; // when empty: cancelled
-    QStringList openedDocuments;
-    bool documentsOpen = false;
+    QStringList openedDocuments;              // none opens: the help file cannot be shown
 
     MsgAnswer messageBox(MsgIcon icon, MsgButtons buttons, const QString& title,
                          const QString& text) override;
@@ -42,7 +41,7 @@ public:
     std::optional<QColor> chooseColour(const QColor&) override { return std::nullopt; }
     bool openDocument(const QString& path) override {
         openedDocuments << path;
-        return documentsOpen;
+        return false;
     }
 
     QStringList texts() const;
@@ -79,8 +78,8 @@ public:
     bool acquire() override { return !otherRunning; }
 };
 
-// A link answering from register maps in memory. Replies come from the event loop after
-// `delayMs`, or, in manual mode, only when the test calls deliverAll().
+// A link answering from register maps in memory. Replies come from the event loop, or, in manual
+// mode, only when the test calls deliverAll().
 class FakeModbusBackend final : public ModbusBackend {
 public:
     struct Node {
@@ -92,12 +91,10 @@ public:
     QMap<int, Node> nodes;
     QList<ModbusRequest> requests;
     bool manual = false;
-    int delayMs = 0;
 
     void submit(const ModbusRequest& request, Done done) override;
     ModbusResult answer(const ModbusRequest& request);
     int deliverAll();
-    int pendingCount() const { return static_cast<int>(m_pending.size()); }
 
     void setRegisters(int node, int dataArea, int first, const QList<quint16>& values);
 
@@ -110,16 +107,14 @@ private:
 class PdfPrinters final : public Printers {
 public:
     bool available = true;
-    bool dialogAccepts = true;
-    int copiesAsked = 1;
     QString outputFolder;
     QStringList outputs; // every file a job was given, in order
     QStringList jobNames;
-    int dialogs = 0;
 
     bool hasDefaultPrinter() override { return available; }
     std::unique_ptr<QPrinter> defaultPrinter(const QString& jobName) override;
-    bool choosePrinter(QPrinter& printer, int* copies) override;
+    // No test chooses a printer yet: the dialog is always cancelled.
+    bool choosePrinter(QPrinter&, int*) override { return false; }
 };
 
 // The machine's accounts as a table of users.

@@ -298,10 +298,7 @@ void TstRecordsTool::commandLine_data() {
         "verify takes a data file");
     row("export with --force", {"export", "--force", "{d}/run.slg", "{d}/old.csv"}, kOk,
         "3 lines exported to {d}/old.csv", {});
-    row("--force with print", {"print", "--force", "{d}/run.slg"}, kUnusable, {}, "export only");
     row("unknown command", {"list", "{d}/run.slg"}, kUnusable, {}, "unknown command 'list'");
-    row("no command", {}, kUnusable, {}, "no command given");
-    row("print nothing", {"print"}, kUnusable, {}, "print needs at least one file");
     row("unknown option", {"print", "--fast", "{d}/run.slg"}, kUnusable, {},
         "Unknown option 'fast'");
 }
