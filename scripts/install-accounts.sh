@@ -2,7 +2,7 @@
 # Installs the password-check helper that lets a workstation running under an operator's own
 # account check the password of whoever signs an action: root-owned, setgid shadow, in a folder
 # that only root and the group of the workstation's users (default "sorvantel") can enter; the
-# file through which it paces checks, readable by no one else; and a commented site groups file
+# folder in which it paces checks, open to no one else; and a commented site groups file
 # /etc/sorvantel/accounts.conf when there is none. The user running this script through sudo (or
 # as themselves) joins the workstation's users; that counts from their next login.
 # Run after a build, as root or with sudo: install-accounts.sh BUILD_DIR
@@ -16,7 +16,9 @@ SUDO=""
 if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
 
 HELPER="$BUILD_DIR/src/sorvantel-authcheck"
-PACE_DIR=/var/lib/sorvantel
+# The folder the helper was built to pace its checks in.
+PACE_DIR=$(sed -n 's/^SORVANTEL_AUTHCHECK_PACE_DIR:[A-Z]*=//p' "$BUILD_DIR/CMakeCache.txt" 2>/dev/null || true)
+PACE_DIR=${PACE_DIR:-/var/lib/sorvantel}
 
 # A sanitizer build's runtime is not made to run with extra privileges.
 if grep -q __asan_init "$HELPER"; then
@@ -24,10 +26,9 @@ if grep -q __asan_init "$HELPER"; then
     exit 1
 fi
 
+# The helper keeps one pace file for each calling account here; nobody else may enter.
 $SUDO install -d -o root -g shadow -m 770 "$PACE_DIR"
-if [ ! -f "$PACE_DIR/authcheck.pace" ]; then
-    $SUDO install -o root -g shadow -m 660 /dev/null "$PACE_DIR/authcheck.pace"
-fi
+$SUDO rm -f "$PACE_DIR/authcheck.pace" # the machine-wide file of earlier versions
 if ! getent group "$USERS_GROUP" >/dev/null; then
     $SUDO groupadd --system "$USERS_GROUP"
 fi

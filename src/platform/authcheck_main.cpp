@@ -11,18 +11,21 @@
 // file, both only for root (tests): a service or a file of a caller's choosing could accept
 // anybody.
 //
-// Only members of the workstation's three groups are checked at all; anybody else is refused
-// before PAM runs, so the helper cannot serve to probe root's or a sudoer's password.
+// Only members of the workstation's three groups are checked at all, and never root; anybody
+// else is refused before PAM runs, so the helper cannot serve to probe other accounts.
 //
 // The caller may kill the helper at any time, so PAM's delay after a failure does not slow a
 // password guesser down: a caller can stop waiting once a check takes longer than a success
-// would. Checks for callers other than root are therefore paced machine-wide, one a second. Each
-// check takes its turn under a short lock and records it before it waits, so that neither a
-// killed check nor one stopped while it waits holds up the others.
+// would. Checks are therefore paced, one a second for each calling account other than root,
+// through a file of that account's own in a folder only the helper can enter. Each check takes
+// its turn under a short lock and records it before it waits, so a killed check gains nothing;
+// and whatever a caller does to its own helpers (stop one while it holds the lock, queue up
+// turns and kill them) holds up only its own checks, never another account's.
 
 #include "site_groups.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -38,8 +41,8 @@
 #include <unistd.h>
 #include <vector>
 
-#ifndef SORVANTEL_AUTHCHECK_PACE_FILE
-#define SORVANTEL_AUTHCHECK_PACE_FILE "/var/lib/sorvantel/authcheck.pace"
+#ifndef SORVANTEL_AUTHCHECK_PACE_DIR
+#define SORVANTEL_AUTHCHECK_PACE_DIR "/var/lib/sorvantel"
 #endif
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -132,17 +135,21 @@ timespec fromNanoseconds(long long ns) {
     return timespec{static_cast<time_t>(ns / kSecondNs), static_cast<long>(ns % kSecondNs)};
 }
 
-// At most one check a second for callers other than root. The turn is taken and written under
-// the lock, which is then let go; the wait comes after. False when no turn can be had in time.
+// At most one check a second for each caller other than root. The turn is taken and written
+// under the lock, which is then let go; the wait comes after. False when no turn can be had in
+// time. The monotonic clock: setting the time of day neither frees nor blocks a turn.
 bool pace() {
-    if (getuid() == 0)
+    const uid_t caller = getuid();
+    if (caller == 0)
         return true;
-    const int fd =
-        open(SORVANTEL_AUTHCHECK_PACE_FILE, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0660);
+    char path[256];
+    snprintf(path, sizeof path, "%s/pace-%lu", SORVANTEL_AUTHCHECK_PACE_DIR,
+             static_cast<unsigned long>(caller));
+    const int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (fd < 0)
         return false;
-    // Whoever created it, every caller's helper must be able to write it.
-    fchmod(fd, 0660);
+    // Whatever the caller's umask, its own helpers must be able to open it again.
+    fchmod(fd, 0600);
     bool locked = false;
     for (int i = 0; i < kLockTries && !locked; ++i) {
         locked = flock(fd, LOCK_EX | LOCK_NB) == 0;
@@ -156,58 +163,77 @@ bool pace() {
         return false;
     }
     timespec clock{};
-    clock_gettime(CLOCK_REALTIME, &clock);
+    clock_gettime(CLOCK_MONOTONIC, &clock);
     const long long now = nanoseconds(clock);
     long long turn = now;
     timespec last{};
-    if (pread(fd, &last, sizeof last, 0) == static_cast<ssize_t>(sizeof last)) {
+    if (pread(fd, &last, sizeof last, 0) == static_cast<ssize_t>(sizeof last) && last.tv_sec >= 0 &&
+        last.tv_sec < (1LL << 40) && last.tv_nsec >= 0 && last.tv_nsec < kSecondNs) {
         const long long next = nanoseconds(last) + kPaceNs;
-        // A last turn further ahead than any queue can reach means the clock went back.
+        // A last turn further ahead than any queue can reach is from before a restart.
         if (next > turn && next - now <= kLongestQueueNs + kPaceNs)
             turn = next;
     }
-    bool recorded = false;
-    if (turn - now <= kLongestQueueNs) {
-        const timespec mine = fromNanoseconds(turn);
-        recorded = pwrite(fd, &mine, sizeof mine, 0) == static_cast<ssize_t>(sizeof mine) &&
-                   fdatasync(fd) == 0;
-    }
+    const timespec mine = fromNanoseconds(turn);
+    const bool recorded = turn - now <= kLongestQueueNs &&
+                          pwrite(fd, &mine, sizeof mine, 0) == static_cast<ssize_t>(sizeof mine);
     close(fd); // lets the lock go
     if (!recorded)
         return false;
-    const timespec until = fromNanoseconds(turn);
-    while (clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &until, nullptr) == EINTR) {
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &mine, nullptr) == EINTR) {
     }
     return true;
 }
 
-// The user belongs to one of the workstation's three groups, by the site groups file.
-bool workstationMember(const char* user, const char* groupsFile) {
+// Calls a reentrant lookup with a buffer that grows until it fits: its status, 0 when it ran.
+template <typename Lookup> int lookUp(std::vector<char>& buffer, Lookup&& lookup) {
+    for (buffer.resize(16384);; buffer.resize(buffer.size() * 2)) {
+        const int rc = lookup(buffer.data(), buffer.size());
+        if (rc != ERANGE || buffer.size() >= (1u << 24))
+            return rc;
+    }
+}
+
+enum class Membership { Member, Other, Unknown };
+
+// Whether the user belongs to one of the workstation's three groups by the site groups file.
+// Unknown when the account database could not answer: no password was wrong then.
+Membership workstationMembership(const char* user, const char* groupsFile) {
     const SiteGroups site = readSiteGroups(groupsFile);
-    std::vector<char> buffer(16384);
+    std::vector<char> buffer;
     passwd entry{};
     passwd* found = nullptr;
-    if (getpwnam_r(user, &entry, buffer.data(), buffer.size(), &found) != 0 || !found)
-        return false;
-    int count = 64;
-    std::vector<gid_t> gids(static_cast<size_t>(count));
-    if (getgrouplist(user, entry.pw_gid, gids.data(), &count) == -1) {
-        if (count <= 0 || count > 65536)
-            return false;
-        gids.resize(static_cast<size_t>(count));
-        if (getgrouplist(user, entry.pw_gid, gids.data(), &count) == -1)
-            return false;
-    }
-    std::vector<char> groupBuffer(65536);
-    for (int i = 0; i < count; ++i) {
+    if (lookUp(buffer, [&](char* b, size_t n) { return getpwnam_r(user, &entry, b, n, &found); }))
+        return Membership::Unknown;
+    if (!found || entry.pw_uid == 0)
+        return Membership::Other;
+    const gid_t primary = entry.pw_gid;
+    std::vector<gid_t> wanted;
+    for (const std::string* name : {&site.operators, &site.supervisors, &site.administrators}) {
         group g{};
         group* gf = nullptr;
-        if (getgrgid_r(gids[static_cast<size_t>(i)], &g, groupBuffer.data(), groupBuffer.size(),
-                       &gf) == 0 &&
-            gf && site.levelOf(g.gr_name) >= 0)
-            return true;
+        if (lookUp(buffer,
+                   [&](char* b, size_t n) { return getgrnam_r(name->c_str(), &g, b, n, &gf); }))
+            return Membership::Unknown;
+        if (gf)
+            wanted.push_back(g.gr_gid);
     }
-    return false;
+    int count = 64;
+    std::vector<gid_t> gids(static_cast<size_t>(count));
+    if (getgrouplist(user, primary, gids.data(), &count) == -1) {
+        if (count <= 0 || count > 65536)
+            return Membership::Unknown;
+        gids.resize(static_cast<size_t>(count));
+        if (getgrouplist(user, primary, gids.data(), &count) == -1)
+            return Membership::Unknown;
+    }
+    for (int i = 0; i < count; ++i) {
+        for (gid_t w : wanted) {
+            if (gids[static_cast<size_t>(i)] == w)
+                return Membership::Member;
+        }
+    }
+    return Membership::Other;
 }
 
 // Standard descriptors the caller closed would be taken by PAM's own files.
@@ -300,10 +326,17 @@ int main(int argc, char** argv) {
         const char* password = gInput + userLength + 1;
         const size_t passwordLength = strnlen(password, length - userLength - 1);
         if (userLength + 1 + passwordLength < length) {
-            if (!workstationMember(user, groupsFile))
+            switch (workstationMembership(user, groupsFile)) {
+            case Membership::Other:
                 result = kRefused;
-            else
+                break;
+            case Membership::Unknown:
+                result = kNoPam;
+                break;
+            case Membership::Member:
                 result = pace() ? check(service, user, password) : kNoPam;
+                break;
+            }
         }
     }
     explicit_bzero(gInput, sizeof gInput);

@@ -2,13 +2,14 @@
 
 #include <QCoreApplication>
 #include <QEventLoop>
-#include <QFileInfo>
+#include <QFile>
 #include <QProcess>
 #include <QTimer>
 #include <cerrno>
 #include <climits>
 #include <grp.h>
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -79,9 +80,16 @@ PasswordCheck PosixAccounts::checkPassword(const QString& user, const QString& p
     QString helper = m_helper;
     if (helper.isEmpty()) {
         helper = installedHelperPath();
-        if (!QFileInfo(helper).isExecutable())
+        // Only a machine without the installed helper takes the one beside the executable. One
+        // that is installed but out of this account's reach (not in the workstation's users'
+        // group) could not run: falling back would run whatever lies beside the executable.
+        struct stat installed {};
+        if (::stat(QFile::encodeName(helper).constData(), &installed) != 0) {
+            if (errno != ENOENT)
+                return PasswordCheck::Unavailable;
             helper =
                 QCoreApplication::applicationDirPath() + QStringLiteral("/sorvantel-authcheck");
+        }
     }
 
     QProcess process;

@@ -1,7 +1,6 @@
 #include "site_groups.h"
 
 #include <cctype>
-#include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,19 +22,32 @@ std::string lowered(std::string s) {
     return s;
 }
 
-// Owned by root and writable by nobody else; the same of the folder it lies in, so that
-// nobody else can swap it.
-bool trusted(int fd, const char* path) {
-    struct stat file {};
-    if (fstat(fd, &file) != 0 || !S_ISREG(file.st_mode) || file.st_uid != 0 ||
-        (file.st_mode & (S_IWGRP | S_IWOTH)) != 0)
-        return false;
+bool rootOnly(int fd, bool folder) {
+    struct stat st {};
+    return fstat(fd, &st) == 0 && (folder ? S_ISDIR(st.st_mode) : S_ISREG(st.st_mode)) &&
+           st.st_uid == 0 && (st.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+// The file opened through its folder, both owned by root and writable by nobody else, so that
+// nobody else can have written or swapped it; -1 otherwise.
+int openTrusted(const char* path) {
     std::string folder(path);
     const size_t slash = folder.rfind('/');
+    const std::string name = slash == std::string::npos ? folder : folder.substr(slash + 1);
     folder = slash == std::string::npos ? "." : slash == 0 ? "/" : folder.substr(0, slash);
-    struct stat dir {};
-    return stat(folder.c_str(), &dir) == 0 && dir.st_uid == 0 &&
-           (dir.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+    const int dir = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dir < 0)
+        return -1;
+    int fd = -1;
+    if (rootOnly(dir, true)) {
+        fd = openat(dir, name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+        if (fd >= 0 && !rootOnly(fd, false)) {
+            close(fd);
+            fd = -1;
+        }
+    }
+    close(dir);
+    return fd;
 }
 } // namespace
 
@@ -49,24 +61,15 @@ int SiteGroups::levelOf(const std::string& group) const {
     return -1;
 }
 
-SiteGroups readSiteGroups(const char* path) {
-    SiteGroups groups;
-    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-    if (fd < 0)
-        return groups;
-    if (!trusted(fd, path)) {
-        close(fd);
-        return groups;
-    }
-    FILE* file = fdopen(fd, "r");
-    if (!file) {
-        close(fd);
-        return groups;
-    }
+SiteGroups parseSiteGroups(const std::string& text) {
     SiteGroups read;
-    char buffer[512];
-    while (fgets(buffer, sizeof buffer, file)) {
-        const std::string line = trimmed(buffer);
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t end = text.find('\n', start);
+        if (end == std::string::npos)
+            end = text.size();
+        const std::string line = trimmed(text.substr(start, end - start));
+        start = end + 1;
         if (line.empty() || line[0] == '#' || line[0] == ';' || line[0] == '[')
             continue;
         const size_t equals = line.find('=');
@@ -83,7 +86,30 @@ SiteGroups readSiteGroups(const char* path) {
         else if (key == "administratorsgroup")
             read.administrators = value;
     }
-    fclose(file);
+    return read;
+}
+
+SiteGroups readSiteGroups(const char* path) {
+    const int fd = openTrusted(path);
+    if (fd < 0)
+        return {};
+    std::string text;
+    bool whole = true;
+    char buffer[4096];
+    while (whole) {
+        const ssize_t n = read(fd, buffer, sizeof buffer);
+        if (n == 0)
+            break;
+        // A file of this kind is a few lines; anything else is not the site's word.
+        if (n < 0 || text.size() + static_cast<size_t>(n) > kMaxSiteGroupsBytes)
+            whole = false;
+        else
+            text.append(buffer, static_cast<size_t>(n));
+    }
+    close(fd);
+    if (!whole)
+        return {};
+    SiteGroups read = parseSiteGroups(text);
     read.fromFile = true;
     return read;
 }

@@ -16,6 +16,7 @@
 //
 // Plain C++ over libc, since the password-check helper reads it with the shadow group.
 
+#include <cstddef>
 #include <string>
 
 #ifndef SORVANTEL_SITE_GROUPS_FILE
@@ -32,4 +33,8 @@ struct SiteGroups {
     int levelOf(const std::string& group) const;
 };
 
+inline constexpr size_t kMaxSiteGroupsBytes = 65536;
+
 SiteGroups readSiteGroups(const char* path = SORVANTEL_SITE_GROUPS_FILE);
+// The file's text read as above, trusted or not.
+SiteGroups parseSiteGroups(const std::string& text);

@@ -1,4 +1,5 @@
 #include "app/frm_main.h"
+#include "platform/site_groups.h"
 #include "security/frm_login.h"
 #include "security/login.h"
 #include "security/network_info.h"
@@ -125,7 +126,13 @@ void TstLogin::siteGroupNamesMapToTheSystemsNames() {
     // The operator's own settings cannot make a group the administrators.
     env.settings->setValue("Accounts", "AdministratorsGroup", "plant");
     QCOMPARE(net.GetUserGroups({}, "ann", true), defaults);
-    // The site's root-owned file can.
+    // The site's root-owned file can. Its keys in any case; comments, however long, sections and
+    // empty values name nothing.
+    const SiteGroups parsed =
+        parseSiteGroups("# c\n[accounts]\n SupervisorsGroup = qa \n#" + std::string(510, ' ') +
+                        "administratorsgroup=evil\noperatorsgroup=\n");
+    QCOMPARE((QList<std::string>{parsed.operators, parsed.supervisors, parsed.administrators}),
+             (QList<std::string>{"sorvantel-operators", "qa", "sorvantel-administrators"}));
     QFile conf(site.filePath("accounts.conf"));
     QVERIFY(conf.open(QIODevice::WriteOnly));
     conf.write(

@@ -80,9 +80,12 @@ bool openToOthers(const QTemporaryDir& dir) {
 }
 
 void removeAccounts() {
-    for (const char* user : {"svtestalice", "svtestbob"})
-        if (getpwnam(user))
+    for (const char* user : {"svtestalice", "svtestbob"}) {
+        if (const passwd* pw = getpwnam(user)) {
+            QFile::remove(QStringLiteral(PACE_DIR "/pace-") + QString::number(pw->pw_uid));
             run("userdel", {QString::fromLatin1(user)});
+        }
+    }
     for (const QString& g : gMadeGroups)
         run("groupdel", {g});
     gMadeGroups.clear();
@@ -174,7 +177,7 @@ void TstRealAccounts::helperChecksOnlyWorkstationMembers() {
                    helperInput(user, "anything"));
     };
     QCOMPARE(check(m_alice, ""), 0);
-    QCOMPARE(check("root", ""), 1);
+    QCOMPARE(check("root", "administratorsgroup=root\n"), 1); // never root
     QCOMPARE(check(m_bob, "supervisorsgroup=svtest-none\n"), 1);
     // The site's file names the groups: Bob's own group stands for the administrators.
     QCOMPARE(check(m_bob, "AdministratorsGroup = " + m_bob.toUtf8() + "\n"), 0);
@@ -190,81 +193,100 @@ void TstRealAccounts::nonRootWorkstationNeedsTheSetgidHelper() {
     if (!shadow)
         QSKIP("This machine has no shadow group.");
     const QStringList bobArgs = asUser(m_bob, "--clear-groups");
-    QVERIFY(!bobArgs.isEmpty());
+    const QStringList aliceArgs = asUser(m_alice, "--clear-groups");
+    QVERIFY(!bobArgs.isEmpty() && !aliceArgs.isEmpty());
     QTemporaryDir dir;
     QVERIFY(openToOthers(dir));
     const QString setgid = dir.filePath("setgid-helper");
     QVERIFY(QFile::copy(QStringLiteral(AUTHCHECK_PATH), setgid));
     QCOMPARE(chown(setgid.toUtf8(), 0, shadow->gr_gid), 0);
     QCOMPARE(chmod(setgid.toUtf8(), 02755), 0);
-    auto asBob = [&](const QString& helper, const QString& user, const QString& password,
-                     const QStringList& extra = {}) {
-        return run("setpriv", bobArgs + QStringList{helper} + extra, helperInput(user, password));
+    auto as = [&](const QStringList& caller, const QString& user, const QString& password,
+                  const QStringList& extra = {}) {
+        return run("setpriv", caller + QStringList{setgid} + extra, helperInput(user, password));
     };
-    // The helper paces non-root callers through a file of the shadow group.
-    const QString paceDir = QFileInfo(QStringLiteral(PACE_FILE)).path();
-    const bool madePaceDir = !QFileInfo::exists(paceDir);
-    if (madePaceDir) {
-        QVERIFY(QDir().mkpath(paceDir));
-        QCOMPARE(chown(paceDir.toUtf8(), 0, shadow->gr_gid), 0);
-        QCOMPARE(chmod(paceDir.toUtf8(), 0770), 0);
-    }
-    auto removePaceDir = qScopeGuard([&] {
-        if (madePaceDir)
-            QDir(paceDir).removeRecursively();
-    });
+    // The helper paces non-root callers through files of its own, one for each caller.
+    const QString paceDir = QStringLiteral(PACE_DIR);
+    QCOMPARE(run("install", {"-d", "-o", "root", "-g", "shadow", "-m", "770", paceDir}), 0);
+    const QString bobPace = paceDir + "/pace-" + bobArgs[0].mid(8); // after "--reuid="
+    const QString alicePace = paceDir + "/pace-" + aliceArgs[0].mid(8);
 
     // Bob's workstation checks Alice's signature only through the setgid helper.
-    QCOMPARE(asBob(setgid, m_alice, kAlicePassword), 0);
-    QCOMPARE(asBob(setgid, m_alice, "wrong"), 1);
+    QCOMPARE(as(bobArgs, m_alice, kAlicePassword), 0);
+    QCOMPARE(as(bobArgs, m_alice, "wrong"), 1);
     // Nobody but root picks the PAM service.
-    QCOMPARE(asBob(setgid, m_alice, kAlicePassword, {"--service", kFastService}), 2);
+    QCOMPARE(as(bobArgs, m_alice, kAlicePassword, {"--service", kFastService}), 2);
 
-    // A guesser who kills a check once it is slower than a success would be gains nothing: the
-    // attempt was recorded before PAM ran, and the next check waits its turn.
-    auto paceStamp = [] {
-        QFile f(QStringLiteral(PACE_FILE));
+    auto stamp = [](const QString& file) {
+        QFile f(file);
         return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
     };
-    // Started as Bob, a wrong guess is under way once it has stamped the pace file.
-    auto startGuess = [&](QProcess& p) {
-        const QByteArray before = paceStamp();
-        p.start("setpriv", bobArgs + QStringList{setgid});
+    // A wrong guess is under way once it has stamped its pace file and let the lock go.
+    auto startGuess = [&](QProcess& p, const QStringList& caller, const QString& file) {
+        const QByteArray before = stamp(file);
+        p.start("setpriv", caller + QStringList{setgid});
         if (!p.waitForStarted())
             return false;
-        p.write(helperInput(m_alice, "guess"));
+        p.write(helperInput(m_bob, "guess"));
         p.closeWriteChannel();
-        return QTest::qWaitFor([&] { return paceStamp() != before; }, 3000);
+        return QTest::qWaitFor(
+            [&] {
+                const int fd = ::open(file.toUtf8(), O_RDWR);
+                const bool free =
+                    fd >= 0 && stamp(file) != before && flock(fd, LOCK_EX | LOCK_NB) == 0;
+                if (fd >= 0)
+                    ::close(fd);
+                return free;
+            },
+            3000);
     };
+    // A guesser who kills a check once it is slower than a success would be gains nothing: the
+    // attempt was recorded before PAM ran, and the next check waits its turn.
     QProcess guess;
-    QVERIFY(startGuess(guess));
+    QVERIFY(startGuess(guess, bobArgs, bobPace));
     guess.kill();
     guess.waitForFinished();
     QElapsedTimer clock;
     clock.start();
-    QCOMPARE(asBob(setgid, m_alice, kAlicePassword), 0);
+    QCOMPARE(as(bobArgs, m_alice, kAlicePassword), 0);
     QVERIFY2(clock.elapsed() >= 800, qPrintable(QString::number(clock.elapsed())));
 
-    // A check stopped while it waits for its turn holds nobody up: it let the lock go first.
+    // What one caller does to its own checks holds up no other caller: a check stopped while it
+    // waits, and a lock that is never let go.
     QProcess stopped;
-    QVERIFY(startGuess(stopped));
+    QVERIFY(startGuess(stopped, aliceArgs, alicePace));
     QCOMPARE(::kill(pid_t(stopped.processId()), SIGSTOP), 0);
     auto killStopped = qScopeGuard([&] {
         stopped.kill();
         stopped.waitForFinished();
     });
-    clock.restart();
-    QCOMPARE(asBob(setgid, m_alice, kAlicePassword), 0);
-    QVERIFY2(clock.elapsed() < 5000, qPrintable(QString::number(clock.elapsed())));
-
-    // A lock that nobody lets go makes a check that could not run, soon, not a wrong password.
-    const int held = ::open(PACE_FILE, O_RDWR);
+    const int held = ::open(alicePace.toUtf8(), O_RDWR);
     QVERIFY(held >= 0);
     QCOMPARE(flock(held, LOCK_EX), 0);
     clock.restart();
-    QCOMPARE(asBob(setgid, m_alice, kAlicePassword), 3);
+    QCOMPARE(as(bobArgs, m_alice, kAlicePassword), 0);
+    QVERIFY2(clock.elapsed() < 3000, qPrintable(QString::number(clock.elapsed())));
+    // For the caller itself such a lock is a check that could not run, soon; no wrong password.
+    QCOMPARE(as(aliceArgs, m_bob, kBobPassword), 3);
     ::close(held);
-    QVERIFY2(clock.elapsed() < 10000, qPrintable(QString::number(clock.elapsed())));
+    QVERIFY2(clock.elapsed() < 8000, qPrintable(QString::number(clock.elapsed())));
+
+    // Turns queued further than ten seconds ahead: could not run. A turn further ahead than any
+    // queue reaches is from before a restart: no wait.
+    auto writeTurn = [&](long long secondsAhead) {
+        timespec now{};
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        now.tv_sec += static_cast<time_t>(secondsAhead);
+        QFile f(bobPace);
+        return f.open(QIODevice::WriteOnly) &&
+               f.write(reinterpret_cast<const char*>(&now), sizeof now) == sizeof now;
+    };
+    QVERIFY(writeTurn(10));
+    QCOMPARE(as(bobArgs, m_alice, kAlicePassword), 3);
+    QVERIFY(writeTurn(60));
+    clock.restart();
+    QCOMPARE(as(bobArgs, m_alice, kAlicePassword), 0);
+    QVERIFY2(clock.elapsed() < 900, qPrintable(QString::number(clock.elapsed())));
 }
 
 void TstRealAccounts::installedHelperIsReachableOnlyByWorkstationUsers() {
