@@ -28,14 +28,18 @@ std::unique_ptr<Accounts> makeAccounts() {
 
 namespace {
 #if defined(Q_OS_WIN)
-// The logon names of Windows accounts: up to 20 characters, none of "/\[]:;|=,+*?<>@ nor a
-// control character, and not only dots and blanks.
-constexpr qsizetype kLongestName = 20;
+// The logon names of Windows accounts: none of " / \ [ ] : ; | = , + * ? < > nor a control
+// character, not only dots and blanks, and up to 20 characters; or the "user@domain" form.
+constexpr qsizetype kLongestName = 256;
+constexpr qsizetype kLongestSamName = 20;
 bool allowedInName(QChar c) {
     return c.unicode() >= 0x20 && c.unicode() != 0x7F &&
-           !QStringLiteral("\"/\\[]:;|=,+*?<>@").contains(c);
+           !QStringLiteral("\"/\\[]:;|=,+*?<>").contains(c);
 }
 bool possibleAsWhole(const QString& name) {
+    const qsizetype at = name.indexOf(u'@');
+    if (at < 0 ? name.size() > kLongestSamName : at == 0 || name.indexOf(u'@', at + 1) >= 0)
+        return false;
     for (QChar c : name) {
         if (c != u'.' && c != u' ')
             return true;

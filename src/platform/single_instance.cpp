@@ -7,6 +7,10 @@
 #include <QLockFile>
 #include <QStandardPaths>
 
+#ifdef Q_OS_UNIX
+#include <unistd.h>
+#endif
+
 InstanceGuard& instanceGuard() {
     return FacadeSlot<InstanceGuard>::get([] { return std::make_unique<LockFileInstanceGuard>(); });
 }
@@ -29,6 +33,17 @@ LockFileInstanceGuard::LockFileInstanceGuard(QString lockPath)
 
 LockFileInstanceGuard::~LockFileInstanceGuard() = default;
 
+namespace {
+// After "su" without a login, XDG_RUNTIME_DIR still names the other user's folder.
+bool ownFolder(const QFileInfo& folder) {
+#ifdef Q_OS_UNIX
+    return folder.isDir() && folder.isWritable() && folder.ownerId() == ::getuid();
+#else
+    return folder.isDir() && folder.isWritable();
+#endif
+}
+} // namespace
+
 bool LockFileInstanceGuard::acquire() {
     return d->lock.isLocked() || d->lock.tryLock(0);
 }
@@ -38,7 +53,7 @@ QString LockFileInstanceGuard::defaultLockPath() {
     // first and keep the workstation from starting. The runtime folder is private by standard;
     // without one the user's cache folder serves.
     QString folder = qEnvironmentVariable("XDG_RUNTIME_DIR");
-    if (folder.isEmpty() || !QFileInfo(folder).isDir())
+    if (folder.isEmpty() || !ownFolder(QFileInfo(folder)))
         folder = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation) +
                  QStringLiteral("/sorvantel");
     QDir().mkpath(folder);

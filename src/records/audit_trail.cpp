@@ -35,8 +35,13 @@ void writeAuditLine(const QString& userId, const QString& fullName, const QStrin
     // A line the disk refused is lost without a word, as the trail has always done; a line that
     // could not be enciphered means the cipher is broken, and every later line would be lost too.
     QString why;
-    if (appendEncipheredLine(path, plain, &why) == RecordWrite::NotEnciphered)
+    static bool reporting = false;
+    if (appendEncipheredLine(path, plain, &why) == RecordWrite::NotEnciphered && !reporting) {
+        // The box runs the event loop; lines failing meanwhile do not stack boxes on it.
+        reporting = true;
         reportError(QStringLiteral("auditLine"), 5, why);
+        reporting = false;
+    }
 }
 } // namespace
 

@@ -14,6 +14,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
+#include <unistd.h>
 
 class TstPlatform : public QObject {
     Q_OBJECT
@@ -201,8 +202,14 @@ void TstPlatform::lockFileAdmitsOneInstance() {
     // never in a folder that other users can write.
     qputenv("XDG_RUNTIME_DIR", dir.path().toUtf8());
     QCOMPARE(LockFileInstanceGuard::defaultLockPath(), dir.filePath("sorvantel.lock"));
-    qunsetenv("XDG_RUNTIME_DIR");
     qputenv("XDG_CACHE_HOME", dir.filePath("cache").toUtf8());
+    QVERIFY(QDir().mkpath(dir.filePath("theirs")));
+    if (::geteuid() == 0 && ::chown(dir.filePath("theirs").toUtf8(), 65534, 65534) == 0) {
+        qputenv("XDG_RUNTIME_DIR", dir.filePath("theirs").toUtf8()); // another user's, after su
+        QCOMPARE(LockFileInstanceGuard::defaultLockPath(),
+                 dir.filePath("cache/sorvantel/sorvantel.lock"));
+    }
+    qunsetenv("XDG_RUNTIME_DIR");
     QCOMPARE(LockFileInstanceGuard::defaultLockPath(),
              dir.filePath("cache/sorvantel/sorvantel.lock"));
     QVERIFY(QFileInfo(dir.filePath("cache/sorvantel")).isDir());
