@@ -4,6 +4,7 @@
 #include "app/frm_scanning.h"
 #include "plant/comm_errors.h"
 #include "plant/frm_logger.h"
+#include "plant/plant_notices.h"
 #include "plant/plant_store.h"
 #include "platform/clock.h"
 #include "platform/dialogs.h"
@@ -48,6 +49,10 @@ FrmMain::FrmMain(QWidget* parent) : QMainWindow(parent) {
     setObjectName(QStringLiteral("frmMain"));
     setWindowTitle(QStringLiteral("Brenlock Sorvantel"));
     gMainInstance = this;
+    setSigningOwner(this);
+    // The plant tells the window what to show and when to start polling again.
+    connect(&plantNotices(), &PlantNotices::statusText, this, &FrmMain::setStatusText);
+    connect(&plantNotices(), &PlantNotices::activeListRebuilt, this, &FrmMain::restartPolling);
 
     m_mdi = new QMdiArea(this);
     m_mdi->setObjectName(QStringLiteral("mdiArea"));

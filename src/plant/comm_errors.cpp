@@ -1,7 +1,7 @@
 #include "comm_errors.h"
 
-#include "app/frm_main.h"
 #include "frm_logger.h"
+#include "plant_notices.h"
 #include "plant_store.h"
 #include "platform/beep.h"
 #include "platform/dialogs.h"
@@ -61,8 +61,7 @@ void reportCommError(int code) {
         beep();
     if (findTexts(code) == nullptr)
         return;
-    if (FrmMain* main = frmMain())
-        main->setStatusText(kStatusCommError);
+    emit plantNotices().statusText(kStatusCommError);
     if (FrmLogger* logger = frmLogger())
         logger->appendLine(commErrorLine(code, gPollIndex));
 }

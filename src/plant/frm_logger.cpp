@@ -1,7 +1,7 @@
 #include "frm_logger.h"
 
-#include "app/frm_main.h"
 #include "comm_errors.h"
+#include "plant_notices.h"
 #include "plant_store.h"
 #include "platform/dialogs.h"
 #include "platform/file_io.h"
@@ -135,7 +135,6 @@ void FrmLogger::changeEvent(QEvent* event) {
     QMdiSubWindow::changeEvent(event);
     if (event->type() == QEvent::WindowStateChange && isMinimized()) {
         // Looking at the logger and putting it away is how the operator clears the status.
-        if (FrmMain* main = frmMain())
-            main->setStatusText(kStatusNormal);
+        emit plantNotices().statusText(kStatusNormal);
     }
 }

@@ -1,6 +1,6 @@
 #include "plant_store.h"
 
-#include "app/frm_main.h"
+#include "plant_notices.h"
 
 int rowAtPosition(int position) {
     if (position < 0 || position >= gActiveList.size())
@@ -22,8 +22,7 @@ void buildActiveList() {
 
 void rebuildActiveList() {
     buildActiveList();
-    if (FrmMain* main = frmMain())
-        main->restartPolling();
+    emit plantNotices().activeListRebuilt();
 }
 
 void resetPlantStore() {

@@ -1,16 +1,23 @@
 #include "login.h"
 
-#include "app/frm_main.h"
 #include "frm_login.h"
 #include "platform/dialogs.h"
 #include "records/audit_trail.h"
 #include "rights.h"
 #include "session.h"
 
+#include <QPointer>
+#include <QWidget>
+
 namespace {
+QPointer<QWidget> gSigningOwner;
 const QString kNotEnabled = QStringLiteral("System security is not enabled!");
 const QString kLogOffTitle = QStringLiteral("Log Off");
 } // namespace
+
+void setSigningOwner(QWidget* owner) {
+    gSigningOwner = owner;
+}
 
 bool checkAccessWithLogin(int right, const QString& actionText) {
     const SessionSnapshot saved = saveSession();
@@ -19,7 +26,7 @@ bool checkAccessWithLogin(int right, const QString& actionText) {
     if (!checkAccess(right))
         return false;
     {
-        FrmLogin login(frmMain());
+        FrmLogin login(gSigningOwner);
         login.securityLevel = 0;
         login.exec();
     }

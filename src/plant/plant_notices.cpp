@@ -1,0 +1,6 @@
+#include "plant_notices.h"
+
+PlantNotices& plantNotices() {
+    static PlantNotices notices;
+    return notices;
+}
