@@ -2,6 +2,7 @@
 
 #include "app/frm_about.h"
 #include "app/frm_scanning.h"
+#include "plant/child_window.h"
 #include "plant/comm_errors.h"
 #include "plant/frm_logger.h"
 #include "plant/plant_notices.h"
@@ -403,7 +404,11 @@ void FrmMain::timer3Tick() {
     midnightRollover();
     updateOpenProjectMenu();
     QCoreApplication::processEvents();
-    // The bank windows take their rows from the store here once they exist.
+    // Every open child window takes what it shows from the store; none can close meanwhile.
+    for (QMdiSubWindow* w : m_mdi->subWindowList()) {
+        if (auto* child = qobject_cast<ChildWindow*>(w))
+            child->refresh();
+    }
     gBankUpdating = false;
 }
 
@@ -453,10 +458,8 @@ void tileInLine(QMdiArea* mdi, bool stacked) {
 }
 } // namespace
 
-void FrmMain::showSingleWindow(const QString& menuItemName, QMdiSubWindow* window) {
-    QAction* item = menuItem(menuItemName);
-    item->setEnabled(false);
-    connect(window, &QObject::destroyed, item, [item] { item->setEnabled(true); });
+void FrmMain::showSingleWindow(const QString& menuItemName, ChildWindow* window) {
+    window->guardMenuItem(menuItem(menuItemName));
     m_mdi->addSubWindow(window);
     window->show();
     m_mdi->setActiveSubWindow(window);
@@ -499,10 +502,8 @@ void FrmMain::closeEvent(QCloseEvent* event) {
     m_scanPending = false;
     closeScan();
     for (QMdiSubWindow* w : m_mdi->subWindowList()) {
-        if (auto* logger = qobject_cast<FrmLogger*>(w))
-            logger->allowClose();
-        if (auto* log = qobject_cast<AlarmLog*>(w))
-            log->allowClose();
+        if (auto* child = qobject_cast<ChildWindow*>(w))
+            child->allowClose();
         // Unloaded now, not at the next turn of the event loop: the process ends right after.
         if (w->close())
             delete w;

@@ -8,6 +8,7 @@
 
 class QAction;
 class QLabel;
+class ChildWindow;
 class QMdiSubWindow;
 class QMdiArea;
 class QMenu;
@@ -53,7 +54,7 @@ public:
 
     // Shows a window opened by a menu item: the item stays disabled while the window lives, so
     // that there is never a second one.
-    void showSingleWindow(const QString& menuItemName, QMdiSubWindow* window);
+    void showSingleWindow(const QString& menuItemName, ChildWindow* window);
     void mnuAudit_Click();
 
     // Cascade, tile one above the other, tile side by side.

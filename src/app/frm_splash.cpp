@@ -99,7 +99,7 @@ void FrmSplash::timer1Tick() {
         logger->showMinimized();
         auto* alarms = new AlarmLog;
         m_main->mdiArea()->addSubWindow(alarms);
-        restorePlacement(alarms, Sections::AlarmLog, PlacementTwips{1170, 1125, 5650, 2865});
+        alarms->restorePlacement(PlacementTwips{1170, 1125, 5650, 2865});
         alarms->showMinimized();
         hide();
         deleteLater();

@@ -48,7 +48,7 @@ QByteArray plainTextToRtf(const QString& text) {
     return out;
 }
 
-FrmLogger::FrmLogger(QWidget* parent) : QMdiSubWindow(parent) {
+FrmLogger::FrmLogger(QWidget* parent) : ChildWindow(Life::Resident, {}, parent) {
     QVBoxLayout* layout =
         makeWindowBody(this, QStringLiteral("frmLogger"), QStringLiteral("Sorvantel Logger"));
     QWidget* body = widget();
@@ -122,17 +122,8 @@ void FrmLogger::clearLogger() {
         m_text->clear();
 }
 
-void FrmLogger::closeEvent(QCloseEvent* event) {
-    if (m_closeAllowed) {
-        QMdiSubWindow::closeEvent(event);
-        return;
-    }
-    event->ignore();
-    showMinimized();
-}
-
 void FrmLogger::changeEvent(QEvent* event) {
-    QMdiSubWindow::changeEvent(event);
+    ChildWindow::changeEvent(event);
     if (event->type() == QEvent::WindowStateChange && isMinimized()) {
         // Looking at the logger and putting it away is how the operator clears the status.
         emit plantNotices().statusText(kStatusNormal);

@@ -1,13 +1,13 @@
 #pragma once
 
-#include <QMdiSubWindow>
+#include "child_window.h"
 
 class QPlainTextEdit;
 class QToolBar;
 
 // "Sorvantel Logger": the quiet record of communication failures. Loaded at start, minimized,
 // and kept for the whole run; a close request minimizes it instead.
-class FrmLogger : public QMdiSubWindow {
+class FrmLogger : public ChildWindow {
     Q_OBJECT
 public:
     explicit FrmLogger(QWidget* parent = nullptr);
@@ -20,17 +20,12 @@ public:
     void saveLoggerFile();
     void clearLogger();
 
-    // Lets exit unload the window.
-    void allowClose() { m_closeAllowed = true; }
-
 protected:
-    void closeEvent(QCloseEvent* event) override;
     void changeEvent(QEvent* event) override;
 
 private:
     QPlainTextEdit* m_text;
     QToolBar* m_toolbar;
-    bool m_closeAllowed = false;
 };
 
 FrmLogger* frmLogger();

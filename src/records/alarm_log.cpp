@@ -26,7 +26,7 @@ AlarmLog* alarmLog() {
     return gAlarmLogInstance.data();
 }
 
-AlarmLog::AlarmLog(QWidget* parent) : QMdiSubWindow(parent) {
+AlarmLog::AlarmLog(QWidget* parent) : ChildWindow(Life::Resident, Sections::AlarmLog, parent) {
     QVBoxLayout* layout =
         makeWindowBody(this, QStringLiteral("AlarmLog"), QStringLiteral("System Alarm Log"));
     QWidget* body = widget();
@@ -57,14 +57,4 @@ void AlarmLog::updateStatusText() {
 void AlarmLog::clearAlarms() {
     m_grid->clearRows();
     updateStatusText();
-}
-
-void AlarmLog::closeEvent(QCloseEvent* event) {
-    if (!m_closeAllowed) {
-        event->ignore();
-        showMinimized();
-        return;
-    }
-    savePlacement(this, Sections::AlarmLog);
-    QMdiSubWindow::closeEvent(event);
 }

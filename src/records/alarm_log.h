@@ -1,12 +1,12 @@
 #pragma once
 
-#include <QMdiSubWindow>
+#include "plant/child_window.h"
 
 class QStatusBar;
 class RecordGrid;
 
 // "System Alarm Log": the alarm annunciator, loaded at start and kept for the whole run.
-class AlarmLog : public QMdiSubWindow {
+class AlarmLog : public ChildWindow {
     Q_OBJECT
 public:
     explicit AlarmLog(QWidget* parent = nullptr);
@@ -15,15 +15,10 @@ public:
     void updateStatusText();
     // Empties the grid, as a rebuild of the active list does.
     void clearAlarms();
-    void allowClose() { m_closeAllowed = true; }
-
-protected:
-    void closeEvent(QCloseEvent* event) override;
 
 private:
     RecordGrid* m_grid;
     QStatusBar* m_status;
-    bool m_closeAllowed = false;
 };
 
 AlarmLog* alarmLog();

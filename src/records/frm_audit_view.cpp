@@ -55,7 +55,7 @@ FrmAuditView* frmAuditView() {
     return gAuditViewInstance.data();
 }
 
-FrmAuditView::FrmAuditView(QWidget* parent) : QMdiSubWindow(parent) {
+FrmAuditView::FrmAuditView(QWidget* parent) : ChildWindow(Life::Closes, Sections::Audit, parent) {
     setAttribute(Qt::WA_DeleteOnClose);
     QVBoxLayout* layout =
         makeWindowBody(this, QStringLiteral("frmAuditView"), QStringLiteral("Audit Trail Viewer"));
@@ -95,7 +95,7 @@ FrmAuditView::FrmAuditView(QWidget* parent) : QMdiSubWindow(parent) {
     layout->addWidget(m_toolbar);
     layout->addWidget(m_label1, 1);
     layout->addWidget(m_statusBar);
-    restorePlacement(this, Sections::Audit, {600, 600, 14000, 6500});
+    restorePlacement({600, 600, 14000, 6500});
     gAuditViewInstance = this;
 
     loadAuditGrid(auditFilePath(currentDateTime().date()));
@@ -236,13 +236,9 @@ void FrmAuditView::printAuditGrid() {
     m_vaGrid->print(*printer, job);
 }
 
-void FrmAuditView::closeEvent(QCloseEvent* event) {
-    if (m_loading) {
-        // The load stops at its next line and closes the window then.
+bool FrmAuditView::readyToClose() {
+    // The load stops at its next line and closes the window then.
+    if (m_loading)
         m_closeAfterLoad = true;
-        event->ignore();
-        return;
-    }
-    savePlacement(this, Sections::Audit);
-    QMdiSubWindow::closeEvent(event);
+    return !m_loading;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QMdiSubWindow>
+#include "plant/child_window.h"
 
 class QLabel;
 class QStatusBar;
@@ -9,7 +9,7 @@ class RecordGrid;
 
 // "Audit Trail Viewer": one day's audit trail file in a grid, with open, export and print. It
 // only reads; the file of today is shown when the window opens.
-class FrmAuditView : public QMdiSubWindow {
+class FrmAuditView : public ChildWindow {
     Q_OBJECT
 public:
     explicit FrmAuditView(QWidget* parent = nullptr);
@@ -28,7 +28,7 @@ public:
     void printAuditGrid();
 
 protected:
-    void closeEvent(QCloseEvent* event) override;
+    bool readyToClose() override;
 
 private:
     void setStatus(const QString& text);
