@@ -64,8 +64,6 @@ FrmMain::FrmMain(QWidget* parent) : QMainWindow(parent) {
 
     m_modctl1 = new Modctl(this);
     m_modctl1->setObjectName(QStringLiteral("Modctl1"));
-    m_modctl2 = new Modctl(this);
-    m_modctl2->setObjectName(QStringLiteral("Modctl2"));
     m_poll = new PollCycle(m_modctl1, this, this);
 
     m_timer2 = new QTimer(this);

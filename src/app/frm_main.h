@@ -28,7 +28,6 @@ public:
     QMdiArea* mdiArea() const { return m_mdi; }
     PollCycle& poll() { return *m_poll; }
     Modctl* modctl1() const { return m_modctl1; }
-    Modctl* modctl2() const { return m_modctl2; }
     QTimer* timer2() const { return m_timer2; }
     QTimer* timer3() const { return m_timer3; }
     FrmScanning* scanning() const { return m_scanning; }
@@ -83,7 +82,6 @@ private:
 
     QMdiArea* m_mdi = nullptr;
     Modctl* m_modctl1 = nullptr;
-    Modctl* m_modctl2 = nullptr;
     PollCycle* m_poll = nullptr;
     QTimer* m_timer2 = nullptr;
     QTimer* m_timer3 = nullptr;
