@@ -5,6 +5,7 @@
 #include "plant/child_window.h"
 #include "plant/comm_errors.h"
 #include "plant/frm_logger.h"
+#include "plant/frm_main_display.h"
 #include "plant/plant_notices.h"
 #include "plant/plant_store.h"
 #include "platform/clock.h"
@@ -190,8 +191,11 @@ void FrmMain::buildMenus() {
     QMenu* group2 =
         addSubMenu(banks, QStringLiteral("Cgroup2"), QStringLiteral("Controllers 32 to 64"));
     for (int bank = 1; bank <= 16; ++bank) {
-        addItem(bank <= 8 ? group1 : group2, QStringLiteral("mnuAddBank%1").arg(bank),
-                QStringLiteral("View Controls %1 - %2").arg(4 * (bank - 1) + 1).arg(4 * bank));
+        QAction* item =
+            addItem(bank <= 8 ? group1 : group2, QStringLiteral("mnuAddBank%1").arg(bank),
+                    QStringLiteral("View Controls %1 - %2").arg(4 * (bank - 1) + 1).arg(4 * bank));
+        connect(item, &QAction::triggered, this,
+                [this, bank] { addControlBank(4 * (bank - 1), QString::number(bank)); });
     }
 
     QMenu* setup = addMenu(QStringLiteral("mnuSetup"), QStringLiteral("&Setup"));
@@ -467,6 +471,20 @@ void FrmMain::mnuAudit_Click() {
     if (!checkAccess(Right::AuditTrailViewer))
         return;
     showSingleWindow(QStringLiteral("mnuAudit"), new FrmAuditView);
+}
+
+FrmMainDisplay* FrmMain::addControlBank(int firstRow, const QString& bankText) {
+    auto* bank = new FrmMainDisplay(firstRow, bankText);
+    bank->guardMenuItem(menuItem(QStringLiteral("mnuAddBank") + bankText));
+    m_mdi->addSubWindow(bank);
+    // Centred by default, the left from the window's height rather than its width: the bank
+    // windows have always come up there.
+    const double tpp = twipsPerPixel(this);
+    const QSize client = m_mdi->viewport()->size();
+    bank->restorePlacement({qRound((client.width() - bank->height()) / 2 * tpp),
+                            qRound((client.height() - bank->height()) / 2 * tpp), 0, 0});
+    bank->show();
+    return bank;
 }
 
 void FrmMain::arrangeCascade() {

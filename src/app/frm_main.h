@@ -9,6 +9,7 @@
 class QAction;
 class QLabel;
 class ChildWindow;
+class FrmMainDisplay;
 class QMdiSubWindow;
 class QMdiArea;
 class QMenu;
@@ -55,6 +56,8 @@ public:
     // that there is never a second one.
     void showSingleWindow(const QString& menuItemName, ChildWindow* window);
     void mnuAudit_Click();
+    // Opens the bank of four controllers from this row, under its menu item.
+    FrmMainDisplay* addControlBank(int firstRow, const QString& bankText);
 
     // Cascade, tile one above the other, tile side by side.
     void arrangeCascade();

@@ -10,7 +10,7 @@ ChildWindow::ChildWindow(Life life, QString placementSection, QWidget* parent)
 
 void ChildWindow::restorePlacement(const PlacementTwips& defaults) {
     if (!m_section.isEmpty())
-        ::restorePlacement(this, m_section, defaults);
+        ::restorePlacement(this, m_section, defaults, m_withSize);
 }
 
 void ChildWindow::guardMenuItem(QAction* item) {
@@ -36,6 +36,6 @@ void ChildWindow::closeEvent(QCloseEvent* event) {
         return;
     }
     if (!m_section.isEmpty())
-        savePlacement(this, m_section);
+        savePlacement(this, m_section, m_withSize);
     QMdiSubWindow::closeEvent(event);
 }

@@ -25,6 +25,8 @@ public:
 
     // Places the window from its section; call once it stands in the main window's area.
     void restorePlacement(const PlacementTwips& defaults);
+    // A window of fixed size keeps only its position.
+    void keepPositionOnly() { m_withSize = false; }
     // Exit unloads every window, resident or not, whatever the walk is doing.
     void allowClose() { m_closeAllowed = true; }
     // Disables the menu item that opened the window until the window is gone.
@@ -41,4 +43,5 @@ private:
     Life m_life;
     QString m_section;
     bool m_closeAllowed = false;
+    bool m_withSize = true;
 };

@@ -22,7 +22,8 @@ double twipsPerPixel(const QWidget* widget) {
     return 1440.0 / (dpi > 0 ? dpi : 96.0);
 }
 
-void restorePlacement(QWidget* window, const QString& section, const PlacementTwips& defaults) {
+void restorePlacement(QWidget* window, const QString& section, const PlacementTwips& defaults,
+                      bool withSize) {
     const double tpp = twipsPerPixel(window);
     const int left = readTwips(section, Keys::MainLeft, defaults.left);
     const int top = readTwips(section, Keys::MainTop, defaults.top);
@@ -39,10 +40,11 @@ void restorePlacement(QWidget* window, const QString& section, const PlacementTw
         }
     }
     window->move(r.topLeft());
-    window->resize(r.size());
+    if (withSize)
+        window->resize(r.size());
 }
 
-void savePlacement(const QWidget* window, const QString& section) {
+void savePlacement(const QWidget* window, const QString& section, bool withSize) {
     if (window->isMinimized())
         return;
     const double tpp = twipsPerPixel(window);
@@ -52,6 +54,8 @@ void savePlacement(const QWidget* window, const QString& section) {
                         : QRect(window->pos(), window->size());
     saveSetting(section, Keys::MainLeft, QString::number(qRound(r.x() * tpp)));
     saveSetting(section, Keys::MainTop, QString::number(qRound(r.y() * tpp)));
+    if (!withSize)
+        return;
     saveSetting(section, Keys::MainWidth, QString::number(qRound(r.width() * tpp)));
     saveSetting(section, Keys::MainHeight, QString::number(qRound(r.height() * tpp)));
 }

@@ -17,6 +17,8 @@ double twipsPerPixel(const QWidget* widget);
 
 // Places a window from MainLeft, MainTop, MainWidth and MainHeight of a section; a top-level
 // window that would land off every screen is centred on the primary one instead.
-void restorePlacement(QWidget* window, const QString& section, const PlacementTwips& defaults);
+// Windows of a fixed size keep their position only (MainLeft and MainTop).
+void restorePlacement(QWidget* window, const QString& section, const PlacementTwips& defaults,
+                      bool withSize = true);
 // Saves the placement, unless the window is minimized.
-void savePlacement(const QWidget* window, const QString& section);
+void savePlacement(const QWidget* window, const QString& section, bool withSize = true);
