@@ -104,6 +104,8 @@ FrmMain::FrmMain(QWidget* parent) : QMainWindow(parent) {
 }
 
 FrmMain::~FrmMain() {
+    // Child windows that go with the window may still tell it things; by then it is no more.
+    disconnect(&plantNotices(), nullptr, this, nullptr);
     // The child windows still run their own close handling while the base classes go; by then
     // there is no main window for them to reach.
     gMainInstance = nullptr;

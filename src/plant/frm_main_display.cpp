@@ -99,6 +99,14 @@ FrmMainDisplay::FrmMainDisplay(int firstRow, const QString& bankText, QWidget* p
         grid->addWidget(p.ProfHold, 8, 1);
         grid->addWidget(p.ProfRun, 8, 2);
         grid->setRowStretch(9, 1);
+        // The entry, the alarm light and the profile lights come and go; their places stay, so
+        // that the faces keep one size and nothing is squeezed when the entry opens.
+        for (QWidget* w : QList<QWidget*>{p.SPwrite, p.AlarmLEDX1, p.segCaption, p.currSeg,
+                                          p.ProfStop, p.ProfHold, p.ProfRun}) {
+            QSizePolicy policy = w->sizePolicy();
+            policy.setRetainSizeWhenHidden(true);
+            w->setSizePolicy(policy);
+        }
         faces->addWidget(p.Cface);
 
         connect(p.CSP, &SevenSegmentDisplay::clicked, this, [this, i] { beginSetpointEntry(i); });
