@@ -2,12 +2,15 @@
 #include "app/frm_splash.h"
 #include "plant/comm_errors.h"
 #include "plant/frm_logger.h"
+#include "plant/frm_main_display.h"
 #include "plant/plant_store.h"
+#include "platform/indicators.h"
 #include "platform/qt_modbus_backend.h"
 #include "sim_plant.h"
 #include "sim_server.h"
 #include "support/test_env.h"
 
+#include <QDoubleSpinBox>
 #include <QMdiArea>
 #include <QTest>
 
@@ -17,6 +20,7 @@ class TstEndToEnd : public QObject {
     Q_OBJECT
 private slots:
     void pollsTheSimulatedPlantAndSurvivesFailures();
+    void bankWritesReachTheControllersAndComeBack();
 };
 
 void TstEndToEnd::pollsTheSimulatedPlantAndSurvivesFailures() {
@@ -87,6 +91,39 @@ void TstEndToEnd::pollsTheSimulatedPlantAndSurvivesFailures() {
     QTRY_VERIFY_WITH_TIMEOUT(!gPV[0].isText(), 5000);
     main->mnuRtMode_Click();
     QTRY_COMPARE_WITH_TIMEOUT(gPV[0].toText(), QStringLiteral("99.5"), 10000);
+}
+
+void TstEndToEnd::bankWritesReachTheControllersAndComeBack() {
+    TestEnv env;
+    sim::SimPlant plant;
+    QVERIFY(plant.loadText("1 K40 decimal=1 scaled=1 sp=150 pv=120 noise=0\n"
+                           "2 K20 sp=30 pv=25 profile=60:5:20\n",
+                           nullptr));
+    sim::SimServer server(&plant);
+    QVERIFY(server.listen(QHostAddress::LocalHost, 0));
+    env.settings->setValue("Link", "Port", QString::number(server.port()));
+    env.settings->setValue("Cstatus", "CupdateTime", "100");
+    installModbusBackend(std::make_unique<QtModbusBackend>(QtModbusBackend::settingsFromStore()));
+    env.writeTags({{1, 0, true, "TIC-1"}, {2, 2, true, "RMP-2"}});
+    auto& splash = *new FrmSplash;
+    QCOMPARE(splash.load(), FrmSplash::LoadResult::Ok);
+    for (int i = 0; i < 10; ++i)
+        splash.timer1Tick();
+    QTRY_COMPARE_WITH_TIMEOUT(gSP[0].toText(), QStringLiteral("150.0"), 10000);
+
+    // A new setpoint entered in bank 1 reaches the K40 and comes back through the poll.
+    FrmMainDisplay* bank = frmMain()->addControlBank(0, "1");
+    frmMain()->timer3Tick();
+    bank->beginSetpointEntry(0);
+    bank->findChild<QDoubleSpinBox*>("SPwrite0")->setValue(175.5);
+    bank->acceptSetpoint(0);
+    QTRY_COMPARE_WITH_TIMEOUT(plant.sp(1), 175.5, 5000);
+    QTRY_COMPARE_WITH_TIMEOUT(gSP[0].toText(), QStringLiteral("175.5"), 5000);
+    frmMain()->timer3Tick();
+    QCOMPARE(bank->findChild<SevenSegmentDisplay*>("CSP0")->shownText(), QStringLiteral("175.5"));
+    // A run command starts the simulated profile.
+    bank->profileCommand(1, FrmMainDisplay::ProfileCommand::Run);
+    QTRY_VERIFY_WITH_TIMEOUT(plant.profileState(2) >= 1, 5000);
 }
 
 QTEST_MAIN(TstEndToEnd)
