@@ -49,6 +49,7 @@ private slots:
 
     void pollBlocks_data();
     void pollBlocks();
+    void profileRunsToTheEndState();
 
 private:
     Result read(int node, QModbusDataUnit::RegisterType type, int start, int count) const;
@@ -125,6 +126,19 @@ void TstPlantSimulator::pollBlocks() {
         if (words.at(i) >= 0)
             QCOMPARE(int(r.values.at(i)), words.at(i));
     }
+}
+
+// The bank overview stops a profile that reports 17: the simulator must get there by itself.
+void TstPlantSimulator::profileRunsToTheEndState() {
+    SimPlant plant;
+    QVERIFY(plant.loadText("7 K20 sp=20 profile=40:1:1\n", nullptr));
+    plant.setReg(7, 1082, 1); // run
+    QCOMPARE(plant.profileState(7), 1);
+    for (int i = 0; i < 40 && plant.profileState(7) != 17; ++i)
+        plant.step(1.0); // a minute of the profile lasts a second
+    QCOMPARE(plant.profileState(7), 17);
+    plant.setReg(7, 1082, 0); // the workstation's stop
+    QCOMPARE(plant.profileState(7), 0);
 }
 
 QTEST_GUILESS_MAIN(TstPlantSimulator)
