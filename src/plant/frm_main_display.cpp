@@ -110,12 +110,11 @@ FrmMainDisplay::FrmMainDisplay(int firstRow, const QString& bankText, QWidget* p
         faces->addWidget(p.Cface);
 
         connect(p.CSP, &SevenSegmentDisplay::clicked, this, [this, i] { beginSetpointEntry(i); });
-        connect(p.ProfRun, &LedRectangle::clicked, this,
-                [this, i] { profileCommand(i, ProfileCommand::Run); });
-        connect(p.ProfHold, &LedRectangle::clicked, this,
-                [this, i] { profileCommand(i, ProfileCommand::Hold); });
-        connect(p.ProfStop, &LedRectangle::clicked, this,
-                [this, i] { profileCommand(i, ProfileCommand::Stop); });
+        for (const auto& [light, command] : {std::pair{p.ProfRun, ProfileCommand::Run},
+                                             std::pair{p.ProfHold, ProfileCommand::Hold},
+                                             std::pair{p.ProfStop, ProfileCommand::Stop}})
+            connect(light, &Indicator::clicked, this,
+                    [this, i, command = command] { profileCommand(i, command); });
         const int row = controllerBank + i;
         p.CPV->setOn(validRow(row) && gControlEnabled[row]);
         p.CSP->setOn(validRow(row) && gControlEnabled[row]);

@@ -55,7 +55,7 @@ QPainterPath bar(QPointF a, QPointF b, qreal thick) {
 }
 } // namespace
 
-SevenSegmentDisplay::SevenSegmentDisplay(QWidget* parent) : QWidget(parent) {
+SevenSegmentDisplay::SevenSegmentDisplay(QWidget* parent) : Indicator(parent) {
     setAttribute(Qt::WA_OpaquePaintEvent);
     refresh();
 }
@@ -157,13 +157,8 @@ void SevenSegmentDisplay::paintEvent(QPaintEvent*) {
     }
 }
 
-void SevenSegmentDisplay::mousePressEvent(QMouseEvent* event) {
-    if (event->button() == Qt::LeftButton)
-        emit clicked();
-}
-
 LedRectangle::LedRectangle(const QString& label, QWidget* parent)
-    : QWidget(parent), m_label(label) {}
+    : Indicator(parent), m_label(label) {}
 
 void LedRectangle::setLabel(const QString& label) {
     if (label == m_label)
@@ -200,7 +195,7 @@ void LedRectangle::paintEvent(QPaintEvent*) {
     p.drawText(r, Qt::AlignCenter, m_label);
 }
 
-void LedRectangle::mousePressEvent(QMouseEvent* event) {
+void Indicator::mousePressEvent(QMouseEvent* event) {
     if (event->button() == Qt::LeftButton)
         emit clicked();
 }

@@ -4,10 +4,24 @@
 #include <QString>
 #include <QWidget>
 
+// A small instrument of the panels: painted by its own class, it reports a click, so that a
+// display or a light can serve as a button.
+class Indicator : public QWidget {
+    Q_OBJECT
+public:
+    using QWidget::QWidget;
+
+signals:
+    void clicked();
+
+protected:
+    void mousePressEvent(QMouseEvent* event) override;
+};
+
 // A value on seven-segment digits, as a panel instrument shows it: a fixed number of digit
 // places, a decimal point that takes no place of its own, and a dark state in which nothing is
 // lit. It repaints only when what it shows changes, so a caller may set it on every tick.
-class SevenSegmentDisplay : public QWidget {
+class SevenSegmentDisplay : public Indicator {
     Q_OBJECT
 public:
     explicit SevenSegmentDisplay(QWidget* parent = nullptr);
@@ -30,12 +44,8 @@ public:
 
     QSize sizeHint() const override;
 
-signals:
-    void clicked();
-
 protected:
     void paintEvent(QPaintEvent* event) override;
-    void mousePressEvent(QMouseEvent* event) override;
 
 private:
     void refresh();
@@ -51,8 +61,8 @@ private:
 };
 
 // A rectangular light with a label on it: lit when active, dim when not. Repaints only when its
-// state or label changes; a click is reported, so a light can serve as a button.
-class LedRectangle : public QWidget {
+// state or label changes.
+class LedRectangle : public Indicator {
     Q_OBJECT
 public:
     explicit LedRectangle(const QString& label = {}, QWidget* parent = nullptr);
@@ -65,12 +75,8 @@ public:
 
     QSize sizeHint() const override;
 
-signals:
-    void clicked();
-
 protected:
     void paintEvent(QPaintEvent* event) override;
-    void mousePressEvent(QMouseEvent* event) override;
 
 private:
     QString m_label;

@@ -39,10 +39,6 @@ bool passwdEntry(const QByteArray& name, passwd& entry, std::vector<char>& buffe
     });
 }
 
-bool plausibleName(const QString& user) {
-    return isPossibleAccountName(user);
-}
-
 // The helper's exit statuses.
 constexpr int kHelperAccepted = 0;
 constexpr int kHelperRefused = 1;
@@ -75,7 +71,7 @@ QString PosixAccounts::installedHelperPath() {
 }
 
 PasswordCheck PosixAccounts::checkPassword(const QString& user, const QString& password) {
-    if (!plausibleName(user) || password.contains(QChar(0)))
+    if (!isPossibleAccountName(user) || password.contains(QChar(0)))
         return PasswordCheck::Refused;
     QString helper = m_helper;
     if (helper.isEmpty()) {
@@ -149,7 +145,7 @@ PasswordCheck PosixAccounts::checkPassword(const QString& user, const QString& p
 }
 
 QStringList PosixAccounts::groupsOf(const QString& user) {
-    if (!plausibleName(user))
+    if (!isPossibleAccountName(user))
         return {};
     const QByteArray name = user.toUtf8();
     passwd entry{};
@@ -182,7 +178,7 @@ QStringList PosixAccounts::groupsOf(const QString& user) {
 }
 
 std::optional<AccountRecord> PosixAccounts::account(const QString& user) {
-    if (!plausibleName(user))
+    if (!isPossibleAccountName(user))
         return std::nullopt;
     passwd entry{};
     std::vector<char> buffer;

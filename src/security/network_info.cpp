@@ -16,21 +16,22 @@ void useSiteGroupsFile(const QString& path) {
     gSiteGroupsFile = path;
 }
 
-QString systemGroupName(const QString& siteGroupName) {
+QStringList systemGroupNames(QStringList groups) {
 #if defined(Q_OS_UNIX)
     static const QString kSystemNames[] = {QStringLiteral("Sorvantel Operators"),
                                            QStringLiteral("Sorvantel Supervisors"),
                                            QStringLiteral("Sorvantel Administrators")};
-    // Read at each login, so that a site's change counts without a restart.
+    // Read once a login, so that a site's change counts without a restart.
     const SiteGroups site = gSiteGroupsFile.isEmpty()
                                 ? readSiteGroups()
                                 : readSiteGroups(QFile::encodeName(gSiteGroupsFile).constData());
-    const int level = site.levelOf(siteGroupName.toStdString());
-    return level >= 0 ? kSystemNames[level] : siteGroupName;
-#else
-    // Windows group names hold blanks: the system's names serve as they are.
-    return siteGroupName;
+    for (QString& g : groups) {
+        if (const int level = site.levelOf(g.toStdString()); level >= 0)
+            g = kSystemNames[level];
+    }
 #endif
+    // Windows group names hold blanks: the system's names serve as they are.
+    return groups;
 }
 
 bool NetworkInfo::Login(const QString& xi_strUserID, const QString& xi_strPassword) {
@@ -40,12 +41,10 @@ bool NetworkInfo::Login(const QString& xi_strUserID, const QString& xi_strPasswo
 }
 
 QStringList NetworkInfo::GetUserGroups(const QString&, const QString& UserName, bool) {
-    QStringList groups = accounts().groupsOf(UserName);
+    const QStringList groups = accounts().groupsOf(UserName);
     if (groups.isEmpty())
         return QStringList{QString()};
-    for (QString& g : groups)
-        g = systemGroupName(g);
-    return groups;
+    return systemGroupNames(groups);
 }
 
 QString NetworkInfo::rgbGetComputerName() {

@@ -33,9 +33,9 @@ private:
     bool m_checkUnavailable = false;
 };
 
-// The system's name of a group of this machine ("Sorvantel Operators"...), or the name as it is.
+// The system's names of groups of this machine ("Sorvantel Operators"...), the others as they are.
 // On POSIX systems the site's own group names stand for the system's three, read from the
 // root-owned site file (see platform/site_groups.h), never from the operator's own settings.
-QString systemGroupName(const QString& siteGroupName);
+QStringList systemGroupNames(QStringList groups);
 // Another site file, for tests; an empty path goes back to the installed one.
 void useSiteGroupsFile(const QString& path);
