@@ -1,5 +1,4 @@
 #include "app/frm_main.h"
-#include "plant/child_window.h"
 #include "plant/comm_errors.h"
 #include "plant/frm_logger.h"
 #include "plant/plant_store.h"
@@ -11,7 +10,6 @@
 #include "security/session.h"
 #include "support/test_env.h"
 
-#include <QAction>
 #include <QMdiArea>
 #include <QProgressBar>
 #include <QSignalSpy>
@@ -39,7 +37,6 @@ private slots:
     void modeChangeMovesMarksAndRestartsScan();
     void openProjectMenuFollowsLoadedWindows();
     void helpThatCannotBeShownIsReported();
-    void displayWindowsAreRefreshedAndKeptOpenByTheWalk();
 };
 
 void TstFrmMain::menuCommandsAskTheirRight_data() {
@@ -262,36 +259,6 @@ void TstFrmMain::helpThatCannotBeShownIsReported() {
     QCOMPARE(
         env.dialogs->texts(),
         QStringList{"Unable to display Help Contents. Help is not completed for this project."});
-}
-
-void TstFrmMain::displayWindowsAreRefreshedAndKeptOpenByTheWalk() {
-    struct Bank final : ChildWindow {
-        Bank() : ChildWindow(Life::Display, QStringLiteral("ControlBanks\\Bank 1")) {}
-        int refreshes = 0;
-        void refresh() override { ++refreshes; }
-    };
-    TestEnv env;
-    auto* main = new FrmMain;
-    main->show();
-    auto* bank = new Bank;
-    QAction item;
-    bank->guardMenuItem(&item);
-    main->mdiArea()->addSubWindow(bank);
-    bank->show();
-    // A close while the walk yields is refused; the walk refreshes the window.
-    bool closed = true;
-    QTimer::singleShot(0, bank, [&] { closed = bank->close(); });
-    main->timer3Tick();
-    QCOMPARE((std::pair{closed, bank->refreshes}), (std::pair{false, 1}));
-    bank->showMinimized();
-    QVERIFY(!bank->close()); // nor while minimized, silently
-    QVERIFY(env.dialogs->boxes.isEmpty());
-    bank->showNormal();
-    QVERIFY(!item.isEnabled());
-    QVERIFY(bank->close());
-    QVERIFY(!env.settings->value("ControlBanks\\Bank 1", "MainLeft", "").isEmpty());
-    delete bank;
-    QVERIFY(item.isEnabled());
 }
 
 QTEST_MAIN(TstFrmMain)

@@ -86,6 +86,11 @@ void TstFrmMainDisplay::walkShowsTheStoreAndStopsEndedProfiles() {
     QTimer::singleShot(0, bank, [&] { closed = bank->close(); });
     main->timer3Tick();
     QVERIFY(!closed);
+    const qsizetype boxes = env.dialogs->boxes.size();
+    bank->showMinimized();
+    QVERIFY(!bank->close()); // nor while minimized, silently
+    QCOMPARE(env.dialogs->boxes.size(), boxes);
+    bank->showNormal();
     QVERIFY(bank->close());
     QTRY_VERIFY(main->menuItem("mnuAddBank2")->isEnabled());
     QCOMPARE((QList<bool>{env.settings->values.contains("controlbanks/bank 4/mainleft"),
