@@ -1,16 +1,15 @@
 #include "frm_main.h"
 
 #include "app/frm_about.h"
-#include "app/frm_scanning.h"
 #include "plant/child_window.h"
 #include "plant/comm_errors.h"
 #include "plant/frm_logger.h"
 #include "plant/frm_main_display.h"
 #include "plant/plant_notices.h"
 #include "plant/plant_store.h"
+#include "plant/scan_controller.h"
 #include "platform/clock.h"
 #include "platform/dialogs.h"
-#include "platform/modctl.h"
 #include "platform/placement.h"
 #include "platform/settings_keys.h"
 #include "records/alarm_log.h"
@@ -36,8 +35,6 @@
 namespace {
 QPointer<FrmMain> gMainInstance;
 
-constexpr int kDesignTimer2Interval = 300;
-constexpr int kTimer3Interval = 500;
 constexpr int kDataSaveInterval = 1000;
 // The main window, the logger and the alarm log are always loaded.
 constexpr int kResidentWindows = 3;
@@ -52,9 +49,8 @@ FrmMain::FrmMain(QWidget* parent) : QMainWindow(parent) {
     setWindowTitle(QStringLiteral("Brenlock Sorvantel"));
     gMainInstance = this;
     setSigningOwner(this);
-    // The plant tells the window what to show and when to start polling again.
+    // The plant tells the window what to show.
     connect(&plantNotices(), &PlantNotices::statusText, this, &FrmMain::setStatusText);
-    connect(&plantNotices(), &PlantNotices::activeListRebuilt, this, &FrmMain::restartPolling);
 
     m_mdi = new QMdiArea(this);
     m_mdi->setObjectName(QStringLiteral("mdiArea"));
@@ -63,18 +59,13 @@ FrmMain::FrmMain(QWidget* parent) : QMainWindow(parent) {
     m_mdi->setBackground(QColor(128, 128, 128));
     setCentralWidget(m_mdi);
 
-    m_modctl1 = new Modctl(this);
-    m_modctl1->setObjectName(QStringLiteral("Modctl1"));
-    m_poll = new PollCycle(m_modctl1, this, this);
-
-    m_timer2 = new QTimer(this);
-    m_timer2->setObjectName(QStringLiteral("Timer2"));
-    m_timer2->setInterval(kDesignTimer2Interval);
-    connect(m_timer2, &QTimer::timeout, m_poll, &PollCycle::timer2Tick);
-    m_timer3 = new QTimer(this);
-    m_timer3->setObjectName(QStringLiteral("Timer3"));
-    m_timer3->setInterval(kTimer3Interval);
-    connect(m_timer3, &QTimer::timeout, this, &FrmMain::timer3Tick);
+    m_scan = new ScanController(this);
+    m_scan->setDialogHost(m_mdi);
+    connect(m_scan->timer3(), &QTimer::timeout, this, &FrmMain::timer3Tick);
+    connect(m_scan, &ScanController::pollingRestarted, this, [] {
+        if (AlarmLog* log = alarmLog(); log && log->grid())
+            log->clearAlarms();
+    });
     m_dataSaveTimer = new QTimer(this);
     m_dataSaveTimer->setObjectName(QStringLiteral("DataSaveTimer"));
     m_dataSaveTimer->setInterval(kDataSaveInterval);
@@ -311,81 +302,12 @@ void FrmMain::updateCaption() {
     setWindowTitle(kMainCaption + gProjectTitle);
 }
 
-void FrmMain::startScan() {
-    if (m_scanning) {
-        m_scanning->close();
-        delete m_scanning;
-    }
-    if (gActiveCount < 1)
-        return;
-    m_timer2->stop();
-    m_timer3->stop();
-    m_poll->readDone = false;
-    m_poll->firstScan = true;
-    gPollIndex = 0;
-    m_scanPending = true;
-    m_scanning = new FrmScanning(this);
-    connect(m_scanning, &FrmScanning::timer1Fired, this, &FrmMain::onScanTimer);
-    m_scanning->setRange(gActiveCount);
-    // Centred in the client area of the main window.
-    const QRect client(m_mdi->mapToGlobal(QPoint(0, 0)), m_mdi->size());
-    m_scanning->adjustSize();
-    m_scanning->move(client.center() - QPoint(m_scanning->width() / 2, m_scanning->height() / 2));
-    QCoreApplication::processEvents();
-    // An answer to a request made before this start may already have ended the first scan.
-    if (!m_scanning)
-        return;
-    m_scanning->startTimer1();
-    m_scanning->show();
-}
-
-void FrmMain::onScanTimer() {
-    m_scanPending = false;
-    m_poll->readDone = true;
-    m_timer2->start();
-    m_timer3->start();
-}
-
-void FrmMain::restartPolling() {
-    m_poll->readDone = true;
-    m_timer2->start();
-    m_timer3->start();
-    if (AlarmLog* log = alarmLog(); log && log->grid())
-        log->clearAlarms();
-}
-
-void FrmMain::setScanProgress(int value) {
-    if (m_scanning)
-        m_scanning->setProgress(value);
-}
-
-void FrmMain::closeScan() {
-    if (m_scanning) {
-        m_scanning->close();
-        m_scanning->deleteLater();
-        m_scanning = nullptr;
-    }
-    // The dialog went before its half second was up (an answer to a request made before the
-    // scan started): the poll must not wait for a timer that went with it.
-    if (m_scanPending)
-        onScanTimer();
-}
-
 namespace {
 void changeMode(FrmMain* main, bool simulation) {
-    if (gLogging) {
-        msgBox(
-            QStringLiteral("Simulation or Realtime modes can not\nbe modified while logging data!"),
-            MsgIcon::Information);
-        return;
-    }
-    // Going back to real time asks the data viewer's right: that is how the table is laid out.
-    if (!checkAccess(simulation ? Right::SimRealMode : Right::DataViewer))
+    if (!main->scan().changeMode(simulation))
         return;
     main->menuItem(QStringLiteral("mnuSimMode"))->setChecked(simulation);
     main->menuItem(QStringLiteral("mnuRtMode"))->setChecked(!simulation);
-    gSimMode = simulation;
-    main->startScan();
 }
 } // namespace
 
@@ -432,7 +354,8 @@ void FrmMain::midnightRollover() {
 
 void FrmMain::updateOpenProjectMenu() {
     // The main window, its child windows and the scanning dialog.
-    const int loaded = 1 + static_cast<int>(m_mdi->subWindowList().size()) + (m_scanning ? 1 : 0);
+    const int loaded =
+        1 + static_cast<int>(m_mdi->subWindowList().size()) + (m_scan->scanning() ? 1 : 0);
     menuItem(QStringLiteral("mnuOpenP"))->setEnabled(!(loaded > kResidentWindows || gLogging));
 }
 
@@ -517,8 +440,7 @@ void FrmMain::closeEvent(QCloseEvent* event) {
     }
     m_closing = true;
     savePlacement(this, Sections::Settings);
-    m_scanPending = false;
-    closeScan();
+    m_scan->stop();
     for (QMdiSubWindow* w : m_mdi->subWindowList()) {
         if (auto* child = qobject_cast<ChildWindow*>(w))
             child->allowClose();
@@ -528,8 +450,6 @@ void FrmMain::closeEvent(QCloseEvent* event) {
     }
     if (g21CFR)
         systemAuditLine(QStringLiteral("System Shutdown"));
-    m_timer2->stop();
-    m_timer3->stop();
     event->accept();
     emit exitRequested();
 }

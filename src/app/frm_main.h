@@ -1,10 +1,6 @@
 #pragma once
 
-#include "app/frm_scanning.h"
-#include "plant/poll_cycle.h"
-
 #include <QMainWindow>
-#include <QPointer>
 
 class QAction;
 class QLabel;
@@ -14,35 +10,26 @@ class QMdiSubWindow;
 class QMdiArea;
 class QMenu;
 class QTimer;
-class Modctl;
+class ScanController;
 
 inline const QString kMainCaption = QStringLiteral("Brenlock Controls Sorvantel");
 
 // The multiple-document main window: menus, status bar, the poll timer Timer2 and the
 // housekeeping timer Timer3. Every other window of the workstation opens inside it.
-class FrmMain : public QMainWindow, public ScanProgress {
+class FrmMain : public QMainWindow {
     Q_OBJECT
 public:
     explicit FrmMain(QWidget* parent = nullptr);
     ~FrmMain() override;
 
     QMdiArea* mdiArea() const { return m_mdi; }
-    PollCycle& poll() { return *m_poll; }
-    Modctl* modctl1() const { return m_modctl1; }
-    QTimer* timer2() const { return m_timer2; }
-    QTimer* timer3() const { return m_timer3; }
-    FrmScanning* scanning() const { return m_scanning; }
+    ScanController& scan() const { return *m_scan; }
     // A menu item by its control name ("mnuOpenP").
     QAction* menuItem(const QString& name) const;
 
     void setStatusText(const QString& text);
     QString statusText() const;
     void updateCaption();
-
-    // Restart of polling through the first-scan dialog.
-    void startScan();
-    // Restart of polling without the dialog, after the active list was rebuilt.
-    void restartPolling();
 
     void mnuSimMode_Click();
     void mnuRtMode_Click();
@@ -64,10 +51,6 @@ public:
     void arrangeTileHorizontal();
     void arrangeTileVertical();
 
-    // ScanProgress
-    void setScanProgress(int value) override;
-    void closeScan() override;
-
 signals:
     // The close was accepted: the process is to end.
     void exitRequested();
@@ -78,26 +61,19 @@ protected:
 private:
     void buildMenus();
     QAction* addItem(QMenu* menu, const QString& name, const QString& caption, int right = -1);
-    void onScanTimer();
     void rebuildWindowMenu();
     void showHelp();
     void updateClockPanels();
 
     QMdiArea* m_mdi = nullptr;
-    Modctl* m_modctl1 = nullptr;
-    PollCycle* m_poll = nullptr;
-    QTimer* m_timer2 = nullptr;
-    QTimer* m_timer3 = nullptr;
+    ScanController* m_scan = nullptr;
     QTimer* m_dataSaveTimer = nullptr;
     QTimer* m_clockTimer = nullptr;
     QLabel* m_statusPanel = nullptr;
     QLabel* m_datePanel = nullptr;
     QLabel* m_timePanel = nullptr;
     QMenu* m_windowMenu = nullptr;
-    QPointer<FrmScanning> m_scanning;
     bool m_midnightDone = false;
-    // A scan has started and its half-second delay has not yet started the poll.
-    bool m_scanPending = false;
     bool m_closing = false;
 };
 

@@ -5,6 +5,7 @@
 #include "plant/comm_errors.h"
 #include "plant/frm_logger.h"
 #include "plant/plant_store.h"
+#include "plant/scan_controller.h"
 #include "platform/placement.h"
 #include "platform/settings_keys.h"
 #include "records/alarm_log.h"
@@ -103,7 +104,7 @@ void FrmSplash::timer1Tick() {
         alarms->showMinimized();
         hide();
         deleteLater();
-        m_main->startScan();
+        m_main->scan().startScan();
         emit startupComplete();
     } catch (const std::exception& e) {
         reportError(QStringLiteral("splashScreenTimer1"), 0, QString::fromLocal8Bit(e.what()));

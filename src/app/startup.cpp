@@ -2,6 +2,7 @@
 
 #include "app/frm_main.h"
 #include "plant/plant_store.h"
+#include "plant/scan_controller.h"
 #include "plant/tag_file.h"
 #include "platform/dialogs.h"
 #include "platform/file_io.h"
@@ -57,7 +58,7 @@ void loadSettings(FrmMain& main) {
     readNumber(Sections::Cstatus, Keys::CupdateTime, QStringLiteral("500"), interval);
     // A timer with no interval would never poll; such a value is skipped like any bad text.
     if (interval >= 1 && interval <= 65535)
-        main.timer2()->setInterval(interval);
+        main.scan().timer2()->setInterval(interval);
     if (!loadRights()) {
         for (const char* name : {"mnuPasswords", "mnuLogOff", "mnuLogon", "mnuAudit"})
             main.menuItem(QString::fromLatin1(name))->setEnabled(false);

@@ -13,8 +13,6 @@ public:
 signals:
     // Panel 1 of the status bar: the communication error text, or the normal one again.
     void statusText(const QString& text);
-    // The active list was built anew; polling starts over on it.
-    void activeListRebuilt();
 };
 
 PlantNotices& plantNotices();

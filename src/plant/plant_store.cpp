@@ -1,6 +1,6 @@
 #include "plant_store.h"
 
-#include "plant_notices.h"
+#include "scan_controller.h"
 
 int rowAtPosition(int position) {
     if (position < 0 || position >= gActiveList.size())
@@ -22,7 +22,8 @@ void buildActiveList() {
 
 void rebuildActiveList() {
     buildActiveList();
-    emit plantNotices().activeListRebuilt();
+    if (ScanController* scan = scanController())
+        scan->restartPolling();
 }
 
 void resetPlantStore() {

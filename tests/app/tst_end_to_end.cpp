@@ -4,6 +4,7 @@
 #include "plant/frm_logger.h"
 #include "plant/frm_main_display.h"
 #include "plant/plant_store.h"
+#include "plant/scan_controller.h"
 #include "platform/indicators.h"
 #include "platform/qt_modbus_backend.h"
 #include "sim_plant.h"
@@ -55,11 +56,11 @@ void TstEndToEnd::pollsTheSimulatedPlantAndSurvivesFailures() {
     for (int i = 0; i < 10; ++i)
         splash.timer1Tick();
     FrmMain* main = frmMain();
-    QVERIFY(main->scanning());
+    QVERIFY(main->scan().scanning());
     QCOMPARE(gActiveList, (QVector<qint16>{1, 2, 4, 5, 6, 0}));
 
     // The first pass ends with every controller's values in the store.
-    QTRY_VERIFY_WITH_TIMEOUT(!main->scanning(), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(!main->scan().scanning(), 10000);
     QTRY_COMPARE_WITH_TIMEOUT(gPV[0].toText(), QStringLiteral("120.5"), 5000);
     // Node 4's fixed tenths show with code 0.
     QCOMPARE((QStringList{gSP[0].toText(), gPV[1].toText(), gPV[3].toText(), gPV[4].toText(),

@@ -2,6 +2,7 @@
 #include "plant/comm_errors.h"
 #include "plant/frm_logger.h"
 #include "plant/plant_store.h"
+#include "plant/scan_controller.h"
 #include "platform/placement.h"
 #include "platform/record_grid.h"
 #include "records/alarm_log.h"
@@ -19,7 +20,8 @@
 namespace {
 // Timer 2, timer 3 and the poll's read-done flag: all set once polling runs.
 QList<bool> pollRunning(FrmMain* main) {
-    return {main->timer2()->isActive(), main->timer3()->isActive(), main->poll().readDone};
+    return {main->scan().timer2()->isActive(), main->scan().timer3()->isActive(),
+            main->scan().poll().readDone};
 }
 const QList<bool> kRunning{true, true, true};
 } // namespace
@@ -144,25 +146,26 @@ void TstFrmMain::startScanOpensDialogAndStartsPollingAfterHalfASecond() {
     auto* main = new FrmMain;
     main->show();
     buildActiveList();
-    main->timer2()->start();
-    main->startScan(); // no controller: nothing happens
-    QVERIFY(!main->scanning());
-    QVERIFY(main->timer2()->isActive());
+    main->scan().timer2()->start();
+    main->scan().startScan(); // no controller: nothing happens
+    QVERIFY(!main->scan().scanning());
+    QVERIFY(main->scan().timer2()->isActive());
 
     gControlEnabled[0] = gControlEnabled[3] = true;
     buildActiveList();
     gPollIndex = 1;
-    main->startScan();
-    FrmScanning* scanning = main->scanning();
+    main->scan().startScan();
+    FrmScanning* scanning = main->scan().scanning();
     QVERIFY(scanning);
     QVERIFY(scanning->isVisible());
     auto* bar = scanning->findChild<QProgressBar*>("pBar");
     QCOMPARE(QList<int>({bar->maximum(), bar->value(), gPollIndex}), QList<int>({2, 0, 0}));
-    QVERIFY(!main->timer2()->isActive() && !main->poll().readDone && main->poll().firstScan);
-    QTRY_VERIFY_WITH_TIMEOUT(main->timer2()->isActive(), 2000);
+    QVERIFY(!main->scan().timer2()->isActive() && !main->scan().poll().readDone &&
+            main->scan().poll().firstScan);
+    QTRY_VERIFY_WITH_TIMEOUT(main->scan().timer2()->isActive(), 2000);
     QCOMPARE(pollRunning(main), kRunning);
     // A second start replaces the dialog rather than stacking another.
-    main->startScan();
+    main->scan().startScan();
     QCOMPARE(main->findChildren<FrmScanning*>().size(), 1);
 }
 
@@ -174,12 +177,12 @@ void TstFrmMain::answerFromBeforeTheScanStillStartsThePoll() {
     gControlEnabled[0] = gControlEnabled[1] = true;
     buildActiveList();
     env.modbus->nodes[1].dead = true;
-    main->poll().readDone = true;
-    main->poll().timer2Tick(); // a request on its way when the scan restarts
-    main->startScan();
-    QVERIFY(main->scanning());
+    main->scan().poll().readDone = true;
+    main->scan().poll().timer2Tick(); // a request on its way when the scan restarts
+    main->scan().startScan();
+    QVERIFY(main->scan().scanning());
     env.modbus->deliverAll(); // its failure ends the first scan at once
-    QVERIFY(!main->scanning());
+    QVERIFY(!main->scan().scanning());
     // The poll does not wait for the half second of a dialog that has gone.
     QCOMPARE(pollRunning(main), kRunning);
 }
@@ -196,7 +199,7 @@ void TstFrmMain::rebuildActiveListRestartsWithoutTheDialog() {
     QCOMPARE(gActiveList, (QVector<qint16>{5, 10, 0}));
     QCOMPARE(gPollIndex, qint16(0));
     QCOMPARE(pollRunning(main), kRunning);
-    QVERIFY(!main->scanning());
+    QVERIFY(!main->scan().scanning());
     QCOMPARE(alarms->grid()->rowCount(), 0);
 }
 
@@ -217,12 +220,12 @@ void TstFrmMain::modeChangeMovesMarksAndRestartsScan() {
                            main->menuItem("mnuRtMode")->isChecked()};
     };
     QCOMPARE(marks(), QList<bool>({false, false, true}));
-    QVERIFY(!main->scanning());
+    QVERIFY(!main->scan().scanning());
 
     gLogging = false;
     main->menuItem("mnuSimMode")->trigger();
     QCOMPARE(marks(), QList<bool>({true, true, false}));
-    QVERIFY(main->scanning());
+    QVERIFY(main->scan().scanning());
     // Denied: nothing moves.
     g21CFR = true;
     main->menuItem("mnuRtMode")->trigger();

@@ -4,6 +4,7 @@
 #include "plant/comm_errors.h"
 #include "plant/frm_logger.h"
 #include "plant/plant_store.h"
+#include "plant/scan_controller.h"
 #include "plant/tag_file.h"
 #include "platform/placement.h"
 #include "records/alarm_log.h"
@@ -63,7 +64,7 @@ void TstStartup::settingsAreReadWithTheirDefaults() {
     TestEnv env;
     auto* main = new FrmMain;
     loadSettings(*main);
-    QCOMPARE((QList<int>{gSaveInterval, gAutoLog, main->timer2()->interval(), gUserLevel}),
+    QCOMPARE((QList<int>{gSaveInterval, gAutoLog, main->scan().timer2()->interval(), gUserLevel}),
              (QList<int>{1, 0, 500, 0}));
     QVERIFY(!gComBeep && !gBeepOnAlarm && !gBeepUntilAck && !gAlmLogging && !g21CFR);
     QCOMPARE(gUserId, QStringLiteral("Sorvantel System"));
@@ -77,19 +78,20 @@ void TstStartup::settingsAreReadWithTheirDefaults() {
     env.settings->setValue("Levels\\su", "su 4", "1");
     loadSettings(*main);
     QVERIFY(gComBeep && gBeepOnAlarm && g21CFR);
-    QCOMPARE((QList<int>{main->timer2()->interval(), gSaveInterval, gSuRights[4], gSuRights[3]}),
-             (QList<int>{250, 10, 1, 0}));
+    QCOMPARE(
+        (QList<int>{main->scan().timer2()->interval(), gSaveInterval, gSuRights[4], gSuRights[3]}),
+        (QList<int>{250, 10, 1, 0}));
 
     // A value that does not read, or a zero interval, leaves what was there.
     env.settings->setValue("DataSave", "SaveInterval", "often");
     env.settings->setValue("Cstatus", "CupdateTime", "fast");
     env.settings->setValue("CStatus", "gComBeep", "maybe");
     loadSettings(*main);
-    QCOMPARE((QList<int>{gSaveInterval, main->timer2()->interval()}), (QList<int>{10, 250}));
+    QCOMPARE((QList<int>{gSaveInterval, main->scan().timer2()->interval()}), (QList<int>{10, 250}));
     QVERIFY(gComBeep);
     env.settings->setValue("Cstatus", "CupdateTime", "0");
     loadSettings(*main);
-    QCOMPARE(main->timer2()->interval(), 250);
+    QCOMPARE(main->scan().timer2()->interval(), 250);
 }
 
 void TstStartup::logOnStartupNeedsAMarkedChannel() {
@@ -139,7 +141,7 @@ void TstStartup::fullStartOpensResidentWindowsAfterOneSecond() {
     alarms->showNormal();
     QCOMPARE(alarms->pos(), QPoint(qRound(2000 / tpp), qRound(1125 / tpp)));
     QCOMPARE(alarms->size(), QSize(qRound(5650 / tpp), qRound(3000 / tpp)));
-    QVERIFY(main->scanning());
+    QVERIFY(main->scan().scanning());
     // Half a second later the poll starts, and its first request goes to node 1.
     QTRY_VERIFY_WITH_TIMEOUT(!env.modbus->requests.isEmpty(), 3000);
     QCOMPARE(env.modbus->requests[0].node, 1);
@@ -152,7 +154,8 @@ void TstStartup::startWithNoControllerComesUpWithoutScanning() {
     QCOMPARE(splash.load(), FrmSplash::LoadResult::Ok);
     for (int i = 0; i < 10; ++i)
         splash.timer1Tick();
-    QVERIFY(frmMain()->isVisible() && !frmMain()->scanning() && !frmMain()->timer2()->isActive());
+    QVERIFY(frmMain()->isVisible() && !frmMain()->scan().scanning() &&
+            !frmMain()->scan().timer2()->isActive());
     QVERIFY(env.dialogs->boxes.isEmpty());
 }
 
