@@ -1,6 +1,6 @@
 #include "frm_main.h"
 
-#include "app/frm_about.h"
+#include "app/main_menu.h"
 #include "plant/child_window.h"
 #include "plant/comm_errors.h"
 #include "plant/frm_logger.h"
@@ -15,13 +15,10 @@
 #include "records/alarm_log.h"
 #include "records/audit_trail.h"
 #include "records/data_logger.h"
-#include "records/frm_audit_view.h"
-#include "security/frm_passwords.h"
 #include "security/login.h"
 #include "security/rights.h"
 #include "security/session.h"
 
-#include <QActionGroup>
 #include <QCloseEvent>
 #include <QCoreApplication>
 #include <QLabel>
@@ -102,150 +99,41 @@ FrmMain::~FrmMain() {
     gMainInstance = nullptr;
 }
 
-QAction* FrmMain::addItem(QMenu* menu, const QString& name, const QString& caption, int right) {
-    QAction* action = menu->addAction(caption);
-    action->setObjectName(name);
-    if (right >= 0)
-        connect(action, &QAction::triggered, this, [right] { checkAccess(right); });
-    return action;
-}
-
 QAction* FrmMain::menuItem(const QString& name) const {
     return findChild<QAction*>(name);
 }
 
 void FrmMain::buildMenus() {
-    QMenuBar* bar = menuBar();
-    auto addMenu = [bar](const QString& name, const QString& caption) {
-        QMenu* menu = bar->addMenu(caption);
-        menu->setObjectName(name);
-        menu->menuAction()->setObjectName(name);
-        return menu;
-    };
-    auto addSeparator = [](QMenu* menu, const QString& name) {
-        menu->addSeparator()->setObjectName(name);
-    };
-    auto addSubMenu = [](QMenu* menu, const QString& name, const QString& caption) {
-        QMenu* sub = menu->addMenu(caption);
-        sub->setObjectName(name);
-        sub->menuAction()->setObjectName(name);
-        return sub;
-    };
-
-    // The windows of these commands arrive with their own subsystems; until then the commands
-    // ask their right and stop there.
-    QMenu* file = addMenu(QStringLiteral("mnuFile"), QStringLiteral("&File"));
-    addItem(file, QStringLiteral("mnuOpenP"), QStringLiteral("&Open Project"), Right::OpenProject);
-    addItem(file, QStringLiteral("mnuCloseP"), QStringLiteral("&Close Project"),
-            Right::CloseProject);
-    addSeparator(file, QStringLiteral("mnuFileDash"));
-    addItem(file, QStringLiteral("mnuSaveP"), QStringLiteral("S&ave Project"), Right::SaveProject);
-    addItem(file, QStringLiteral("mnuSavePas"), QStringLiteral("S&ave Project As.."),
-            Right::SaveProject);
-    addSeparator(file, QStringLiteral("mnuSaveDash"));
-    QAction* exitItem = addItem(file, QStringLiteral("mnuFileExit"), QStringLiteral("E&xit"));
-    connect(exitItem, &QAction::triggered, this, &FrmMain::mnuFileExit_Click);
-
-    QMenu* view = addMenu(QStringLiteral("mnuView"), QStringLiteral("&View"));
-    addItem(view, QStringLiteral("mnuDigValues"), QStringLiteral("&Digital Values"));
-    QAction* alarmItem = addItem(view, QStringLiteral("mnuAlarmLog"), QStringLiteral("&Alarm Log"));
-    connect(alarmItem, &QAction::triggered, this, [this] {
-        if (AlarmLog* log = alarmLog()) {
-            log->showNormal();
-            m_mdi->setActiveSubWindow(log);
-            log->raise();
+    QHash<QString, QMenu*> menus;
+    for (const MenuEntry& e : mainMenuTable()) {
+        QMenu* parent = menus.value(e.parent);
+        if (e.kind == MenuEntry::Separator) {
+            parent->addSeparator()->setObjectName(e.name);
+            continue;
         }
-    });
-    addSeparator(view, QStringLiteral("mnuDigDash"));
-    QMenu* trends =
-        addSubMenu(view, QStringLiteral("mnuTrends"), QStringLiteral("&Control Trends"));
-    for (int i = 1; i <= 8; ++i)
-        addItem(trends, QStringLiteral("mnuTrend%1").arg(i), QStringLiteral("Trend %1").arg(i));
-    addSeparator(view, QStringLiteral("mnuBarDash"));
-    QMenu* bars = addSubMenu(view, QStringLiteral("mnuBars"), QStringLiteral("&Bar Graphs"));
-    for (int i = 1; i <= 4; ++i)
-        addItem(bars, QStringLiteral("mnuBarGraph%1").arg(i),
-                QStringLiteral("Bar Graphs (%1 To %2)").arg(16 * (i - 1) + 1).arg(16 * i));
-    addSeparator(view, QStringLiteral("mnuProfDash"));
-    addItem(view, QStringLiteral("mnuProfiler"), QStringLiteral("&Profiler"), Right::Profiler);
-    addSeparator(view, QStringLiteral("mnuDash1"));
-    addItem(view, QStringLiteral("mnuSingleSpRecipe"), QStringLiteral("&Single Setpoint Recipes"),
-            Right::SingleSetpointRecipes);
-    addSeparator(view, QStringLiteral("mnuDash"));
-    addItem(view, QStringLiteral("mnuHistory"), QStringLiteral("&Data File Viewer"),
-            Right::DataViewer);
-    connect(addItem(view, QStringLiteral("mnuAudit"), QStringLiteral("&Audit Trail Viewer")),
-            &QAction::triggered, this, &FrmMain::mnuAudit_Click);
-
-    QMenu* banks = addMenu(QStringLiteral("mnuControlBanks"), QStringLiteral("&Control Banks"));
-    // "32 to 64", not 33: the caption stands as the operators know it.
-    QMenu* group1 =
-        addSubMenu(banks, QStringLiteral("Cgroup1"), QStringLiteral("Controllers 1 to 32"));
-    QMenu* group2 =
-        addSubMenu(banks, QStringLiteral("Cgroup2"), QStringLiteral("Controllers 32 to 64"));
-    for (int bank = 1; bank <= 16; ++bank) {
-        QAction* item =
-            addItem(bank <= 8 ? group1 : group2, QStringLiteral("mnuAddBank%1").arg(bank),
-                    QStringLiteral("View Controls %1 - %2").arg(4 * (bank - 1) + 1).arg(4 * bank));
-        connect(item, &QAction::triggered, this,
-                [this, bank] { addControlBank(4 * (bank - 1), QString::number(bank)); });
+        if (e.kind == MenuEntry::Menu) {
+            QMenu* menu = parent ? parent->addMenu(e.caption) : menuBar()->addMenu(e.caption);
+            menu->setObjectName(e.name);
+            menu->menuAction()->setObjectName(e.name);
+            menus.insert(e.name, menu);
+            continue;
+        }
+        QAction* action = parent->addAction(e.caption);
+        action->setObjectName(e.name);
+        action->setCheckable(e.kind == MenuEntry::Mark);
+        connect(action, &QAction::triggered, this, [this, action, &e] {
+            // A mark follows what the command did, not the click.
+            if (e.kind == MenuEntry::Mark)
+                action->setChecked(!action->isChecked());
+            if (e.right >= 0 && !checkAccess(e.right))
+                return;
+            if (e.handler)
+                e.handler(*this);
+        });
     }
-
-    QMenu* setup = addMenu(QStringLiteral("mnuSetup"), QStringLiteral("&Setup"));
-    addItem(setup, QStringLiteral("mnuClabels"), QStringLiteral("&Controller Labels/Activation"),
-            Right::ActivateControls);
-    addSeparator(setup, QStringLiteral("mnuDashS2"));
-    addItem(setup, QStringLiteral("mnuDataSave"), QStringLiteral("&Data Logging"),
-            Right::DataLogging);
-    addSeparator(setup, QStringLiteral("mnuDashS3"));
-    addItem(setup, QStringLiteral("loopTuning"), QStringLiteral("&Loop Tuning"), Right::LoopTuning);
-    addSeparator(setup, QStringLiteral("mnuDashS4"));
-    addItem(setup, QStringLiteral("mnuAlarms"), QStringLiteral("&Alarms Setpoints"),
-            Right::AlarmSetpoints);
-
-    QMenu* users = addMenu(QStringLiteral("mnuUsers"), QStringLiteral("&Users"));
-    connect(addItem(users, QStringLiteral("mnuLogon"), QStringLiteral("&Log on..")),
-            &QAction::triggered, this, [this] { logOnFromMenu(this); });
-    connect(addItem(users, QStringLiteral("mnuLogOff"), QStringLiteral("Log off..")),
-            &QAction::triggered, this, &logOffFromMenu);
-    addSeparator(users, QStringLiteral("mnuDashS12"));
-    connect(
-        addItem(users, QStringLiteral("mnuPasswords"), QStringLiteral("&Configure user access")),
-        &QAction::triggered, this, [this] { showUserAccessDialog(this); });
-    addItem(users, QStringLiteral("opMessage"), QStringLiteral("&Operator message for file"),
-            Right::OperatorMessage);
-
-    QMenu* mode = addMenu(QStringLiteral("menMode"), QStringLiteral("&Mode"));
-    QAction* sim = addItem(mode, QStringLiteral("mnuSimMode"), QStringLiteral("&Simulation Mode"));
-    QAction* rt = addItem(mode, QStringLiteral("mnuRtMode"), QStringLiteral("&Real Time Mode"));
-    sim->setCheckable(true);
-    rt->setCheckable(true);
-    // The marks are set by the commands, not by the click itself.
-    connect(sim, &QAction::triggered, this, [this, sim] {
-        sim->setChecked(!sim->isChecked());
-        mnuSimMode_Click();
-    });
-    connect(rt, &QAction::triggered, this, [this, rt] {
-        rt->setChecked(!rt->isChecked());
-        mnuRtMode_Click();
-    });
-
-    m_windowMenu = addMenu(QStringLiteral("mnuWindow"), QStringLiteral("&Window"));
+    m_windowMenu = menus.value(QStringLiteral("mnuWindow"));
     connect(m_windowMenu, &QMenu::aboutToShow, this, &FrmMain::rebuildWindowMenu);
     rebuildWindowMenu();
-
-    QMenu* help = addMenu(QStringLiteral("mnuHelp"), QStringLiteral("&Help"));
-    connect(addItem(help, QStringLiteral("mnuHelpContents"), QStringLiteral("&Contents")),
-            &QAction::triggered, this, &FrmMain::showHelp);
-    connect(addItem(help, QStringLiteral("mnuHelpSearchForHelpOn"),
-                    QStringLiteral("&Search For Help On...")),
-            &QAction::triggered, this, &FrmMain::showHelp);
-    addSeparator(help, QStringLiteral("mnuHelpBar0"));
-    connect(addItem(help, QStringLiteral("mnuHelpAbout"), QStringLiteral("&About ")),
-            &QAction::triggered, this, [this] {
-                FrmAbout about(this);
-                about.exec();
-            });
 }
 
 void FrmMain::rebuildWindowMenu() {
@@ -390,12 +278,6 @@ void FrmMain::showSingleWindow(const QString& menuItemName, ChildWindow* window)
     m_mdi->addSubWindow(window);
     window->show();
     m_mdi->setActiveSubWindow(window);
-}
-
-void FrmMain::mnuAudit_Click() {
-    if (!checkAccess(Right::AuditTrailViewer))
-        return;
-    showSingleWindow(QStringLiteral("mnuAudit"), new FrmAuditView);
 }
 
 FrmMainDisplay* FrmMain::addControlBank(int firstRow, const QString& bankText) {

@@ -35,6 +35,7 @@ public:
     void mnuRtMode_Click();
     void mnuFileExit_Click();
 
+    void showHelp();
     void timer3Tick();
     void midnightRollover();
     void updateOpenProjectMenu();
@@ -42,7 +43,6 @@ public:
     // Shows a window opened by a menu item: the item stays disabled while the window lives, so
     // that there is never a second one.
     void showSingleWindow(const QString& menuItemName, ChildWindow* window);
-    void mnuAudit_Click();
     // Opens the bank of four controllers from this row, under its menu item.
     FrmMainDisplay* addControlBank(int firstRow, const QString& bankText);
 
@@ -60,9 +60,7 @@ protected:
 
 private:
     void buildMenus();
-    QAction* addItem(QMenu* menu, const QString& name, const QString& caption, int right = -1);
     void rebuildWindowMenu();
-    void showHelp();
     void updateClockPanels();
 
     QMdiArea* m_mdi = nullptr;
