@@ -3,6 +3,7 @@
 #include "app/frm_about.h"
 #include "app/frm_main.h"
 #include "plant/child_window.h"
+#include "plant/frm_control_setup.h"
 #include "records/alarm_log.h"
 #include "records/frm_audit_view.h"
 #include "security/frm_passwords.h"
@@ -98,7 +99,7 @@ std::vector<MenuEntry> buildTable() {
 
     menu({}, setup, QStringLiteral("&Setup"));
     item(setup, QStringLiteral("mnuClabels"), QStringLiteral("&Controller Labels/Activation"),
-         Right::ActivateControls);
+         Right::ActivateControls, [](FrmMain& main) { showControlSetup(&main); });
     dash(setup, QStringLiteral("mnuDashS2"));
     item(setup, QStringLiteral("mnuDataSave"), QStringLiteral("&Data Logging"), Right::DataLogging);
     dash(setup, QStringLiteral("mnuDashS3"));

@@ -121,7 +121,9 @@ void tagTableFromStore() {
             row[2] = tags[k];
             row[3] = numberPrintForm(k);
             row[4] = numberPrintForm(gControlType[c]);
-            if (!wholeNumber(row[5]))
+            // A controller taken out of the scan leaves the logger for good: enabled again, its
+            // channels must be chosen again.
+            if (!wholeNumber(row[5]) || !gControlEnabled[c])
                 row[5] = numberPrintForm(0);
         }
     }

@@ -19,5 +19,5 @@ bool readTagFile(const QString& path, QString* error = nullptr);
 bool writeTagFile(const QString& path, QString* error = nullptr);
 
 // Fills gTagTable from the identity columns of the store (tags, enable flag, type), keeping the
-// log flags already in the table.
+// log flags already in the table for enabled controllers and clearing those of the others.
 void tagTableFromStore();

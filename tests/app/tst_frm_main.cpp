@@ -9,6 +9,7 @@
 #include "records/data_logger.h"
 #include "security/rights.h"
 #include "security/session.h"
+#include "support/modal_script.h"
 #include "support/test_env.h"
 
 #include <QMdiArea>
@@ -59,6 +60,7 @@ void TstFrmMain::menuCommandsAskTheirRight() {
     QFETCH(QString, name);
     QFETCH(int, right);
     TestEnv env;
+    ModalScript modals; // a dialog the granted command opens is cancelled
     auto* main = new FrmMain;
     g21CFR = true;
     gUserLevel = 1;
