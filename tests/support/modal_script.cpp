@@ -31,13 +31,9 @@ void ModalScript::act(std::function<void(QDialog*)> step) {
 }
 
 void ModalScript::poll() {
-    QDialog* open = nullptr;
-    for (QWidget* w : QApplication::topLevelWidgets()) {
-        auto* d = qobject_cast<QDialog*>(w);
-        if (d && d->isVisible() && d->isModal())
-            open = d;
-    }
-    if (!open)
+    // The top of the modal stack: a dialog opened from a modal dialog answers first.
+    auto* open = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+    if (!open || !open->isVisible())
         return;
     if (auto* login = qobject_cast<FrmLogin*>(open); login && login->isChecking())
         return;
