@@ -1,0 +1,54 @@
+#!/usr/bin/env bash
+# Builds Release and runs the live-plant benchmark: 64 controllers (K40, K8 and K20 mixed) on
+# the plant simulator, scanned every 60 ms, all sixteen bank windows open, offscreen. Prints the
+# workstation's CPU share and resident memory over the measured window (default 60 s).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+REPO=$(pwd)
+cmake -S . -B build-release -G Ninja -DCMAKE_BUILD_TYPE=Release -DSORVANTEL_BUILD_TESTS=OFF \
+    -DSORVANTEL_BUILD_BENCH=ON >/dev/null
+cmake --build build-release --target bench_banks plant-simulator
+work=$(mktemp -d)
+trap 'kill ${SIM_PID:-0} 2>/dev/null || true; rm -rf "$work"' EXIT
+PORT=${BENCH_PORT:-5031}
+
+# The plant: every fourth controller a profiler, K8 and K20 in turn.
+: > "$work/plant.sim"
+for n in $(seq 1 64); do
+    if (( n % 4 == 1 )); then
+        fam=$(( (n / 4) % 2 == 0 ? 8 : 20 ))
+        echo "$n K$fam sp=40.0 pv=39.0 tau=30 profile=60.0:5:20,85.0:10:40" >> "$work/plant.sim"
+    else
+        echo "$n K40 decimal=1 scaled=1 sp=100.0 pv=98.0 alarm1=105.0 tau=20 wander=2" >> "$work/plant.sim"
+    fi
+done
+# tags.tgn of the same plant, every controller enabled.
+printf '' > "$work/tags.tgn"
+for c in $(seq 0 63); do
+    n=$((c + 1))
+    if (( n % 4 == 1 )); then t=$(( (n / 4) % 2 == 0 ? 1 : 2 )); else t=0; fi
+    for k in 0 1 2; do
+        printf ' %d \r\n 1 \r\nTAG%d-%d\r\n %d \r\n %d \r\n 0 \r\n' $c $n $k $k $t >> "$work/tags.tgn"
+    done
+done
+cp -r demo/. "$work/app" 2>/dev/null || mkdir -p "$work/app"
+cp "$work/tags.tgn" "$work/app/tags.tgn"
+mkdir -p "$work/xdg/Brenlock" "$work/run"
+chmod 700 "$work/run"
+cat > "$work/xdg/Brenlock/Sorvantel.ini" <<INI
+[link]
+mode=TCP
+address=127.0.0.1
+port=$PORT
+timeout=1000
+
+[cstatus]
+cupdatetime=60
+INI
+
+"$REPO/build-release/tools/plant-simulator/plant-simulator" --plant "$work/plant.sim" --port "$PORT" </dev/null >/dev/null &
+SIM_PID=$!
+sleep 0.5
+cd "$work/app"
+XDG_CONFIG_HOME="$work/xdg" XDG_RUNTIME_DIR="$work/run" QT_QPA_PLATFORM=offscreen ${BENCH_WRAP:-} \
+    "$REPO/build-release/bench/bench_banks" "${1:-60}" "${2:-5}"
