@@ -64,7 +64,9 @@ FrmControlSetup::FrmControlSetup(QWidget* parent) : QDialog(parent) {
                                {QStringLiteral("K40 Series Controls"),
                                 QStringLiteral("K8 Ramp Profiler"),
                                 QStringLiteral("K20 Ramp Profiler")});
-    const double widths[] = {7, 16, 16, 13, 15};
+    // The status column is wider than the 7 characters it was drawn with: the check box and
+    // its "On/Off" must both show.
+    const double widths[] = {10, 16, 16, 13, 15};
     for (int c = 0; c < 5; ++c)
         m_cdata->setColumnWidthUnits(c, widths[c]);
     m_cdata->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed |

@@ -18,6 +18,7 @@
 #include <QLabel>
 #include <QVBoxLayout>
 #include <cmath>
+#include <utility>
 
 namespace {
 constexpr int kProfileCommandRegister = 1082;
@@ -156,11 +157,17 @@ void FrmMainDisplay::updateBankValues() {
         QCoreApplication::processEvents();
         for (SevenSegmentDisplay* d : {p.CPV, p.CSP})
             d->setPrecision(gDecimal[row]);
-        p.SPwrite->setDecimals(gDecimal[row]);
-        if (gFixedTenth[row])
-            p.SPwrite->setRange(-1128, 2512);
-        else
-            p.SPwrite->setRange(gScale[row] * -19990.0, gScale[row] * 45530.0);
+        // A spin box given its own precision or range again rewrites its text, which would
+        // wipe what the operator is typing at every tick: only a change is passed on.
+        const auto range = gFixedTenth[row]
+                               ? std::pair{-1128.0, 2512.0}
+                               : std::pair{gScale[row] * -19990.0, gScale[row] * 45530.0};
+        if (p.SPwrite->decimals() != gDecimal[row])
+            p.SPwrite->setDecimals(gDecimal[row]);
+        if (range != p.entryRange) {
+            p.entryRange = range;
+            p.SPwrite->setRange(range.first, range.second);
+        }
         QCoreApplication::processEvents();
     }
 }

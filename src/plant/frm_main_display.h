@@ -3,6 +3,7 @@
 #include "child_window.h"
 
 #include <array>
+#include <utility>
 
 class LedRectangle;
 class QDoubleSpinBox;
@@ -56,6 +57,8 @@ private:
         LedRectangle* ProfStop;
         LedRectangle* ProfHold;
         LedRectangle* ProfRun;
+        // The range last given to the entry, as asked (the spin box keeps it rounded).
+        std::pair<double, double> entryRange;
     };
     void setReading(SevenSegmentDisplay* display, int row, bool pv);
 

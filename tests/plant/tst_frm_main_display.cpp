@@ -8,6 +8,7 @@
 #include "support/test_env.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QDoubleSpinBox>
 #include <QLabel>
 #include <QTest>
@@ -32,6 +33,7 @@ class TstFrmMainDisplay : public QObject {
 private slots:
     void walkShowsTheStoreAndStopsEndedProfiles();
     void setpointAndProfileCommandsWrite();
+    void aClickOnTheSetpointTakesTheKeys();
 };
 
 void TstFrmMainDisplay::walkShowsTheStoreAndStopsEndedProfiles() {
@@ -144,6 +146,29 @@ void TstFrmMainDisplay::setpointAndProfileCommandsWrite() {
     QTest::qWait(20);
     QCOMPARE(env.modbus->requests.size(), sent);
     QCOMPARE(gProfState[5], qint16(0));
+}
+
+void TstFrmMainDisplay::aClickOnTheSetpointTakesTheKeys() {
+    TestEnv env;
+    auto* main = new FrmMain;
+    main->show();
+    QVERIFY(QTest::qWaitForWindowActive(main));
+    gControlEnabled[0] = true;
+    gSP[0] = 95.0;
+    gDecimal[0] = 1;
+    gScale[0] = 0.1F;
+    FrmMainDisplay* bank = main->addControlBank(0, "1");
+    main->timer3Tick();
+    auto* display = control<SevenSegmentDisplay>(bank, "CSP", 0);
+    QTest::mouseClick(display, Qt::LeftButton);
+    // The operator types over the shown value straight away, and the walk going on meanwhile
+    // leaves the typing alone.
+    auto* entry = control<QDoubleSpinBox>(bank, "SPwrite", 0);
+    QTest::keyClicks(QApplication::focusWidget(), "10");
+    main->timer3Tick();
+    QTest::keyClicks(QApplication::focusWidget(), "3.5");
+    QCOMPARE((QList<QVariant>{entry->isVisible(), entry->text()}),
+             (QList<QVariant>{true, "103.5"}));
 }
 
 QTEST_MAIN(TstFrmMainDisplay)
