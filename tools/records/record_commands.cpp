@@ -2,7 +2,7 @@
 
 #include "platform/file_io.h"
 #include "platform/line_cipher.h"
-#include "record_reader.h"
+#include "records/record_file.h"
 #include "records/file_cipher.h"
 #include "records/record_paths.h"
 

@@ -1,4 +1,4 @@
-#include "record_reader.h"
+#include "record_file.h"
 
 #include "platform/line_cipher.h"
 #include "records/file_cipher.h"

@@ -6,9 +6,9 @@
 #include <functional>
 #include <optional>
 
-// Reading the workstation's record files outside the workstation. Every kind (.slg, .sif, .atr,
-// .alf, .tun, .rec, .spr) is one enciphered line per plain line, so only the signature file needs
-// knowledge of its fields.
+// The one reader of the workstation's record files, for its viewers, the signature check and
+// sorvantel-records alike. Every kind (.slg, .sif, .atr, .alf, .tun, .rec, .spr) is one
+// enciphered line per plain line, so only the signature file needs knowledge of its fields.
 
 // The plain text of one line as it stands on disk without its line end; nothing when the line
 // does not authenticate. Unlike decryptText this tells a damaged line from an empty plain one.
