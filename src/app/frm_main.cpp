@@ -66,6 +66,7 @@ FrmMain::FrmMain(QWidget* parent) : QMainWindow(parent) {
     m_dataSaveTimer = new QTimer(this);
     m_dataSaveTimer->setObjectName(QStringLiteral("DataSaveTimer"));
     m_dataSaveTimer->setInterval(kDataSaveInterval);
+    installDataSaveTimer(m_dataSaveTimer);
 
     auto* bar = statusBar();
     bar->setObjectName(QStringLiteral("sbStatusBar"));
@@ -215,6 +216,7 @@ void FrmMain::mnuFileExit_Click() {
 
 void FrmMain::timer3Tick() {
     gBankUpdating = true;
+    // The logging half of the day's end: a new automatic file at midnight.
     midnightRollover();
     updateOpenProjectMenu();
     QCoreApplication::processEvents();
@@ -224,20 +226,6 @@ void FrmMain::timer3Tick() {
             child->refresh();
     }
     gBankUpdating = false;
-}
-
-void FrmMain::midnightRollover() {
-    if (!gLogging)
-        return;
-    const QTime now = currentDateTime().time();
-    const QString hm = QStringLiteral("%1:%2").arg(now.hour()).arg(now.minute());
-    if (hm == QLatin1String("0:0") && gAutoLog == 1 && !m_midnightDone) {
-        // Not built yet: closing the day's data file and opening the next belongs to the data
-        // logger, which does not exist so far; gLogging is never set until it does.
-        m_midnightDone = true;
-    } else if (hm == QLatin1String("0:1") && m_midnightDone) {
-        m_midnightDone = false;
-    }
 }
 
 void FrmMain::updateOpenProjectMenu() {

@@ -37,7 +37,6 @@ public:
 
     void showHelp();
     void timer3Tick();
-    void midnightRollover();
     void updateOpenProjectMenu();
 
     // Shows a window opened by a menu item: the item stays disabled while the window lives, so
@@ -71,7 +70,6 @@ private:
     QLabel* m_datePanel = nullptr;
     QLabel* m_timePanel = nullptr;
     QMenu* m_windowMenu = nullptr;
-    bool m_midnightDone = false;
     bool m_closing = false;
 };
 

@@ -9,6 +9,7 @@
 #include "platform/placement.h"
 #include "platform/settings_keys.h"
 #include "records/alarm_log.h"
+#include "records/data_logger.h"
 #include "records/file_cipher.h"
 
 #include <QLabel>
@@ -79,6 +80,7 @@ FrmSplash::LoadResult FrmSplash::load() {
     }
     buildActiveList();
     initLogArray();
+    startLoggingAtStartup();
     gProjectTitle.clear();
     m_main->updateCaption();
     m_timer1->start();

@@ -38,7 +38,10 @@ bool ensureFileExists(const QString& path, QString* error) {
 
 #ifdef Q_OS_UNIX
 namespace {
+int gLastErrno = 0;
+
 bool fail(QString* error, const QString& what) {
+    gLastErrno = errno;
     if (error)
         *error = what + QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(errno));
     return false;
@@ -52,7 +55,71 @@ void syncFolderOf(const QString& path) {
         ::close(fd);
     }
 }
+// One line as one write, then synced. A line the disk took only in part is cut off again, so that
+// the next line does not run on from a torn one.
+bool writeLineSynced(int fd, const QByteArray& line) {
+    const off_t before = ::lseek(fd, 0, SEEK_END);
+    const char* p = line.constData();
+    qsizetype left = line.size();
+    while (left > 0) {
+        const ssize_t n = ::write(fd, p, size_t(left));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0) {
+            if (n == 0)
+                errno = ENOSPC;
+            const int saved = errno;
+            if (before >= 0 && left < line.size() && ::ftruncate(fd, before) == 0)
+                ::fdatasync(fd);
+            errno = gLastErrno = saved;
+            return false;
+        }
+        p += n;
+        left -= n;
+    }
+    if (::fdatasync(fd) != 0) {
+        gLastErrno = errno;
+        return false;
+    }
+    return true;
+}
 } // namespace
+
+int lastFileErrorNumber() {
+    return gLastErrno == ENOSPC ? 61 : 75;
+}
+
+RecordAppender::~RecordAppender() {
+    close();
+}
+
+bool RecordAppender::create(const QString& path, QString* error) {
+    close();
+    m_fd = ::open(QFile::encodeName(path).constData(),
+                  O_WRONLY | O_APPEND | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (m_fd < 0)
+        return fail(error, path);
+    syncFolderOf(path);
+    return true;
+}
+
+bool RecordAppender::append(const QByteArray& line, QString* error) {
+    if (m_fd < 0) {
+        errno = EBADF;
+        return fail(error, QStringLiteral("data file"));
+    }
+    return writeLineSynced(m_fd, line) || fail(error, QStringLiteral("data file"));
+}
+
+void RecordAppender::close() {
+    if (m_fd >= 0)
+        ::close(m_fd);
+    m_fd = -1;
+}
+
+bool RecordAppender::isOpen() const {
+    return m_fd >= 0;
+}
 
 bool appendRecordLine(const QString& path, const QByteArray& line, QString* error) {
     const QByteArray name = QFile::encodeName(path);
@@ -64,22 +131,7 @@ bool appendRecordLine(const QString& path, const QByteArray& line, QString* erro
     }
     if (fd < 0)
         return fail(error, path);
-    const char* p = line.constData();
-    qsizetype left = line.size();
-    while (left > 0) {
-        const ssize_t n = ::write(fd, p, size_t(left));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0) {
-            const int saved = errno;
-            ::close(fd);
-            errno = saved;
-            return fail(error, path);
-        }
-        p += n;
-        left -= n;
-    }
-    if (::fdatasync(fd) != 0) {
+    if (!writeLineSynced(fd, line)) {
         const int saved = errno;
         ::close(fd);
         errno = saved;
@@ -92,6 +144,45 @@ bool appendRecordLine(const QString& path, const QByteArray& line, QString* erro
     return true;
 }
 #else
+int lastFileErrorNumber() {
+    return 75;
+}
+
+RecordAppender::~RecordAppender() {
+    close();
+}
+
+bool RecordAppender::create(const QString& path, QString* error) {
+    close();
+    m_file = new QFile(path);
+    if (!m_file->open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        if (error)
+            *error = m_file->errorString();
+        close();
+        return false;
+    }
+    return true;
+}
+
+bool RecordAppender::append(const QByteArray& line, QString* error) {
+    bool ok = m_file && m_file->write(line) == line.size() && m_file->flush();
+#ifdef Q_OS_WIN
+    ok = ok && ::_commit(m_file->handle()) == 0;
+#endif
+    if (!ok && error)
+        *error = m_file ? m_file->errorString() : QStringLiteral("data file");
+    return ok;
+}
+
+void RecordAppender::close() {
+    delete m_file;
+    m_file = nullptr;
+}
+
+bool RecordAppender::isOpen() const {
+    return m_file != nullptr;
+}
+
 bool appendRecordLine(const QString& path, const QByteArray& line, QString* error) {
     QFile file(path);
     bool ok = file.open(QIODevice::WriteOnly | QIODevice::Append) &&

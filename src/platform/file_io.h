@@ -13,6 +13,34 @@ bool writeFileAtomically(const QString& path, const QByteArray& bytes, QString* 
 // open between lines. False with the reason in *error; a failed line is never retried here.
 bool appendRecordLine(const QString& path, const QByteArray& line, QString* error = nullptr);
 
+// A record file that stays open while lines are added to it, as the data file of a running log
+// does. Each line goes out as one write and is synced to the disk before append returns; a line
+// the disk refused part-way is cut off again, so the file ends with its last whole line.
+class RecordAppender {
+public:
+    RecordAppender() = default;
+    ~RecordAppender();
+    RecordAppender(const RecordAppender&) = delete;
+    RecordAppender& operator=(const RecordAppender&) = delete;
+
+    // Creates the file, or empties one that is there, and syncs its folder so the name survives.
+    bool create(const QString& path, QString* error = nullptr);
+    bool append(const QByteArray& line, QString* error = nullptr);
+    void close();
+    bool isOpen() const;
+
+private:
+#ifdef Q_OS_UNIX
+    int m_fd = -1;
+#else
+    class QFile* m_file = nullptr;
+#endif
+};
+
+// The error number the boxes give for the last failure of a file call: 61 for a full disk, 75
+// for any other refusal of a path or file.
+int lastFileErrorNumber();
+
 // Makes an empty file, and its folder, unless the file is already there; what it holds is left
 // alone. False with the reason in *error.
 bool ensureFileExists(const QString& path, QString* error = nullptr);

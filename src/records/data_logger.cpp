@@ -1,12 +1,247 @@
 #include "data_logger.h"
 
-void resetDataLogger() {
+#include "audit_trail.h"
+#include "daily_files.h"
+#include "file_cipher.h"
+#include "plant/plant_store.h"
+#include "platform/clock.h"
+#include "platform/dialogs.h"
+#include "platform/file_io.h"
+#include "record_file.h"
+#include "record_line.h"
+#include "record_paths.h"
+#include "security/session.h"
+
+#include <QPointer>
+#include <QStringList>
+#include <QTimer>
+
+namespace {
+QPointer<QTimer> gDataSaveTimer;
+RecordAppender gDataFile;
+// Set at the midnight start of a new file, cleared a minute later.
+bool gMidnightLatch = false;
+
+// The logged rows of the tag table, in table order: controller index and value kind.
+QList<std::pair<int, int>> loggedRows() {
+    QList<std::pair<int, int>> rows;
+    for (const auto& row : gTagTable) {
+        if (row[5].trimmed().toInt() != 1)
+            continue;
+        rows.append({row[0].trimmed().toInt(), row[3].trimmed().toInt()});
+    }
+    return rows;
+}
+
+// The values of the logged channels; a kind the logger does not know adds nothing.
+QStringList loggedValues() {
+    QStringList values;
+    for (const auto& [index, kind] : loggedRows()) {
+        if (!validRow(index))
+            continue;
+        if (kind == 0)
+            values << gPV[static_cast<size_t>(index)].toText();
+        else if (kind == 1)
+            values << gSP[static_cast<size_t>(index)].toText();
+        else if (kind == 2)
+            values << QString::number(static_cast<double>(gPctOut[static_cast<size_t>(index)]));
+    }
+    return values;
+}
+
+QString signedBy(const QString& verb) {
+    return QStringLiteral("File %1 by").arg(verb) + gUserFullName + QStringLiteral(" (login as ") +
+           gUserId + QStringLiteral(" )");
+}
+
+// Every field but the free text of the last is guarded against commas; the last is always the
+// empty field behind the line's closing comma.
+QString dataRecord(QStringList fields) {
+    fields << QString();
+    return recordLine(fields);
+}
+
+bool writeLine(RecordAppender& file, const QString& plain, QString* why) {
+    const QString cipher = encryptText(plain);
+    if (cipher.isEmpty()) {
+        if (why)
+            *why = QStringLiteral("The line could not be enciphered.");
+        return false;
+    }
+    return file.append((cipher + QStringLiteral("\r\n")).toLatin1(), why);
+}
+
+// A data file has its signature file from its first moment: the header alone, replacing any
+// signature file of an earlier file of the same name.
+bool writeSignatureHeader(const QString& dataFile, QString* why) {
+    RecordAppender sif;
+    return sif.create(pathWithoutExtension(dataFile) + QStringLiteral(".sif"), why) &&
+           writeLine(sif, kSignatureHeader, why);
+}
+
+void endLogging() {
+    if (gDataSaveTimer)
+        gDataSaveTimer->stop();
     gLogging = false;
+    gDataFile.close();
+}
+
+void showLoggerFailure(int number, const QString& description, const QString& middle) {
+    msgBox(QStringLiteral("Error number %1. Description is %2.\n").arg(number).arg(description) +
+               middle + QStringLiteral("\nreport this error to Brenlock."),
+           MsgIcon::Critical);
+}
+} // namespace
+
+QString logFilesFolder() {
+    return gAppPath + QStringLiteral("/Log Files");
+}
+
+void installDataSaveTimer(QTimer* timer) {
+    gDataSaveTimer = timer;
+    if (timer)
+        QObject::connect(timer, &QTimer::timeout, timer, &dataSaveTimerTick);
+}
+
+QString dataColumnsLine() {
+    QStringList fields{QStringLiteral("Date"), QStringLiteral("Time"),
+                       QStringLiteral("Operator Message"), QStringLiteral("Batch Number"),
+                       QStringLiteral("Lot Number")};
+    for (const auto& row : gTagTable) {
+        if (row[5].trimmed().toInt() == 1)
+            fields << row[2];
+    }
+    return dataRecord(fields);
+}
+
+QString dataStartLine(const QString& date, const QString& time) {
+    return dataRecord(QStringList{date, time, signedBy(QStringLiteral("started")),
+                                  QString::number(gBatchNumber), QString::number(gLotNumber)} +
+                      loggedValues());
+}
+
+QString dataValuesLine(const QString& date, const QString& time) {
+    return dataRecord(
+        QStringList{date, time, gOperatorMessage + u'.', QStringLiteral("."), QStringLiteral(".")} +
+        loggedValues());
+}
+
+QString dataFooterLine(const QString& date, const QString& time) {
+    return dataRecord(QStringList{date, time, signedBy(QStringLiteral("stopped")),
+                                  QStringLiteral("."), QStringLiteral(".")} +
+                      loggedValues());
+}
+
+bool startDataFile() {
+    const QDateTime now = currentDateTime();
+    const QString date = regionalShortDate(now.date());
+    const QString time = regionalLongTime(now.time());
+    QString why;
+    bool ok = writeSignatureHeader(gDataFileName, &why);
+    if (ok) {
+        gLogging = true;
+        ok = gDataFile.create(gDataFileName, &why);
+    }
+    if (ok) {
+        gDataLine = dataColumnsLine();
+        ok = writeLine(gDataFile, gDataLine, &why);
+    }
+    if (ok) {
+        gDataLine = dataStartLine(date, time);
+        ok = writeLine(gDataFile, gDataLine, &why);
+    }
+    if (!ok) {
+        endLogging();
+        showLoggerFailure(lastFileErrorNumber(), why,
+                          QStringLiteral("Error occured during start of logger, Please check "
+                                         "disk space and"));
+        return false;
+    }
+    gSaveTick = 0;
+    if (gDataSaveTimer)
+        gDataSaveTimer->start();
+    return true;
+}
+
+void dataSaveTimerTick() {
+    const QDateTime now = currentDateTime();
+    if (++gSaveTick != gSaveInterval)
+        return;
+    gDataLine = dataValuesLine(regionalShortDate(now.date()), regionalLongTime(now.time()));
+    if (!writeLine(gDataFile, gDataLine, nullptr)) {
+        endLogging();
+        msgBox(QStringLiteral("Error during file save, Please check disk space and try again"),
+               MsgIcon::Critical);
+    }
+    gOperatorMessage.clear();
+    gSaveTick = 0;
+}
+
+void stopDataFile() {
+    if (!gLogging)
+        return;
+    endLogging();
+    const QDateTime now = currentDateTime();
+    gDataLine = dataFooterLine(regionalShortDate(now.date()), regionalLongTime(now.time()));
+}
+
+void makeAutoFileName() {
+    const QDateTime now = currentDateTime();
+    const QDate d = now.date();
+    const QTime t = now.time();
+    gDataFileName = logFilesFolder() + QStringLiteral("/%1-%2-%3_%4H_%5M_%6S.slg")
+                                           .arg(d.month())
+                                           .arg(d.day())
+                                           .arg(d.year())
+                                           .arg(t.hour())
+                                           .arg(t.minute())
+                                           .arg(t.second());
+}
+
+bool isCurrentDataFile(const QString& path) {
+    return gLogging && path == gDataFileName;
+}
+
+void midnightRollover() {
+    if (!gLogging)
+        return;
+    const QTime now = currentDateTime().time();
+    const QString hm = QStringLiteral("%1:%2").arg(now.hour()).arg(now.minute());
+    if (hm == QLatin1String("0:0") && gAutoLog == 1 && !gMidnightLatch) {
+        const QString keptUser = gUserId;
+        gUserId = kSystemUserId;
+        stopDataFile();
+        if (g21CFR)
+            systemAuditLine(QStringLiteral("Data file stopped. ") + gDataFileName);
+        makeAutoFileName();
+        // A start that failed has said so in its box; the trail must not claim it.
+        if (startDataFile() && g21CFR)
+            systemAuditLine(QStringLiteral("Data file started. ") + gDataFileName);
+        gMidnightLatch = true;
+        gUserId = keptUser;
+    } else if (hm == QLatin1String("0:1") && gMidnightLatch) {
+        gMidnightLatch = false;
+    }
+}
+
+void startLoggingAtStartup() {
+    if (gLogOnStartup != 1)
+        return;
+    makeAutoFileName();
+    if (startDataFile() && g21CFR)
+        systemAuditLine(QStringLiteral("Data file started. ") + gDataFileName);
+}
+
+void resetDataLogger() {
+    endLogging();
     gDataFileName.clear();
+    gDataLine.clear();
+    gSaveTick = 0;
     gSaveInterval = 0;
     gAutoLog = 0;
     gLogOnStartup = 0;
-    gBatchNumber.clear();
-    gLotNumber.clear();
+    gBatchNumber = 0;
+    gLotNumber = 0;
     gOperatorMessage.clear();
+    gMidnightLatch = false;
 }
