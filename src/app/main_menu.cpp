@@ -6,6 +6,8 @@
 #include "plant/frm_control_setup.h"
 #include "records/alarm_log.h"
 #include "records/frm_audit_view.h"
+#include "records/frm_logging_setup.h"
+#include "records/frm_op_message.h"
 #include "security/frm_passwords.h"
 #include "security/login.h"
 #include "security/rights.h"
@@ -101,7 +103,8 @@ std::vector<MenuEntry> buildTable() {
     item(setup, QStringLiteral("mnuClabels"), QStringLiteral("&Controller Labels/Activation"),
          Right::ActivateControls, [](FrmMain& main) { showControlSetup(&main); });
     dash(setup, QStringLiteral("mnuDashS2"));
-    item(setup, QStringLiteral("mnuDataSave"), QStringLiteral("&Data Logging"), Right::DataLogging);
+    item(setup, QStringLiteral("mnuDataSave"), QStringLiteral("&Data Logging"), Right::DataLogging,
+         [](FrmMain& main) { showLoggingSetup(&main); });
     dash(setup, QStringLiteral("mnuDashS3"));
     item(setup, QStringLiteral("loopTuning"), QStringLiteral("&Loop Tuning"), Right::LoopTuning);
     dash(setup, QStringLiteral("mnuDashS4"));
@@ -117,7 +120,7 @@ std::vector<MenuEntry> buildTable() {
     item(users, QStringLiteral("mnuPasswords"), QStringLiteral("&Configure user access"), -1,
          [](FrmMain& main) { showUserAccessDialog(&main); });
     item(users, QStringLiteral("opMessage"), QStringLiteral("&Operator message for file"),
-         Right::OperatorMessage);
+         Right::OperatorMessage, [](FrmMain& main) { showOperatorMessage(&main); });
 
     // The mode marks are set by the commands, not by the click; each command asks its own
     // right, after the logging check.
