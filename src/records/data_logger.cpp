@@ -12,6 +12,8 @@
 #include "record_paths.h"
 #include "security/session.h"
 
+#include <QDir>
+#include <QFileInfo>
 #include <QPointer>
 #include <QStringList>
 #include <QTimer>
@@ -137,6 +139,8 @@ bool startDataFile() {
     const QString date = regionalShortDate(now.date());
     const QString time = regionalLongTime(now.time());
     QString why;
+    // A site that lost its Log Files folder gets it back rather than no log.
+    QDir().mkpath(QFileInfo(gDataFileName).absolutePath());
     bool ok = writeSignatureHeader(gDataFileName, &why);
     if (ok) {
         gLogging = true;

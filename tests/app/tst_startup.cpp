@@ -11,6 +11,7 @@
 #include "records/data_logger.h"
 #include "security/rights.h"
 #include "security/session.h"
+#include "support/audit_files.h"
 #include "support/test_env.h"
 
 #include <QFile>
@@ -104,12 +105,17 @@ void TstStartup::logOnStartupNeedsAMarkedChannel() {
     QCOMPARE(env.settings->value("DataSave", "gLogOnStartup", ""), QStringLiteral("1"));
     QVERIFY(!gLogging);
     delete &splash;
-    // With a channel marked for logging it stays.
+    // With a channel marked the log starts under a name from the clock, and the trail says so.
     env.writeTags({{1, 0, true}, {2, 1, true, "", true}});
-    gLogOnStartup = 1;
-    QVERIFY(readTagFile(env.path("tags.tgn")));
-    initLogArray();
-    QCOMPARE(gLogOnStartup, qint16(1));
+    env.settings->setValue("Levels\\security", "21CFR", "True");
+    auto& second = *new FrmSplash;
+    QCOMPARE(second.load(), FrmSplash::LoadResult::Ok);
+    const QString file = env.path("Log Files/3-14-2026_10H_0M_0S.slg");
+    QCOMPARE((std::pair{gLogging, gDataFileName}), (std::pair{true, file}));
+    QCOMPARE(plainLinesOf(file).size(), 2);
+    QCOMPARE(actionsOf(env.path("Audit/3-14-2026 Audit.atr")),
+             (QStringList{"System Started", "Data file started. " + file}));
+    delete &second;
 }
 
 void TstStartup::fullStartOpensResidentWindowsAfterOneSecond() {

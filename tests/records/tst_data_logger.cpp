@@ -1,0 +1,342 @@
+#include "plant/plant_store.h"
+#include "plant/tag_file.h"
+#include "platform/record_grid.h"
+#include "records/daily_files.h"
+#include "records/data_logger.h"
+#include "records/frm_logging_setup.h"
+#include "records/frm_op_message.h"
+#include "records/record_file.h"
+#include "security/rights.h"
+#include "security/session.h"
+#include "support/audit_files.h"
+#include "support/test_env.h"
+
+#include <QCheckBox>
+#include <QDir>
+#include <QDoubleSpinBox>
+#include <QFileInfo>
+#include <QLabel>
+#include <QLineEdit>
+#include <QSpinBox>
+#include <QTest>
+#include <QTimer>
+#include <csignal>
+#include <sys/resource.h>
+
+namespace {
+// The plain fields of every line of a record file.
+QList<QStringList> fieldsOf(const QString& path) {
+    QList<QStringList> out;
+    for (const QString& line : plainLinesOf(path))
+        out << line.split(u',');
+    return out;
+}
+// A plant of two K40s whose process values, setpoints and outputs are known.
+void plantOfTwo(TestEnv& env) {
+    env.writeTags({{1, 0, true, "TIC-1"}, {2, 0, true, "TIC-2"}});
+    QVERIFY(readTagFile(env.path("tags.tgn")));
+    gPV[0] = QStringLiteral("181.6");
+    gSP[0] = 185.0;
+    gPctOut[0] = 42.5F;
+    gPV[1] = 12.25;
+}
+void logRow(int row) {
+    gTagTable[static_cast<size_t>(row)][5] = QStringLiteral(" 1 ");
+}
+void tick(int times) {
+    for (int i = 0; i < times; ++i)
+        dataSaveTimerTick();
+}
+} // namespace
+
+class TstDataLogger : public QObject {
+    Q_OBJECT
+private slots:
+    void linesOfADataFile();
+    void stoppedFileHasNoFooter();
+    void midnightGivesOneNewFile();
+    void logFailuresEndLoggingAndKeepTheFile();
+    void setupStartsAndStops();
+    void setupChecksAndClose();
+    void operatorMessage();
+};
+
+void TstDataLogger::linesOfADataFile() {
+    TestEnv env;
+    plantOfTwo(env);
+    QTimer timer;
+    installDataSaveTimer(&timer);
+    gUserId = "jdoe";
+    gUserFullName = "Jane Doe";
+    logRow(2); // controller 1, % output
+    logRow(0); // controller 1, process value
+    logRow(4); // controller 2, setpoint
+    gBatchNumber = 7;
+    gLotNumber = 9;
+    gSaveInterval = 5;
+    makeAutoFileName();
+    const QString file = env.path("Log Files/3-14-2026_10H_0M_0S.slg");
+    QCOMPARE(gDataFileName, file);
+    QVERIFY(startDataFile());
+    QVERIFY(timer.isActive() && isCurrentDataFile(file) && !isCurrentDataFile(file + "x"));
+    // Two messages in one interval: the last one goes, with its "." behind it; a comma in it
+    // cannot move the columns.
+    gOperatorMessage = "first";
+    tick(3);
+    gOperatorMessage = "oil, topped up";
+    tick(2);
+    tick(10);
+    const QList<QStringList> lines = fieldsOf(file);
+    QCOMPARE(lines.size(), 5); // lines 1 and 2, then seconds 5, 10 and 15
+    QCOMPARE(lines[0], (QStringList{"Date", "Time", "Operator Message", "Batch Number",
+                                    "Lot Number", "TIC-1", "TIC-1.OUT", "TIC-2.SP", ""}));
+    QCOMPARE(lines[1].mid(2), (QStringList{"File started byJane Doe (login as jdoe )", "7", "9",
+                                           "181.6", "42.5", "", ""}));
+    QCOMPARE(lines[2].mid(2), (QStringList{"oil; topped up.", ".", ".", "181.6", "42.5", "", ""}));
+    QCOMPARE(lines[3].mid(2, 3), (QStringList{".", ".", "."}));
+    QCOMPARE(lines[1].mid(0, 2), (QStringList{regionalShortDate(env.clock->time.date()),
+                                              regionalLongTime(env.clock->time.time())}));
+    // The signature file came with the data file, its header alone.
+    QCOMPARE(plainLinesOf(env.path("Log Files/3-14-2026_10H_0M_0S.sif")),
+             QStringList{kSignatureHeader});
+    stopDataFile();
+}
+
+void TstDataLogger::stoppedFileHasNoFooter() {
+    TestEnv env;
+    plantOfTwo(env);
+    logRow(0);
+    gSaveInterval = 1;
+    gUserFullName = "Jane Doe";
+    gDataFileName = env.path("Log Files/run.slg");
+    QVERIFY(startDataFile());
+    tick(1);
+    gPV[0] = QStringLiteral("190.0");
+    stopDataFile();
+    QVERIFY(!gLogging && !isCurrentDataFile(gDataFileName));
+    // Composed from the values at the stop, and never written: the file ends with a data line,
+    // so that a signature made on it stays true.
+    QCOMPARE(gDataLine.section(u',', 2),
+             QStringLiteral("File stopped byJane Doe (login as Sorvantel System ),.,.,190.0,"));
+    const QStringList plain = plainLinesOf(gDataFileName);
+    QCOMPARE(plain.size(), 3);
+    QVERIFY(plain.last().contains(",.,.,.,181.6,"));
+    tick(3); // a tick after the stop writes nothing
+    QCOMPARE(plainLinesOf(gDataFileName).size(), 3);
+}
+
+void TstDataLogger::midnightGivesOneNewFile() {
+    TestEnv env;
+    plantOfTwo(env);
+    logRow(0);
+    g21CFR = true;
+    gUserId = "jdoe";
+    gAutoLog = 1;
+    gSaveInterval = 1;
+    env.clock->time = QDateTime(QDate(2026, 3, 14), QTime(23, 59, 58));
+    makeAutoFileName();
+    const QString before = gDataFileName;
+    QVERIFY(startDataFile());
+    // However often the tick comes within the minute, one new file.
+    for (int s : {0, 0, 1, 30, 59}) {
+        env.clock->time = QDateTime(QDate(2026, 3, 15), QTime(0, 0, s));
+        midnightRollover();
+    }
+    const QString after = env.path("Log Files/3-15-2026_0H_0M_0S.slg");
+    QCOMPARE(gDataFileName, after);
+    QCOMPARE(QDir(env.path("Log Files")).entryList({"*.slg"}).size(), 2);
+    QCOMPARE(gUserId, QStringLiteral("jdoe"));
+    QCOMPARE(fieldsOf(after)[1][2], QStringLiteral("File started by (login as Sorvantel System )"));
+    QCOMPARE(actionsOf(env.path("Audit/3-15-2026 Audit.atr")),
+             (QStringList{"Data file stopped. " + before, "Data file started. " + after}));
+    // The latch opens a minute later; without automatic names a file runs on over midnight.
+    env.clock->time = QDateTime(QDate(2026, 3, 15), QTime(0, 1, 0));
+    midnightRollover();
+    gAutoLog = 0;
+    env.clock->time = QDateTime(QDate(2026, 3, 16), QTime(0, 0, 0));
+    midnightRollover();
+    QCOMPARE(gDataFileName, after);
+    stopDataFile();
+}
+
+void TstDataLogger::logFailuresEndLoggingAndKeepTheFile() {
+    TestEnv env;
+    plantOfTwo(env);
+    logRow(0);
+    gSaveInterval = 1;
+    QTimer timer;
+    installDataSaveTimer(&timer);
+    // A start the disk refuses: the start box, and no log.
+    gDataFileName = env.path("Log Files/no such folder/x.slg");
+    QDir().mkpath(env.path("Log Files"));
+    QVERIFY(QFile(env.path("Log Files/no such folder")).open(QIODevice::WriteOnly)); // a file
+    QVERIFY(!startDataFile());
+    QVERIFY(!gLogging && !timer.isActive());
+    QCOMPARE(env.dialogs->boxes.size(), 1);
+    QVERIFY(env.dialogs->texts()[0].startsWith("Error number 75. Description is "));
+    QVERIFY(env.dialogs->texts()[0].endsWith(
+        "\nError occured during start of logger, Please check disk space and\nreport this "
+        "error to Brenlock."));
+    env.dialogs->boxes.clear();
+    // A line the disk refuses part-way (the file size limit stands in for a full disk): the save
+    // box, logging ends, the part that went is cut off again, and the tick carries on past it.
+    gDataFileName = env.path("Log Files/full.slg");
+    QVERIFY(startDataFile());
+    tick(2);
+    const qint64 size = QFileInfo(gDataFileName).size();
+    rlimit kept{};
+    getrlimit(RLIMIT_FSIZE, &kept);
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit small = kept;
+    small.rlim_cur = static_cast<rlim_t>(size + 20);
+    setrlimit(RLIMIT_FSIZE, &small);
+    gOperatorMessage = "lost with its line";
+    tick(1);
+    setrlimit(RLIMIT_FSIZE, &kept);
+    QCOMPARE(env.dialogs->texts(),
+             QStringList{"Error during file save, Please check disk space and try again"});
+    QCOMPARE(env.dialogs->boxes[0].icon, MsgIcon::Critical);
+    QVERIFY(!gLogging && !timer.isActive() && gOperatorMessage.isEmpty());
+    QCOMPARE(QFileInfo(gDataFileName).size(), size);
+    QCOMPARE(plainLinesOf(gDataFileName).size(), 4);
+    QVERIFY(!plainLinesOf(gDataFileName).contains(QString()));
+}
+
+void TstDataLogger::setupStartsAndStops() {
+    TestEnv env;
+    plantOfTwo(env);
+    QTimer timer;
+    installDataSaveTimer(&timer);
+    FrmLoggingSetup dlg;
+    RecordGrid* grid = dlg.grid();
+    // Rows of controllers not in use are locked; the address column counts from 1.
+    QCOMPARE(
+        (QList<QVariant>{grid->text(3, 0), grid->isCellLocked(3, 1), grid->isCellLocked(6, 1)}),
+        (QList<QVariant>{"2", false, true}));
+    // Nothing chosen.
+    dlg.startLog();
+    QCOMPARE(env.dialogs->texts().last(), QStringLiteral("There are no controls enabled for "
+                                                         "logging!\nPlease select controls to "
+                                                         "log from grid."));
+    grid->setText(0, FrmLoggingSetup::WriteOnOff, "1");
+    // Batch and lot beyond 32 bits end the start as an overflow.
+    dlg.findChild<QDoubleSpinBox*>("batchNum")->setValue(3000000000.0);
+    dlg.startLog();
+    QVERIFY(env.dialogs->texts().last().startsWith("Error number 6. Description is Overflow."));
+    dlg.findChild<QDoubleSpinBox*>("batchNum")->setValue(42);
+    // A chosen name that exists is refused; a cancelled dialog ends in silence.
+    QDir().mkpath(env.path("Log Files"));
+    QFile(env.path("Log Files/old.slg")).open(QIODevice::WriteOnly);
+    env.dialogs->chooseFile(env.path("Log Files/old.slg"));
+    dlg.startLog();
+    QCOMPARE(env.dialogs->texts().last(),
+             QStringLiteral("File already exists. Please select another filename!"));
+    const qsizetype shown = env.dialogs->boxes.size();
+    dlg.startLog();
+    QCOMPARE(env.dialogs->boxes.size(), shown);
+    QVERIFY(!gLogging);
+    // With security on the start is signed for.
+    g21CFR = true;
+    gSuRights[Right::DataLogging] = 1;
+    gUserLevel = 1;
+    env.accounts->addUser("jdoe", "pw", {"Sorvantel Supervisors"}, "Jane Doe");
+    env.dialogs->chooseFile(env.path("Log Files/new.slg"));
+    env.modals.login("jdoe", "pw");
+    dlg.startLog();
+    QVERIFY(gLogging);
+    QCOMPARE(gBatchNumber, 42);
+    QCOMPARE(dlg.findChild<QLabel*>("Label4")->text(), QStringLiteral("Active"));
+    QCOMPARE(dlg.findChild<QLabel*>("Label5")->text(), QStringLiteral("new.slg"));
+    // While logging the choice cannot change.
+    dlg.selectAll(true);
+    QCOMPARE(env.dialogs->texts().last(),
+             QStringLiteral("Data save status can not be\nchanged while logging data!"));
+    QCOMPARE(grid->text(3, 1), QStringLiteral("0"));
+    env.modals.login("jdoe", "pw");
+    dlg.stopLog();
+    QVERIFY(!gLogging);
+    QCOMPARE(dlg.findChild<QLabel*>("Label4")->text(), QStringLiteral("InActive"));
+    QCOMPARE(actionsOf(env.path("Audit/3-14-2026 Audit.atr")),
+             (QStringList{"Data logging started. " + env.path("Log Files/new.slg"),
+                          "Data logging stopped. " + env.path("Log Files/new.slg")}));
+    // With names from the clock, an existing file of that name is not asked about.
+    g21CFR = false;
+    gAutoLog = 1;
+    makeAutoFileName();
+    QFile(gDataFileName).open(QIODevice::WriteOnly);
+    dlg.startLog();
+    QVERIFY(gLogging);
+    stopDataFile();
+}
+
+void TstDataLogger::setupChecksAndClose() {
+    TestEnv env;
+    plantOfTwo(env);
+    gSaveInterval = 10;
+    {
+        FrmLoggingSetup dlg;
+        auto* dt = dlg.findChild<QCheckBox*>("dtCheck");
+        auto* sl = dlg.findChild<QCheckBox*>("SLCheck");
+        // Logging at start-up needs names from the clock: ticking it ticks both, and the date
+        // box cannot be cleared while it stands.
+        QTest::mouseClick(sl, Qt::LeftButton);
+        QTest::mouseClick(dt, Qt::LeftButton);
+        QCOMPARE((QList<bool>{dt->isChecked(), sl->isChecked(), gAutoLog == 1}),
+                 (QList<bool>{true, true, true}));
+        QTest::mouseClick(sl, Qt::LeftButton);
+        QTest::mouseClick(dt, Qt::LeftButton);
+        QCOMPARE(gAutoLog, qint16(0));
+        dlg.findChild<QSpinBox*>("saveInterval")->setValue(30);
+        dlg.grid()->setText(3, FrmLoggingSetup::WriteOnOff, "1");
+        dlg.selectAll(false);
+        dlg.grid()->setText(4, FrmLoggingSetup::WriteOnOff, "1");
+        dlg.reject();
+    }
+    // The close keeps the channels in tags.tgn and the options in the settings.
+    resetPlantStore();
+    QVERIFY(readTagFile(env.path("tags.tgn")));
+    QCOMPARE((QStringList{gTagTable[3][5], gTagTable[4][5]}), (QStringList{" 0 ", " 1 "}));
+    QCOMPARE((QStringList{env.settings->value("DataSave", "SaveInterval", {}),
+                          env.settings->value("DataSave", "gAutoLog", {}),
+                          env.settings->value("DataSave", "gLogOnStartup", {})}),
+             (QStringList{"30", "0", "0"}));
+    QCOMPARE(gSaveInterval, 30);
+}
+
+void TstDataLogger::operatorMessage() {
+    TestEnv env;
+    showOperatorMessage(nullptr);
+    QCOMPARE(env.dialogs->texts(),
+             QStringList{"Data Logging must be active to write\noperator messages to file."});
+    QCOMPARE(env.modals.unscripted, 0);
+    gLogging = true;
+    g21CFR = true;
+    gSuRights[Right::OperatorMessage] = 1;
+    gUserLevel = 1;
+    gOperatorMessage = "waiting";
+    {
+        // A refused login keeps the message that was waiting.
+        FrmOpMessage dlg;
+        dlg.message()->setText("new one");
+        env.modals.cancelLogin();
+        dlg.okClicked();
+        QCOMPARE(gOperatorMessage, QStringLiteral("waiting"));
+    }
+    {
+        env.accounts->addUser("jdoe", "pw", {"Sorvantel Supervisors"}, "Jane Doe");
+        FrmOpMessage dlg;
+        dlg.message()->setText("new one");
+        env.modals.login("jdoe", "pw");
+        dlg.okClicked();
+        QCOMPARE(gOperatorMessage, QStringLiteral("new one"));
+        QCOMPARE(actionsOf(env.path("Audit/3-14-2026 Audit.atr")),
+                 QStringList{"Operator message to data file"});
+    }
+    FrmOpMessage dlg;
+    dlg.cancelClicked();
+    QVERIFY(gOperatorMessage.isEmpty());
+    gLogging = false;
+}
+
+QTEST_MAIN(TstDataLogger)
+#include "tst_data_logger.moc"
