@@ -66,7 +66,8 @@ FrmLoggingSetup::FrmLoggingSetup(QWidget* parent) : QDialog(parent) {
                              QStringLiteral("Data Save Tagname")});
     m_grid->setRowNumbersVisible(true);
     m_grid->setColumnCellType(WriteOnOff, GridCellType::CheckBox, {}, QStringLiteral("On/Off"));
-    m_grid->setColumnWidthUnits(Address, 10);
+    // Two characters more than it was drawn with, so that the title shows whole.
+    m_grid->setColumnWidthUnits(Address, 12);
     m_grid->setColumnWidthUnits(WriteOnOff, 12);
     m_grid->setColumnWidthUnits(Tagname, 34);
     // A click in the grid while a log runs says why nothing changes.
@@ -146,7 +147,7 @@ FrmLoggingSetup::FrmLoggingSetup(QWidget* parent) : QDialog(parent) {
     auto* layout = new QHBoxLayout(this);
     layout->addLayout(left, 1);
     layout->addLayout(side);
-    resize(760, 560);
+    resize(960, 600);
 
     loadGrid();
     if (gLogging)
