@@ -1,7 +1,6 @@
 #include "frm_audit_view.h"
 
 #include "audit_trail.h"
-#include "file_cipher.h"
 #include "plant/comm_errors.h"
 #include "plant/plant_store.h"
 #include "platform/clock.h"
@@ -12,13 +11,14 @@
 #include "platform/record_grid.h"
 #include "platform/settings_keys.h"
 #include "platform/window_parts.h"
+#include "record_file.h"
 #include "record_paths.h"
 #include "security/rights.h"
 
 #include <QApplication>
 #include <QCloseEvent>
 #include <QElapsedTimer>
-#include <QFile>
+#include <QFileInfo>
 #include <QHeaderView>
 #include <QLabel>
 #include <QPointer>
@@ -122,8 +122,7 @@ void FrmAuditView::loadAuditGrid(const QString& path) {
     m_vaGrid->clearRows();
     // Export and print stay refused until a file has loaded.
     m_fileName.clear();
-    QFile file(path);
-    if (!file.exists()) {
+    if (!QFileInfo::exists(path)) {
         // Today's trail can be viewed before its first line.
         QString why;
         if (!ensureFileExists(path, &why)) {
@@ -133,41 +132,41 @@ void FrmAuditView::loadAuditGrid(const QString& path) {
         m_fileName = path;
         return;
     }
-    if (!file.open(QIODevice::ReadOnly)) {
-        reportError(QStringLiteral("loadAuditGrid"), 75, file.errorString());
-        return;
-    }
-    m_fileName = path;
-    const QByteArray bytes = file.readAll();
-    file.close();
 
     m_loading = true;
     QElapsedTimer sinceYield;
     sinceYield.start();
     int row = 0;
-    qsizetype from = 0;
+    bool ended = false;
+    QString why;
     // Rows go in one by one rather than in one bulk load: the event loop gets turns during the
     // load, and the view must never see the model in the middle of a reset.
-    while (from < bytes.size() && !m_closeAfterLoad) {
-        qsizetype end = bytes.indexOf('\n', from);
-        if (end < 0)
-            end = bytes.size();
-        const QString line = QString::fromLatin1(bytes.mid(from, end - from)).trimmed();
-        from = end + 1;
-        // An empty line ends the trail there and then.
-        if (line.isEmpty())
-            break;
-        // A line that does not decipher shows as an empty first cell; the next ones are
-        // unharmed.
-        m_vaGrid->setRowFields(row++, decryptText(line).split(u','));
-        if (sinceYield.elapsed() >= kYieldMs) {
-            QCoreApplication::processEvents();
-            sinceYield.restart();
-        }
-    }
+    const bool read = readRecordFile(
+        path,
+        [&](const RecordLine& line) {
+            // An empty line ends the trail there and then; a close asked for meanwhile too.
+            ended = ended || line.blank || m_closeAfterLoad;
+            if (ended)
+                return;
+            // A line that does not decipher shows as an empty first cell; the next ones are
+            // unharmed.
+            m_vaGrid->setRowFields(row++, line.plain.value_or(QString()).split(u','));
+            if (sinceYield.elapsed() >= kYieldMs) {
+                QCoreApplication::processEvents();
+                sinceYield.restart();
+            }
+        },
+        &why);
     m_loading = false;
-    m_vaGrid->setLocked(true);
-    setStatus(QStringLiteral("Current File is ") + path);
+    if (!read)
+        reportError(QStringLiteral("loadAuditGrid"), 75, why);
+    // A file that cannot be opened is no file to export or print; one that fails part-way keeps
+    // the rows read before the failure.
+    if (read || row > 0) {
+        m_fileName = path;
+        m_vaGrid->setLocked(true);
+        setStatus(QStringLiteral("Current File is ") + path);
+    }
     if (m_closeAfterLoad)
         QTimer::singleShot(0, this, &QWidget::close);
 }

@@ -4,6 +4,7 @@
 #include "records/file_cipher.h"
 
 #include <QFile>
+#include <algorithm>
 
 std::optional<QString> decipherRecordLine(const QByteArray& hexLine) {
     setCipherKey();
@@ -43,7 +44,11 @@ bool readRecordFile(const QString& path, const std::function<void(const RecordLi
             raw.chop(1);
         if (raw.endsWith('\r'))
             raw.chop(1);
-        onLine(RecordLine{number, decipherRecordLine(raw)});
+        const bool blank = std::all_of(raw.cbegin(), raw.cend(), [](char c) {
+            return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
+        });
+        onLine(
+            RecordLine{number, blank ? std::nullopt : decipherRecordLine(raw), file.pos(), blank});
     }
 }
 

@@ -17,6 +17,8 @@ std::optional<QString> decipherRecordLine(const QByteArray& hexLine);
 struct RecordLine {
     qint64 number = 0; // from 1
     std::optional<QString> plain;
+    qint64 end = 0;     // bytes of the file up to and with this line's end, for progress
+    bool blank = false; // nothing but blanks stood on the line: no record was written there
 };
 
 // Longer than any line the workstation writes (a data line of 192 values and a long operator
