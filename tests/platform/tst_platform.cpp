@@ -22,7 +22,7 @@ private slots:
     void settingsFoldCaseAndKeepBlanks();
     void linkSettingsFromTheStore();
     void modctlReadsIntoItsBuffer();
-    void modctlRefusesAStartWhileBusy();
+    void modctlAbandonsARunningReadForAnother();
     void modctlKeepsARunningWrite();
     void modctlRejectsAShortReply();
     void modctlDestroyedWhileBusyIsSafe();
@@ -57,9 +57,7 @@ void TstPlatform::settingsFoldCaseAndKeepBlanks() {
 
 void TstPlatform::linkSettingsFromTheStore() {
     MemorySettingsStore* s = installDouble<MemorySettingsStore>(installSettingsStore);
-    LinkSettings d = QtModbusBackend::settingsFromStore();
-    QCOMPARE(std::make_tuple(int(d.mode), d.address, d.port, d.timeoutMs),
-             std::make_tuple(int(LinkSettings::Mode::Tcp), QString("127.0.0.1"), 502, 1000));
+    // Any case of the mode and the parity; a time-out that does not read keeps its default.
     s->setValue("Link", "Mode", "rtu");
     s->setValue("Link", "SerialPort", "/dev/ttyUSB0");
     s->setValue("Link", "Parity", "e");
@@ -88,7 +86,9 @@ void TstPlatform::modctlReadsIntoItsBuffer() {
              (QList<int>{-1, 65535, -32768, 0}));
 }
 
-void TstPlatform::modctlRefusesAStartWhileBusy() {
+// The same read asked again joins the one on its way (see tst_poll_cycle); another read abandons
+// it, and its late answer raises nothing.
+void TstPlatform::modctlAbandonsARunningReadForAnother() {
     FakeModbusBackend* fake = installDouble<FakeModbusBackend>(installModbusBackend);
     fake->manual = true;
     fake->setRegisters(1, 2, 1001, QList<quint16>(9, 5));
@@ -100,24 +100,14 @@ void TstPlatform::modctlRefusesAStartWhileBusy() {
     ctl.count = 9;
     QSignalSpy errors(&ctl, &Modctl::error);
     QSignalSpy reads(&ctl, &Modctl::readComplete);
-    // The same read asked again joins the one on its way: one request, one outcome.
-    ctl.start();
-    ctl.start();
-    QCoreApplication::processEvents();
-    QCOMPARE(fake->requests.size(), 1);
-    fake->deliverAll();
-    QCOMPARE(reads.size(), 1);
-    QCOMPARE(ctl.data(0), qint16(5));
-    // Another read abandons the running one, whose late answer raises nothing.
     ctl.start();
     ctl.node = 2;
     ctl.start();
-    QCOMPARE(fake->requests.size(), 3);
+    QCOMPARE(fake->requests.size(), 2);
     fake->deliverAll();
     QCoreApplication::processEvents();
-    QCOMPARE(reads.size(), 2);
-    QCOMPARE(ctl.data(0), qint16(7));
-    QCOMPARE(errors.size(), 0);
+    QCOMPARE((QList<qsizetype>{reads.size(), errors.size(), ctl.data(0)}),
+             (QList<qsizetype>{1, 0, 7}));
     QVERIFY(!ctl.busy());
 }
 
@@ -138,7 +128,6 @@ void TstPlatform::modctlKeepsARunningWrite() {
     QCOMPARE(errors.first().first().toInt(), 16);
     fake->deliverAll();
     QCOMPARE(writes.size(), 1); // a write on its way still reports how it went
-    QCOMPARE(fake->requests[0].values, QVector<quint16>{45000});
     QCOMPARE(fake->nodes[2].holding[1], quint16(45000));
 }
 
