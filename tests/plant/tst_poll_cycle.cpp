@@ -2,15 +2,9 @@
 #include "plant/frm_logger.h"
 #include "plant/plant_store.h"
 #include "plant/poll_cycle.h"
-#include "platform/qt_modbus_backend.h"
-#include "sim_plant.h"
-#include "sim_server.h"
 #include "support/test_env.h"
 
-#include <QScopeGuard>
-#include <QSignalSpy>
 #include <QTest>
-#include <QTimer>
 
 namespace {
 struct ProgressSpy final : ScanProgress {
@@ -63,7 +57,6 @@ private slots:
     void roundRobinOverGapsDecodesByFamily();
     void failedK40StallsTheListAndSecondFailureIsReported();
     void slowAnswerIsWaitedForAndLandsInItsOwnRow();
-    void deadControllersOverTheRealLinkAreNotBusy();
     void repliesAfterSwitchToSimulation();
     void firstScanProgressClosesAtTheEndOrFirstError();
     void simulationFillsOneRowPerTick();
@@ -132,48 +125,6 @@ void TstPollCycle::slowAnswerIsWaitedForAndLandsInItsOwnRow() {
     QCOMPARE(gComErrCount[1], qint16(0));
     rig.env.modbus->deliverAll();
     QCOMPARE(gPV[5].toText(), QStringLiteral("60.0"));
-}
-
-void TstPollCycle::deadControllersOverTheRealLinkAreNotBusy() {
-    // The workstation's own timing: a tick every 500 ms, a second for an answer.
-    TestEnv env;
-    sim::SimPlant plant;
-    QVERIFY(plant.loadText("1 K40\n2 K8\n3 K20\n4 K40\n", nullptr));
-    sim::SimServer server(&plant);
-    QVERIFY(server.listen(QHostAddress::LocalHost, 0));
-    server.setDead(1, true);
-    server.setDead(2, true);
-    server.setException(3, 6); // a profiler that answers busy is busy
-    LinkSettings link;
-    link.port = server.port();
-    installModbusBackend(std::make_unique<QtModbusBackend>(link));
-    auto restore = qScopeGuard([] { installModbusBackend(nullptr); });
-    for (int node : {1, 2, 3, 4}) {
-        gControlEnabled[node - 1] = true;
-        gControlType[node - 1] = static_cast<qint16>(node == 1 || node == 4 ? 0 : node - 1);
-    }
-    buildActiveList();
-    Modctl modctl;
-    PollCycle poll(&modctl, nullptr);
-    poll.readDone = true;
-    FrmLogger logger;
-    QTimer timer2;
-    timer2.setInterval(500);
-    connect(&timer2, &QTimer::timeout, &poll, &PollCycle::timer2Tick);
-    timer2.start();
-    const QString late = QStringLiteral(", Device did not respond in 1 sec.");
-    const QStringList expected{"Control Address# 1" + late, "Control Address# 2" + late,
-                               "Control Address# 3, Slave Busy. Add "};
-    auto linesSeen = [&logger] {
-        QStringList lines = logger.text().split(u'\n', Qt::SkipEmptyParts);
-        lines.removeDuplicates();
-        lines.sort();
-        return lines;
-    };
-    QTRY_VERIFY_WITH_TIMEOUT(linesSeen().size() >= 3, 30000);
-    timer2.stop();
-    QCOMPARE(linesSeen(), expected);
-    QVERIFY(!gPV[3].isEmpty()); // the live K40 was read all along
 }
 
 void TstPollCycle::repliesAfterSwitchToSimulation() {
