@@ -6,6 +6,7 @@
 #include "plant/frm_control_setup.h"
 #include "records/alarm_log.h"
 #include "records/frm_audit_view.h"
+#include "records/frm_history.h"
 #include "records/frm_logging_setup.h"
 #include "records/frm_op_message.h"
 #include "security/frm_passwords.h"
@@ -82,8 +83,8 @@ std::vector<MenuEntry> buildTable() {
     item(view, QStringLiteral("mnuSingleSpRecipe"), QStringLiteral("&Single Setpoint Recipes"),
          Right::SingleSetpointRecipes);
     dash(view, QStringLiteral("mnuDash"));
-    item(view, QStringLiteral("mnuHistory"), QStringLiteral("&Data File Viewer"),
-         Right::DataViewer);
+    item(view, QStringLiteral("mnuHistory"), QStringLiteral("&Data File Viewer"), Right::DataViewer,
+         single<FrmHistory>(QStringLiteral("mnuHistory")));
     item(view, QStringLiteral("mnuAudit"), QStringLiteral("&Audit Trail Viewer"),
          Right::AuditTrailViewer, single<FrmAuditView>(QStringLiteral("mnuAudit")));
 

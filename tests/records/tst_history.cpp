@@ -1,0 +1,371 @@
+#include "app/frm_main.h"
+#include "plant/plant_store.h"
+#include "plant/tag_file.h"
+#include "platform/record_grid.h"
+#include "records/data_logger.h"
+#include "records/file_cipher.h"
+#include "records/frm_history.h"
+#include "records/record_file.h"
+#include "records/signatures.h"
+#include "security/rights.h"
+#include "security/session.h"
+#include "support/audit_files.h"
+#include "support/test_env.h"
+
+#include <QDir>
+#include <QLabel>
+#include <QPrinter>
+#include <QTest>
+#include <QTimer>
+#include <QToolBar>
+
+namespace {
+// The scripted dialogs, with answers for the input box as well.
+struct InputDialogs final : Dialogs {
+    std::unique_ptr<ScriptedDialogs> rest = std::make_unique<ScriptedDialogs>();
+    std::deque<QString> inputs; // when empty: cancelled
+    MsgAnswer messageBox(MsgIcon i, MsgButtons b, const QString& t, const QString& x) override {
+        return rest->messageBox(i, b, t, x);
+    }
+    std::optional<QString> inputBox(const QString&, const QString&, const QString&) override {
+        if (inputs.empty())
+            return std::nullopt;
+        const QString answer = inputs.front();
+        inputs.pop_front();
+        return answer;
+    }
+    FileDialogResult openFile(const FileDialogRequest& r) override { return rest->openFile(r); }
+    FileDialogResult saveFile(const FileDialogRequest& r) override { return rest->saveFile(r); }
+    std::optional<QColor> chooseColour(const QColor& c) override { return rest->chooseColour(c); }
+    bool openDocument(const QString& path) override { return rest->openDocument(path); }
+};
+InputDialogs* scriptInputs(TestEnv& env) {
+    auto* inputs = installDouble<InputDialogs>(installDialogs);
+    env.dialogs = inputs->rest.get();
+    return inputs;
+}
+
+// PDF printers whose print dialog is answered with one copy.
+struct ChoosingPrinters final : Printers {
+    std::unique_ptr<PdfPrinters> pdf = std::make_unique<PdfPrinters>();
+    bool hasDefaultPrinter() override { return pdf->hasDefaultPrinter(); }
+    std::unique_ptr<QPrinter> defaultPrinter(const QString& job) override {
+        return pdf->defaultPrinter(job);
+    }
+    bool choosePrinter(QPrinter&, int* copies) override {
+        *copies = 1;
+        return true;
+    }
+};
+
+QStringList dataLines(const QString& batch, int rows) {
+    QStringList lines{"Date,Time,Operator Message,Batch Number,Lot Number,TIC-1,TIC-2,",
+                      "3/14/2026,10:00:00 AM,File started byJane Doe (login as jdoe )," + batch +
+                          ",9,181.6,12.25,"};
+    for (int i = 1; i <= rows; ++i)
+        lines << QStringLiteral("3/14/2026,10:00:%1 AM,.,.,.,%2,12.5,").arg(i).arg(180 + i);
+    return lines;
+}
+
+QByteArray enciphered(const QStringList& plain) {
+    QByteArray out;
+    for (const QString& line : plain)
+        out += encryptText(line).toLatin1() + "\r\n";
+    return out;
+}
+
+void writeFile(const QString& path, const QByteArray& bytes, bool withSignatureFile = false) {
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(bytes);
+    if (withSignatureFile)
+        writeFile(signatureFileOf(path), enciphered({kSignatureHeader}));
+}
+
+QStringList rowOf(const RecordGrid* grid, int row) {
+    QStringList out;
+    for (int c = 0; c < grid->columnCount(); ++c)
+        out << grid->text(row, c);
+    return out;
+}
+
+void trigger(FrmHistory& view, const char* button) {
+    view.toolbar()->findChild<QAction*>(QString::fromLatin1(button))->trigger();
+}
+bool signingEnabled(FrmHistory& view) {
+    return view.toolbar()->findChild<QAction*>("Sign")->isEnabled() &&
+           view.toolbar()->findChild<QAction*>("Verify")->isEnabled();
+}
+} // namespace
+
+class TstHistory : public QObject {
+    Q_OBJECT
+private slots:
+    void startLineAloneShowsAndExports();
+    void damagedInputsSayWhatTheyMust_data();
+    void damagedInputsSayWhatTheyMust();
+    void signaturesAreMadeVerifiedAndRefused();
+    void searchOpensTheFirstHit();
+    void printsTheSelectedBlock();
+    void menuOpensOneWindowThatWaitsForItsLoad();
+};
+
+void TstHistory::startLineAloneShowsAndExports() {
+    TestEnv env;
+    env.writeTags({{1, 0, true, "TIC-1", true}});
+    QVERIFY(readTagFile(env.path("tags.tgn")));
+    gPV[0] = QStringLiteral("181.6");
+    gBatchNumber = 7;
+    gDataFileName = env.path("Log Files/run.slg");
+    QVERIFY(startDataFile());
+    stopDataFile();
+    const QString file = gDataFileName;
+
+    FrmHistory view;
+    QVERIFY(!signingEnabled(view));
+    env.dialogs->chooseFile(file);
+    trigger(view, "Open");
+    RecordGrid* grid = view.dataGrid();
+    QCOMPARE(grid->rowCount(), 1);
+    QCOMPARE(grid->columnCount(), 6); // the empty field behind the closing comma is cut
+    QCOMPARE(grid->columnTitle(5), QStringLiteral("TIC-1"));
+    QCOMPARE(rowOf(grid, 0).mid(2),
+             (QStringList{"File started by (login as Sorvantel System )", "7", "0", "181.6"}));
+    QCOMPARE(rowOf(view.signatureGrid(), 0).join(u','), kSignatureHeader);
+    QCOMPARE(view.statusText(), "Current File is " + file);
+    QFile copy(FrmHistory::encryptedCopyPath());
+    QVERIFY(copy.open(QIODevice::ReadOnly));
+    QFile original(file);
+    QVERIFY(original.open(QIODevice::ReadOnly));
+    QCOMPARE(copy.readAll(), original.readAll());
+    QVERIFY(!signingEnabled(view)); // no audit trail in force
+    QVERIFY(env.dialogs->boxes.isEmpty());
+
+    trigger(view, "Open"); // cancelled: the file stays on show
+    QCOMPARE(gHistoryFileName, file);
+    QDir().mkpath(env.path("Export Data"));
+    env.dialogs->chooseFile(env.path("Export Data/run.csv"));
+    trigger(view, "Export");
+    QCOMPARE(env.dialogs->fileRequests.last().fileName, QStringLiteral("run.csv"));
+    QFile out(env.path("Export Data/run.csv"));
+    QVERIFY(out.open(QIODevice::ReadOnly));
+    const QList<QByteArray> lines = out.readAll().split('\n');
+    QCOMPARE(lines.size(), 3);
+    QCOMPARE(lines[0], QByteArray("Date,Time,Operator Message,Batch Number,Lot Number,TIC-1\r"));
+    QVERIFY(lines[1].endsWith(",7,0,181.6\r"));
+}
+
+void TstHistory::damagedInputsSayWhatTheyMust_data() {
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<QStringList>("firstCells"); // column 0 of each row
+    QTest::addColumn<QString>("box");
+    const QStringList good = dataLines("5", 2);
+    QByteArray damaged = encryptText(good[2]).toLatin1();
+    const QString day = QStringLiteral("3/14/2026");
+    QTest::newRow("torn last line")
+        << enciphered(good.mid(0, 3)) + damaged.left(40) << QStringList{day, day, ""} << QString();
+    damaged[50] = damaged[50] == 'A' ? 'B' : 'A';
+    QTest::newRow("damaged line") << enciphered(good.mid(0, 2)) + damaged + "\r\n" +
+                                         enciphered(good.mid(3))
+                                  << QStringList{day, "", day} << QString();
+    QTest::newRow("line of an audit file")
+        << enciphered(good.mid(0, 2) + QStringList{"d,t,anna,Anna Berg,QA,Logged Off"})
+        << QStringList{day, "d"} << QString();
+    QTest::newRow("empty file") << QByteArray() << QStringList() << "bad.slg is empty";
+    QTest::newRow("not our file") << QByteArray("Date,Time\r\n1,2\r\n3,4") << QStringList()
+                                  << "not a data file of this system: none of its 3 lines";
+    QTest::newRow("no line end for 3 MiB")
+        << QByteArray(3 << 20, 'A') << QStringList()
+        << "Decryption of data file failed!\nPlease contact Brenlock with this error.\n"
+           "Reason: line 1 is longer than any record line";
+}
+
+// What is intact shows, a damaged line as an empty row without a word; a file that cannot be
+// shown at all says why and leaves the window empty. There is no signature file here.
+void TstHistory::damagedInputsSayWhatTheyMust() {
+    QFETCH(QByteArray, bytes);
+    QFETCH(QStringList, firstCells);
+    QFETCH(QString, box);
+    TestEnv env;
+    const QString file = env.path("Log Files/bad.slg");
+    writeFile(file, bytes);
+    FrmHistory view;
+    QCOMPARE(view.showDataFile(file), box.isEmpty());
+    QStringList cells;
+    for (int r = 0; r < view.dataGrid()->rowCount(); ++r)
+        cells << view.dataGrid()->text(r, 0);
+    QCOMPARE(cells, firstCells);
+    if (box.isEmpty()) {
+        QVERIFY(env.dialogs->boxes.isEmpty());
+        QCOMPARE(view.statusText(),
+                 "Current File is " + file + " - no signature file was found beside it");
+        QCOMPARE(view.signatureGrid()->rowCount(), 0);
+        return;
+    }
+    QCOMPARE(env.dialogs->boxes.size(), 1);
+    QVERIFY2(env.dialogs->boxes[0].text.contains(box), qPrintable(env.dialogs->boxes[0].text));
+    QCOMPARE(gHistoryFileName, QString());
+    // The copy stopped at the over-long line rather than taking the whole file aside.
+    QVERIFY(QFileInfo(FrmHistory::encryptedCopyPath()).size() <= (1 << 20));
+}
+
+void TstHistory::signaturesAreMadeVerifiedAndRefused() {
+    TestEnv env;
+    InputDialogs* inputs = scriptInputs(env);
+    g21CFR = true;
+    gUserLevel = 1;
+    for (int right : {Right::OpenSaveFiles, Right::SignDataFiles, Right::VerifyDataFiles})
+        gSuRights[static_cast<size_t>(right)] = 1;
+    env.accounts->addUser("jdoe", "pw", {"Sorvantel Supervisors"}, "Jane Doe", "QA");
+    env.writeTags({{1, 0, true, "TIC-1", true}});
+    QVERIFY(readTagFile(env.path("tags.tgn")));
+    gDataFileName = env.path("Log Files/run.slg");
+    QVERIFY(startDataFile());
+    const QString file = gDataFileName;
+
+    FrmHistory view;
+    QVERIFY(view.showDataFile(file));
+    QVERIFY(signingEnabled(view));
+    env.modals.login("jdoe", "pw");
+    view.signDataFile(); // the logger still writes to it
+    QCOMPARE(env.dialogs->texts(), QStringList{"The data logger is still writing to the selected "
+                                               "file.\nFiles can only be signed when completed."});
+    QCOMPARE(view.signatureGrid()->rowCount(), 1);
+
+    stopDataFile();
+    inputs->inputs = {QString(), QStringLiteral("checked, ok")};
+    env.modals.login("jdoe", "pw");
+    view.signDataFile();
+    env.modals.login("jdoe", "pw");
+    view.signDataFile();
+    const QString hash = hashFileHex(file);
+    RecordGrid* grid = view.signatureGrid();
+    QCOMPARE(grid->rowCount(), 3);
+    QCOMPARE(rowOf(grid, 1).mid(2),
+             (QStringList{"jdoe", "Jane Doe", "QA", "Signed", "None", hash}));
+    QCOMPARE(rowOf(grid, 2).mid(6), (QStringList{"checked; ok", hash}));
+    QCOMPARE(actionsOf(env.path("Audit/3-14-2026 Audit.atr")),
+             QStringList(3, "Digital Signature of file " + file));
+
+    env.dialogs->boxes.clear();
+    view.verifySignature(); // the first signature is the active row
+    grid->setActiveCell(0, 3);
+    view.verifySignature();
+    QFile f(file);
+    QVERIFY(f.open(QIODevice::ReadWrite));
+    f.seek(10);
+    const char byte = f.peek(1).at(0);
+    f.write(byte == 'A' ? "B" : "A");
+    f.close();
+    grid->setActiveCell(2, 0);
+    view.verifySignature();
+    QCOMPARE(env.dialogs->texts(),
+             (QStringList{"Digital signature of file confirmed!",
+                          "Digital signature selected is not valid!",
+                          "Digital signature of file failed!\n"
+                          "File has been altered since signature was stamped."}));
+
+    // A damaged signature line shows as an empty row and is named in the status.
+    QFile sif(signatureFileOf(file));
+    QVERIFY(sif.open(QIODevice::Append));
+    sif.write("0123ABCD\r\n");
+    sif.close();
+    QVERIFY(view.showDataFile(file));
+    QCOMPARE(rowOf(grid, 3), QStringList(8));
+    QCOMPARE(view.statusText(),
+             "Current File is " + file + " - 1 line of the signature file could not be deciphered");
+}
+
+void TstHistory::searchOpensTheFirstHit() {
+    TestEnv env;
+    InputDialogs* inputs = scriptInputs(env);
+    QDir().mkpath(env.path("Log Files"));
+    FrmHistory view;
+    inputs->inputs = {QStringLiteral("4242")};
+    view.searchDataFiles();
+    QCOMPARE(env.dialogs->texts(), QStringList{"There are no files in the log files directory!"});
+
+    writeFile(env.path("Log Files/a.slg"), enciphered(dataLines("111", 1)), true);
+    writeFile(env.path("Log Files/b.slg"), enciphered(dataLines("4242", 2)), true);
+    writeFile(env.path("Log Files/a1.slg"), "not enciphered\r\n");
+    writeFile(env.path("Log Files/d.slg"), enciphered(dataLines("4242", 3)), true);
+    env.dialogs->boxes.clear();
+    inputs->inputs = {QStringLiteral("4242"), QStringLiteral("BATCH"), QStringLiteral("777")};
+    view.searchDataFiles();
+    QCOMPARE(gHistoryFileName, env.path("Log Files/b.slg"));
+    QCOMPARE(view.dataGrid()->rowCount(), 3);
+    QCOMPARE(view.statusText(), "Current File is " + env.path("Log Files/b.slg") +
+                                    " - 1 unreadable file was skipped by the search");
+    view.searchDataFiles(); // line 1 of every data file holds "Batch Number"
+    QCOMPARE(gHistoryFileName, env.path("Log Files/a.slg"));
+    view.searchDataFiles();
+    QCOMPARE(gHistoryFileName, env.path("Log Files/a.slg"));
+    QCOMPARE(env.dialogs->texts(),
+             QStringList{"Batch\\Lot number 777 was not found in the log files directory.\n"
+                         "Search time was 0.00 seconds"});
+    view.searchDataFiles(); // cancelled
+    QCOMPARE(env.dialogs->boxes.size(), 1);
+}
+
+void TstHistory::printsTheSelectedBlock() {
+    TestEnv env;
+    auto* printers = installDouble<ChoosingPrinters>(installPrinters);
+    env.printers = printers->pdf.get();
+    env.printers->outputFolder = env.appPath();
+    const QString file = env.path("Log Files/p.slg");
+    writeFile(file, enciphered(dataLines("5", 3)), true);
+    FrmHistory view;
+    view.printHistoryGrid();
+    QVERIFY(view.showDataFile(file));
+    env.printers->available = false;
+    view.printHistoryGrid();
+    QCOMPARE(env.dialogs->texts(), (QStringList{"Data file has not been opened!\n"
+                                                "Use the open file icon to load a data file.",
+                                                "There is no default printer!\n"
+                                                "Please install or select a default printer."}));
+    env.printers->available = true;
+    view.dataGrid()->selectionModel()->select(QItemSelection(view.dataGrid()->model()->index(2, 0),
+                                                             view.dataGrid()->model()->index(3, 6)),
+                                              QItemSelectionModel::Select);
+    view.printHistoryGrid();
+    QCOMPARE(env.printers->jobNames, QStringList{"History Grid Printout"});
+    const QString text = pdfText(env.printers->outputs.value(0));
+    if (text.isEmpty())
+        QSKIP("pdftotext is not installed");
+    QVERIFY(text.contains("Grid printout for fileName " + file));
+    QVERIFY(text.contains("Page #1"));
+    QVERIFY(text.contains("182") && text.contains("183"));
+    QVERIFY(!text.contains("181")); // rows outside the block
+}
+
+// The menu opens one window; a close while it loads is ignored, and the close after it clears
+// the file and frees the menu item.
+void TstHistory::menuOpensOneWindowThatWaitsForItsLoad() {
+    TestEnv env;
+    const QString file = env.path("Log Files/long.slg");
+    writeFile(file, enciphered(dataLines("1", 1)).repeated(20000), true);
+    auto* main = new FrmMain;
+    main->show();
+    QAction* item = main->menuItem(QStringLiteral("mnuHistory"));
+    item->trigger();
+    FrmHistory* view = frmHistory();
+    QVERIFY(view);
+    QVERIFY(!item->isEnabled());
+    bool labelShown = false;
+    QTimer::singleShot(0, view, [view, &labelShown] {
+        labelShown = !view->findChild<QLabel*>("DcryLabel")->isHidden();
+        QVERIFY(!view->close());
+    });
+    QVERIFY(view->showDataFile(file));
+    QVERIFY(labelShown);
+    QVERIFY(view->findChild<QLabel*>("DcryLabel")->isHidden());
+    QCOMPARE(view->dataGrid()->rowCount(), 59999);
+    QVERIFY(view->close());
+    QTRY_VERIFY(!frmHistory());
+    QVERIFY(item->isEnabled());
+    QCOMPARE(gHistoryFileName, QString());
+}
+
+QTEST_MAIN(TstHistory)
+#include "tst_history.moc"
