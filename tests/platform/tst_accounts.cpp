@@ -24,8 +24,7 @@ private slots:
     void possibleAccountNames();
     void helperThatCannotBeStartedRefuses();
     void passwordGoesOnStandardInputOnly();
-    void slowHelperIsStoppedAndCouldNotRun();
-    void timersRunWhileTheHelperWorks();
+    void slowHelperIsStoppedWhileTimersRun();
     void namesThatCannotBeAccountsAreNotChecked();
     void helperRefusesMalformedInput();
 
@@ -116,23 +115,20 @@ void TstAccounts::passwordGoesOnStandardInputOnly() {
     QCOMPARE(args.readAll(), QByteArray("2:--service svc\n"));
 }
 
-void TstAccounts::slowHelperIsStoppedAndCouldNotRun() {
+// The workstation's timers keep running while it waits; a helper that takes too long is stopped
+// and the check could not run.
+void TstAccounts::slowHelperIsStoppedWhileTimersRun() {
     PosixAccounts accounts(script("slow.sh", "sleep 20; exit 0"));
-    accounts.timeoutMs = 300;
-    QElapsedTimer clock;
-    clock.start();
-    QCOMPARE(accounts.checkPassword("alice", "secret"), PasswordCheck::Unavailable);
-    QVERIFY(clock.elapsed() < 5000);
-}
-
-void TstAccounts::timersRunWhileTheHelperWorks() {
-    PosixAccounts accounts(script("pause.sh", "cat >/dev/null; sleep 0.6; exit 0"));
+    accounts.timeoutMs = 600;
     int ticks = 0;
     QTimer timer;
     timer.setInterval(50);
     connect(&timer, &QTimer::timeout, [&ticks] { ++ticks; });
     timer.start();
-    QCOMPARE(accounts.checkPassword("alice", "secret"), PasswordCheck::Accepted);
+    QElapsedTimer clock;
+    clock.start();
+    QCOMPARE(accounts.checkPassword("alice", "secret"), PasswordCheck::Unavailable);
+    QVERIFY(clock.elapsed() < 5000);
     QVERIFY2(ticks >= 5, qPrintable(QString::number(ticks)));
 }
 
