@@ -128,8 +128,6 @@ void TstFrmMain::exitAsksThenSavesPlacementAndUnloads() {
     env.dialogs->boxes.clear();
     main->menuItem("mnuFileExit")->trigger();
     QCOMPARE(env.dialogs->texts(), QStringList{"Exit - are you sure?"});
-    QCOMPARE(std::tuple(env.dialogs->boxes[0].buttons, env.dialogs->boxes[0].title),
-             std::tuple(MsgButtons::YesNo, QStringLiteral("Sorvantel")));
     QCOMPARE(exits.size(), 1);
     const double tpp = twipsPerPixel(main);
     QCOMPARE(env.settings->value("Settings", "MainWidth", ""), QString::number(qRound(800 * tpp)));
