@@ -23,11 +23,11 @@ bool fail(QString* error, const QString& why) {
 } // namespace
 
 bool readRecordFile(const QString& path, const std::function<void(const RecordLine&)>& onLine,
-                    QString* error) {
+                    QString* error, qint64 maxLines) {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return fail(error, file.errorString());
-    for (qint64 number = 1;; ++number) {
+    for (qint64 number = 1; maxLines < 0 || number <= maxLines; ++number) {
         QByteArray raw = file.readLine(kMaxRecordLineBytes + 1);
         if (raw.isEmpty()) {
             if (file.error() != QFileDevice::NoError)
@@ -40,16 +40,18 @@ bool readRecordFile(const QString& path, const std::function<void(const RecordLi
             return fail(error, QStringLiteral("line %1 is longer than any record line; the file "
                                               "is damaged")
                                    .arg(number));
-        if (raw.endsWith('\n'))
+        const bool unended = !raw.endsWith('\n');
+        if (!unended)
             raw.chop(1);
         if (raw.endsWith('\r'))
             raw.chop(1);
         const bool blank = std::all_of(raw.cbegin(), raw.cend(), [](char c) {
             return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
         });
-        onLine(
-            RecordLine{number, blank ? std::nullopt : decipherRecordLine(raw), file.pos(), blank});
+        onLine(RecordLine{number, blank ? std::nullopt : decipherRecordLine(raw), file.pos(), blank,
+                          unended});
     }
+    return true;
 }
 
 std::optional<Signature> parseSignatureLine(const QString& plain, qint64 line) {

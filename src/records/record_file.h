@@ -17,8 +17,9 @@ std::optional<QString> decipherRecordLine(const QByteArray& hexLine);
 struct RecordLine {
     qint64 number = 0; // from 1
     std::optional<QString> plain;
-    qint64 end = 0;     // bytes of the file up to and with this line's end, for progress
-    bool blank = false; // nothing but blanks stood on the line: no record was written there
+    qint64 end = 0;       // bytes of the file up to and with this line's end, for progress
+    bool blank = false;   // nothing but blanks stood on the line: no record was written there
+    bool unended = false; // no line feed behind it: the file ends inside this line
 };
 
 // Longer than any line the workstation writes (a data line of 192 values and a long operator
@@ -28,9 +29,10 @@ inline constexpr qint64 kMaxRecordLineBytes = 1 << 20;
 // Hands every line of the file to onLine, in order. CR LF and a bare LF both end a line, and the
 // last line may lack its end: a line cut while it was written fails to decipher by itself. False,
 // with the reason in *error, when the file cannot be opened or read, or a line is longer than
-// kMaxRecordLineBytes; such a failure can come after some lines were handed on.
+// kMaxRecordLineBytes; such a failure can come after some lines were handed on. A maxLines of
+// zero or more stops the reading after that many lines, for a reader that needs only the head.
 bool readRecordFile(const QString& path, const std::function<void(const RecordLine&)>& onLine,
-                    QString* error = nullptr);
+                    QString* error = nullptr, qint64 maxLines = -1);
 
 inline const QString kSignatureHeader = QStringLiteral(
     "Date,Time,User ID,Full Name,User Description,User Action,User Comment,Hash Value");

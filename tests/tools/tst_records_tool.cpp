@@ -1,6 +1,8 @@
+#include "plant/plant_store.h"
 #include "platform/line_cipher.h"
 #include "record_commands.h"
 #include "records/audit_trail.h"
+#include "records/data_logger.h"
 #include "records/file_cipher.h"
 #include "support/test_env.h"
 
@@ -9,6 +11,7 @@
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTest>
+#include <sys/stat.h>
 
 namespace {
 // Written out here rather than taken from the tool, so that a slip in either shows.
@@ -79,6 +82,8 @@ private slots:
     void verify_data();
     void verify();
     void exportKeepsWhatExists();
+    void search_data();
+    void search();
     void commandLine_data();
     void commandLine();
 };
@@ -86,7 +91,7 @@ private slots:
 void TstRecordsTool::damagedLinesAreNamed_data() {
     QTest::addColumn<QByteArray>("file");
     QTest::addColumn<QStringList>("plain");
-    QTest::addColumn<QList<int>>("damaged");
+    QTest::addColumn<QStringList>("damaged"); // what is said of each damaged line
 
     const QStringList p{"first,line", "second,line", "third,line"};
     QList<QByteArray> h;
@@ -95,14 +100,20 @@ void TstRecordsTool::damagedLinesAreNamed_data() {
     const QByteArray crlf = "\r\n";
 
     const auto row = [](const char* name, const QByteArray& file, const QStringList& plain,
-                        const QList<int>& damaged) {
-        QTest::newRow(name) << file << plain << damaged;
+                        const QList<int>& damaged, int torn = 0) {
+        QStringList said;
+        for (int line : damaged)
+            said << QStringLiteral("line %1 does not decipher").arg(line);
+        if (torn)
+            said << QStringLiteral("line %1 does not decipher: cut short, the file ends inside it")
+                        .arg(torn);
+        QTest::newRow(name) << file << plain << said;
     };
     const QStringList gap2{p[0], {}, p[2]};
-    row("digit changed in 2 of 3",
-        h[0] + crlf + withDigitChanged(h[1], h[1].size() / 2) + crlf + h[2] + crlf, gap2, {2});
-    row("torn last line", h[0] + crlf + h[1] + crlf + h[2].left(h[2].size() / 2), {p[0], p[1], {}},
-        {3});
+    const QByteArray changed2 = withDigitChanged(h[1], h[1].size() / 2);
+    row("digit changed in 2 of 3", h[0] + crlf + changed2 + crlf + h[2] + crlf, gap2, {2});
+    row("damaged line and torn last line", h[0] + crlf + changed2 + crlf + h[2].left(9),
+        {p[0], {}, {}}, {2}, 3);
     row("last line without its end", h[0] + crlf + h[1] + crlf + h[2], p, {});
     row("last line cut between CR and LF", h[0] + crlf + h[1] + crlf + h[2] + '\r', p, {});
     row("bare LF", h[0] + '\n' + h[1] + '\n' + h[2] + '\n', p, {});
@@ -117,13 +128,11 @@ void TstRecordsTool::damagedLinesAreNamed_data() {
 void TstRecordsTool::damagedLinesAreNamed() {
     QFETCH(QByteArray, file);
     QFETCH(QStringList, plain);
-    QFETCH(QList<int>, damaged);
+    QFETCH(QStringList, damaged);
     TestEnv env;
     const QString path = env.path(QStringLiteral("3-14-2026 AlmLog.alf"));
     QVERIFY(writeBytes(path, file));
-    QStringList errors;
-    for (int line : damaged)
-        errors << QStringLiteral("%1: line %2 does not decipher").arg(path).arg(line);
+    const QStringList errors = damaged.replaceInStrings(QRegularExpression("^"), path + ": ");
     const int status = damaged.isEmpty() ? kOk : kDamaged;
 
     const Run print =
@@ -152,10 +161,10 @@ void TstRecordsTool::verify_data() {
     const QString header = kHeader;
     const QString anna = signatureLine("anna", "None", "{hash}");
     const QString annaValid = QStringLiteral(
-        "line %1: signed 3/14/26 11:00:00 AM by anna (anna Name), comment \"None\": valid");
+        "line %1: signed 3/14/26 11:00:00 AM by anna (anna Name), comment \"None\": confirmed");
     const QString annaChanged =
         QStringLiteral("line %1: signed 3/14/26 11:00:00 AM by anna (anna Name), comment "
-                       "\"None\": does not match (the file changed after this signature)");
+                       "\"None\": altered (the file changed after this signature)");
 
     const auto row = [](const char* name, const QStringList& sif, bool change,
                         const QStringList& verdicts, const QStringList& errors, int status) {
@@ -166,11 +175,12 @@ void TstRecordsTool::verify_data() {
     row("signed again after the change", {header, anna, signatureLine("anna", "None", "{new}")},
         true, {annaChanged.arg(2), annaValid.arg(3)}, {}, kMismatch);
     row("comment with a comma", {header, signatureLine("anna", "ok, checked", "{hash}")}, false,
-        {"line 2: signed 3/14/26 11:00:00 AM by anna (anna Name), comment \"ok, checked\": valid"},
+        {"line 2: signed 3/14/26 11:00:00 AM by anna (anna Name), comment \"ok, checked\": "
+         "confirmed"},
         {}, kOk);
     row("signed while the hash failed", {header, signatureLine("anna", "None", "")}, false,
-        {"line 2: signed 3/14/26 11:00:00 AM by anna (anna Name), comment \"None\": does not "
-         "match (the signature holds no valid hash)"},
+        {"line 2: signed 3/14/26 11:00:00 AM by anna (anna Name), comment \"None\": altered "
+         "(the signature holds no valid hash)"},
         {}, kMismatch);
     row("only the header", {header}, false, {}, {"{sif}: holds no signature"}, kNotVerified);
     row("header lost, signed again", {anna}, false, {annaValid.arg(1)},
@@ -268,6 +278,72 @@ void TstRecordsTool::exportKeepsWhatExists() {
                                   "line; the file is damaged"});
 }
 
+void TstRecordsTool::search_data() {
+    QTest::addColumn<QStringList>("query"); // the text, the batch and the lot number
+    QTest::addColumn<QStringList>("hits");
+    QTest::addColumn<bool>("unreadable");
+    const auto row = [](const char* name, const QStringList& query, const QStringList& hits,
+                        bool unreadable = false) {
+        QTest::newRow(name) << query << hits << unreadable;
+    };
+    // Every file's start line holds the date 3/14/26, so "14" is in all of them.
+    row("batch, exact field", {"", "14"}, {"a", "e"});
+    row("lot", {"", "", "14"}, {"b"});
+    row("batch and lot", {"", "3", "3"}, {"d"});
+    row("text without regard to case", {"tic-14"}, {"d", "h"});
+    row("text matches dates as well", {"14"}, {"a", "b", "c", "d", "e", "h"});
+    row("unreadable files counted", {"", "14"}, {"a", "e"}, true);
+}
+
+void TstRecordsTool::search() {
+    QFETCH(QStringList, query);
+    QFETCH(QStringList, hits);
+    QFETCH(bool, unreadable);
+    TestEnv env;
+    const QString folder = env.path(QStringLiteral("Log Files"));
+    // As the workstation logs them: one channel, the start line and one data line.
+    auto log = [&](const char* name, qint32 batch, qint32 lot, const QString& tag) {
+        gTagTable[0] = {"0", "1", tag, "0", "", "1"};
+        gDataFileName = folder + "/" + name + ".slg";
+        gBatchNumber = batch;
+        gLotNumber = lot;
+        gSaveInterval = 1;
+        QVERIFY(startDataFile());
+        dataSaveTimerTick();
+        stopDataFile();
+    };
+    log("a", 14, 3, "TIC-1");
+    log("b", 3, 14, "TIC-1");
+    log("c", 140, 3, "TIC-1");
+    log("d", 3, 3, "TIC-14");
+    // A comma in a name, unguarded in older files, moves the numbers one field on.
+    QVERIFY(writeBytes(folder + "/e.slg",
+                       recordBytes({kDataLines[0], "3/14/26,10:00:00 AM,File started bySmith, "
+                                                   "John (login as js ),14,3, 1.0,"})));
+    // Cut before its start line: a hit for the text, but it has no batch to match.
+    QVERIFY(writeBytes(folder + "/h.slg", recordBytes({"Date,Time,Operator Message,Batch Number,"
+                                                       "Lot Number,TIC-14,"})));
+    QVERIFY(QDir(folder).mkdir("sub.slg"));
+    if (unreadable) {
+        QByteArray bytes = readBytes(folder + "/a.slg");
+        QVERIFY(writeBytes(folder + "/f.slg", withDigitChanged(bytes, bytes.indexOf('\n') + 40)));
+        // A pipe must be counted, not opened: nothing would ever write to it.
+        QCOMPARE(mkfifo(QFile::encodeName(folder + "/g.slg").constData(), 0600), 0);
+    }
+
+    DataFileQuery q{query[0], {}, {}};
+    if (!query.value(1).isEmpty())
+        q.batch = query[1].toInt();
+    if (!query.value(2).isEmpty())
+        q.lot = query[2].toInt();
+    const Run run = inProcess(
+        [&](QIODevice& out, QIODevice& err) { return searchRecords(folder, q, out, err); });
+    QCOMPARE(run.out, hits.replaceInStrings(QRegularExpression("^(.*)$"), folder + "/\\1.slg"));
+    QCOMPARE(run.err,
+             unreadable ? QStringList{folder + ": 2 files could not be read"} : QStringList());
+    QCOMPARE(run.status, unreadable ? int(kUnusable) : int(kOk));
+}
+
 void TstRecordsTool::commandLine_data() {
     // "{d}" is the folder of the files; "{atr}" today's audit trail.
     QTest::addColumn<QStringList>("args");
@@ -288,9 +364,11 @@ void TstRecordsTool::commandLine_data() {
         kDataLines[2], "{d}/none.atr" + nothere);
     row("print a folder", {"print", "{d}"}, kUnusable, {}, "{d}: cannot be read: ");
     row("verify a changed file", {"verify", "{d}/changed.slg"}, kMismatch,
-        "Signatures: 1, valid: 0, not matching: 1", {});
+        "Signatures: 1, confirmed: 0, altered: 1", {});
     row("verify unsigned", {"verify", "{d}/unsigned.slg"}, kUnusable, {},
-        "{d}/unsigned.sif" + nothere);
+        "{d}/unsigned.sif: no such signature file");
+    row("verify the files swapped", {"verify", "{d}/run.sif"}, kUnusable, {},
+        "{d}/run.sif: is the signature file itself");
     // The header-only file, not run.sif beside the data file, must be the one read.
     row("verify a named signature file", {"verify", "{d}/run.slg", "{d}/blank.sif"}, kNotVerified,
         "Signature file: {d}/blank.sif", "{d}/blank.sif: holds no signature");
@@ -298,6 +376,12 @@ void TstRecordsTool::commandLine_data() {
         "verify takes a data file");
     row("export with --force", {"export", "--force", "{d}/run.slg", "{d}/old.csv"}, kOk,
         "3 lines exported to {d}/old.csv", {});
+    row("search by batch in Log Files", {"search", "--batch", "42"}, kOk, "{d}/Log Files/run.slg",
+        {});
+    row("search finds nothing", {"search", "--folder", "{d}/Log Files", "--lot", "42"}, kNotFound,
+        {}, "{d}/Log Files: no data file has lot number 42");
+    row("search for a number that is none", {"search", "--batch", "4e2"}, kUnusable, {},
+        "--batch takes a whole number");
     row("unknown command", {"list", "{d}/run.slg"}, kUnusable, {}, "unknown command 'list'");
     row("unknown option", {"print", "--fast", "{d}/run.slg"}, kUnusable, {},
         "Unknown option 'fast'");
@@ -313,6 +397,7 @@ void TstRecordsTool::commandLine() {
     // Single-byte characters on disk must reach the terminal as themselves.
     systemAuditLine(QStringLiteral("Temp\u00e9rature \u00b0C, noted"));
     QVERIFY(writeBytes(d + "/run.slg", recordBytes(kDataLines)));
+    QVERIFY(QDir(d).mkdir("Log Files") && QFile::copy(d + "/run.slg", d + "/Log Files/run.slg"));
     QVERIFY(
         writeBytes(d + "/run.sif",
                    recordBytes({kHeader, signatureLine("anna", "None", hashOf(d + "/run.slg"))})));

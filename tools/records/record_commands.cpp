@@ -2,12 +2,16 @@
 
 #include "platform/file_io.h"
 #include "platform/line_cipher.h"
-#include "records/record_file.h"
+#include "records/data_search.h"
 #include "records/file_cipher.h"
+#include "records/record_file.h"
 #include "records/record_paths.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QIODevice>
+#include <QRegularExpression>
+#include <limits>
 
 namespace {
 void say(QIODevice& device, const QString& text) {
@@ -16,6 +20,13 @@ void say(QIODevice& device, const QString& text) {
 
 QString notDeciphering(const QString& file, qint64 line) {
     return QStringLiteral("%1: line %2 does not decipher").arg(file, QString::number(line));
+}
+
+// A last line the file ends inside was cut while it was written (a crash, a full disk); saying so
+// tells the reader that nothing behind it was lost.
+QString damagedLine(const QString& file, const RecordLine& line) {
+    return notDeciphering(file, line.number) +
+           (line.unended ? QStringLiteral(": cut short, the file ends inside it") : QString());
 }
 } // namespace
 
@@ -49,7 +60,7 @@ int printRecords(const QStringList& files, QIODevice& out, QIODevice& err) {
             file,
             [&](const RecordLine& line) {
                 if (!line.plain) {
-                    say(err, notDeciphering(file, line.number));
+                    say(err, damagedLine(file, line));
                     status = worseStatus(status, kDamaged);
                 }
                 say(out, line.plain.value_or(QString()));
@@ -70,6 +81,19 @@ QString defaultSignaturePath(const QString& dataFile) {
 int verifySignatures(const QString& dataFile, const QString& sigFile, QIODevice& out,
                      QIODevice& err) {
     const QString sigPath = sigFile.isEmpty() ? defaultSignaturePath(dataFile) : sigFile;
+    const QFileInfo sigInfo(sigPath);
+    if (!sigInfo.exists()) {
+        say(err, QStringLiteral("%1: no such signature file; the data file cannot be verified "
+                                "without it")
+                     .arg(sigPath));
+        return kUnusable;
+    }
+    // Named the other way round, a signature file would be hashed against its own lines.
+    if (sigInfo.canonicalFilePath() == QFileInfo(dataFile).canonicalFilePath()) {
+        say(err, QStringLiteral("%1: is the signature file itself; name the data file first")
+                     .arg(dataFile));
+        return kUnusable;
+    }
     QString why;
     const auto digest = sha256OfFile(dataFile, &why);
     if (!digest) {
@@ -107,13 +131,13 @@ int verifySignatures(const QString& dataFile, const QString& sigFile, QIODevice&
 
     qsizetype matching = 0;
     for (const Signature& s : signatures.signatures) {
-        QString verdict = QStringLiteral("valid");
+        QString verdict = QStringLiteral("confirmed");
         if (s.hash == hash)
             ++matching;
         else if (isWellFormedHash(s.hash))
-            verdict = QStringLiteral("does not match (the file changed after this signature)");
+            verdict = QStringLiteral("altered (the file changed after this signature)");
         else
-            verdict = QStringLiteral("does not match (the signature holds no valid hash)");
+            verdict = QStringLiteral("altered (the signature holds no valid hash)");
         say(out, QStringLiteral("line %1: signed %2 %3 by %4 (%5), comment \"%6\": %7")
                      .arg(QString::number(s.line), s.date, s.time, s.userId, s.fullName, s.comment,
                           verdict));
@@ -123,7 +147,7 @@ int verifySignatures(const QString& dataFile, const QString& sigFile, QIODevice&
         say(err, QStringLiteral("%1: holds no signature").arg(sigPath));
         status = worseStatus(status, kNotVerified);
     } else {
-        say(out, QStringLiteral("Signatures: %1, valid: %2, not matching: %3")
+        say(out, QStringLiteral("Signatures: %1, confirmed: %2, altered: %3")
                      .arg(total)
                      .arg(matching)
                      .arg(total - matching));
@@ -148,7 +172,7 @@ int exportRecords(const QString& file, const QString& csvFile, bool force, QIODe
         file,
         [&](const RecordLine& line) {
             if (!line.plain) {
-                say(err, notDeciphering(file, line.number));
+                say(err, damagedLine(file, line));
                 status = kDamaged;
             }
             csv += line.plain.value_or(QString()).toUtf8() + "\r\n";
@@ -179,5 +203,122 @@ int exportRecords(const QString& file, const QString& csvFile, bool force, QIODe
     }
     say(out,
         QStringLiteral("%1: %2 lines exported to %3").arg(file, QString::number(lines), csvPath));
+    return status;
+}
+
+QString defaultLogFolder() {
+    return QDir::current().filePath(QStringLiteral("Log Files"));
+}
+
+std::optional<qint32> parseRecordNumber(const QString& text) {
+    static const QRegularExpression digits(QStringLiteral("^[0-9]{1,10}$"));
+    if (!digits.match(text).hasMatch())
+        return std::nullopt;
+    const qint64 value = text.toLongLong();
+    if (value > std::numeric_limits<qint32>::max())
+        return std::nullopt;
+    return static_cast<qint32>(value);
+}
+
+namespace {
+const QLatin1String kStartedBy("File started by");
+
+// The batch and lot fields of a start line. The workstation turns a comma in a user's name into
+// ";", but a file written before that guard may hold one: the numbers follow the field that
+// closes the login.
+std::pair<QString, QString> batchAndLot(const QString& startLine) {
+    const QStringList f = startLine.split(u',');
+    qsizetype at = 2;
+    if (f.value(2).startsWith(kStartedBy)) {
+        for (qsizetype i = 2; i < f.size(); ++i) {
+            if (f[i].endsWith(QLatin1String(" )"))) {
+                at = i;
+                break;
+            }
+        }
+    }
+    return {f.value(at + 1), f.value(at + 2)};
+}
+
+QString queryText(const DataFileQuery& query) {
+    QStringList parts;
+    if (query.batch)
+        parts << QStringLiteral("batch number %1").arg(*query.batch);
+    if (query.lot)
+        parts << QStringLiteral("lot number %1").arg(*query.lot);
+    if (parts.isEmpty())
+        return QStringLiteral("\"%1\" in its first two lines").arg(query.text);
+    return parts.join(QStringLiteral(" and "));
+}
+} // namespace
+
+int searchRecords(const QString& folder, const DataFileQuery& query, QIODevice& out,
+                  QIODevice& err) {
+    if (!QFileInfo(folder).isDir()) {
+        say(err, QStringLiteral("%1: no such folder").arg(folder));
+        return kUnusable;
+    }
+    // Only regular files are opened: a pipe or a device named .slg would block the reading.
+    QStringList files;
+    int unreadable = 0;
+    for (const QString& entry : listFilesInFolder(folder, QStringLiteral("*.slg"))) {
+        if (entry == QLatin1String("Directory") || entry.endsWith(u'/'))
+            continue;
+        if (QFileInfo(entry).isFile())
+            files << entry;
+        else
+            ++unreadable;
+    }
+
+    const bool byNumber = query.batch || query.lot;
+    const QString text = query.batch ? QString::number(*query.batch)
+                         : query.lot ? QString::number(*query.lot)
+                                     : query.text;
+    const DataSearchResult found = searchDataFiles(files, text, false);
+    unreadable += found.unreadable;
+    QStringList hits;
+    for (const QString& path : found.hits) {
+        if (!byNumber) {
+            hits << path;
+            continue;
+        }
+        // The number as text also matches dates, times, tags and values: only the batch and lot
+        // fields of the start line count.
+        // A file cut before its start line has no numbers, and is no hit.
+        std::optional<RecordLine> startLine;
+        const bool read = readRecordFile(
+            path,
+            [&startLine](const RecordLine& line) {
+                if (line.number == 2)
+                    startLine = line;
+            },
+            nullptr, 2);
+        if (!read || (startLine && !startLine->plain)) {
+            ++unreadable;
+            continue;
+        }
+        if (!startLine)
+            continue;
+        const auto [batch, lot] = batchAndLot(*startLine->plain);
+        if ((!query.batch || batch == QString::number(*query.batch)) &&
+            (!query.lot || lot == QString::number(*query.lot)))
+            hits << path;
+    }
+
+    for (const QString& path : hits)
+        say(out, QDir::toNativeSeparators(path));
+    int status = kOk;
+    if (unreadable > 0) {
+        say(err, QStringLiteral("%1: %2 %3 could not be read")
+                     .arg(folder, QString::number(unreadable),
+                          unreadable == 1 ? QStringLiteral("file") : QStringLiteral("files")));
+        status = kUnusable;
+    }
+    if (hits.isEmpty()) {
+        say(err, files.isEmpty() && unreadable == 0
+                     ? QStringLiteral("%1: holds no data files (.slg)").arg(folder)
+                     : QStringLiteral("%1: no data file has %2").arg(folder, queryText(query)));
+        status = worseStatus(status, kNotFound);
+    }
     return status;
 }
