@@ -27,24 +27,30 @@ bool readRecordFile(const QString& path, const std::function<void(const RecordLi
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return fail(error, file.errorString());
+    // One buffer for every line. A fresh one of this size for each line costs a mapping and an
+    // unmapping of the memory whenever the allocator serves such sizes by mmap, which is several
+    // times the deciphering of the line.
+    QByteArray buffer(kMaxRecordLineBytes + 1, Qt::Uninitialized);
     for (qint64 number = 1; maxLines < 0 || number <= maxLines; ++number) {
-        QByteArray raw = file.readLine(kMaxRecordLineBytes + 1);
-        if (raw.isEmpty()) {
+        const qint64 read = file.readLine(buffer.data(), buffer.size());
+        if (read <= 0) {
             if (file.error() != QFileDevice::NoError)
                 return fail(error, file.errorString());
             return true;
         }
+        qsizetype size = read;
+        const bool unended = buffer[size - 1] != '\n';
         // No record line comes near this: what does is no record file (or a device without end),
         // and reading on would only fill the memory.
-        if (raw.size() >= kMaxRecordLineBytes && !raw.endsWith('\n'))
+        if (size >= kMaxRecordLineBytes && unended)
             return fail(error, QStringLiteral("line %1 is longer than any record line; the file "
                                               "is damaged")
                                    .arg(number));
-        const bool unended = !raw.endsWith('\n');
         if (!unended)
-            raw.chop(1);
-        if (raw.endsWith('\r'))
-            raw.chop(1);
+            --size;
+        if (size > 0 && buffer[size - 1] == '\r')
+            --size;
+        const QByteArray raw = QByteArray::fromRawData(buffer.constData(), size);
         const bool blank = std::all_of(raw.cbegin(), raw.cend(), [](char c) {
             return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
         });
