@@ -2,7 +2,7 @@
 // opened through the window's Open command, against the floor of reading and deciphering the
 // same lines with nothing kept.
 //
-//   cmake -S . -B build-release -G Ninja -DCMAKE_BUILD_TYPE=Release \
+//   cmake -S . -B build-release -G Ninja -DCMAKE_BUILD_TYPE=Release
 //         -DSORVANTEL_BUILD_TESTS=OFF -DSORVANTEL_BUILD_BENCH=ON
 //   cmake --build build-release --target bench_history
 //   build-release/bench/bench_history [lines] [channels]
