@@ -50,7 +50,7 @@ void TstAccounts::onlyAHelperThatEndsWithZeroAccepts() {
     const std::tuple<QString, QByteArray, bool, C> rows[]{
         {"ok.sh", "cat >/dev/null; exit 0", true, C::Accepted},
         {"no.sh", "cat >/dev/null; exit 1", true, C::Refused},
-        {"bad.sh", "exit 2", true, C::Refused},
+        {"bad.sh", "cat >/dev/null; exit 2", true, C::Refused},
         // PAM, the pace file or the groups file could not serve: nobody's password was wrong.
         {"nopam.sh", "exit 3", true, C::Unavailable},
         {"killed.sh", "kill -9 $$", true, C::Unavailable},
