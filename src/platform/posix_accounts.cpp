@@ -131,7 +131,9 @@ PasswordCheck PosixAccounts::checkPassword(const QString& user, const QString& p
         process.waitForFinished(1000);
         return PasswordCheck::Unavailable;
     }
-    if (!finished || process.error() != QProcess::UnknownError)
+    // A helper that ended before taking its input (it refuses some callers at once) leaves a
+    // write error behind; its exit status is still what it decided.
+    if (!finished)
         return PasswordCheck::Unavailable;
     switch (exitCode) {
     case kHelperAccepted:
