@@ -205,6 +205,12 @@ QString FrmHistory::fileStatus() const {
     return QStringLiteral("Current File is ") + gHistoryFileName + m_signatureNote + m_searchNote;
 }
 
+// Every command is refused while a file loads or the files are searched; the toolbar shows it.
+void FrmHistory::setLoading(bool loading) {
+    m_loading = loading;
+    m_toolbar->setEnabled(!loading);
+}
+
 void FrmHistory::enableSigning(bool enabled) {
     m_sign->setEnabled(enabled);
     m_verify->setEnabled(enabled);
@@ -267,7 +273,7 @@ void FrmHistory::openHistoryFile() {
 bool FrmHistory::showDataFile(const QString& path) {
     if (m_loading)
         return false;
-    m_loading = true;
+    setLoading(true);
     gHistoryFileName = path;
     const bool shown = decryptDataFile() && loadDataGrid();
     if (shown) {
@@ -276,7 +282,7 @@ bool FrmHistory::showDataFile(const QString& path) {
     } else {
         setStatus(fileStatus());
     }
-    m_loading = false;
+    setLoading(false);
     return shown;
 }
 
@@ -588,7 +594,7 @@ void FrmHistory::searchDataFiles() {
     const QString batchLot = QStringLiteral("batch\\lot #") + text;
     setStatus(QStringLiteral("Searching data files for ") + batchLot +
               QStringLiteral(", please wait... "));
-    m_loading = true;
+    setLoading(true);
     showProgress(files.size());
     const QDateTime started = currentDateTime();
     auto seconds = [&started] {
@@ -606,7 +612,7 @@ void FrmHistory::searchDataFiles() {
         return true;
     });
     hideProgress();
-    m_loading = false;
+    setLoading(false);
     m_searchNote.clear();
     if (result.unreadable > 0)
         m_searchNote = QStringLiteral(" - ") +

@@ -61,6 +61,7 @@ private:
     void setStatus(const QString& text);
     // "Current File is " and the path, with what the last open or search found amiss.
     QString fileStatus() const;
+    void setLoading(bool loading);
     void enableSigning(bool enabled);
 
     RecordGrid* m_dataGrid;
