@@ -254,8 +254,14 @@ QString queryText(const DataFileQuery& query) {
 
 int searchRecords(const QString& folder, const DataFileQuery& query, QIODevice& out,
                   QIODevice& err) {
-    if (!QFileInfo(folder).isDir()) {
+    const QFileInfo info(folder);
+    if (!info.isDir()) {
         say(err, QStringLiteral("%1: no such folder").arg(folder));
+        return kUnusable;
+    }
+    // A folder that cannot be listed would otherwise look empty.
+    if (!info.isReadable() || !info.isExecutable()) {
+        say(err, QStringLiteral("%1: cannot be read: permission denied").arg(folder));
         return kUnusable;
     }
     // Only regular files are opened: a pipe or a device named .slg would block the reading.
