@@ -3,7 +3,7 @@
 #include "record_file.h"
 
 #include <QDir>
-#include <QFile>
+#include <QFileInfo>
 
 QStringList listFilesInFolder(const QString& folder, const QString& pattern) {
     QString base = folder;
@@ -23,26 +23,23 @@ QStringList listFilesInFolder(const QString& folder, const QString& pattern) {
 }
 
 namespace {
-// The first two lines of a data file, deciphered; false when they cannot be read whole.
+// The first two lines of a data file, deciphered; false when they cannot be read whole. Only a
+// plain file is opened: a pipe or a device named like a data file would never end.
 bool readHead(const QString& path, QString* text) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    if (!QFileInfo(path).isFile())
         return false;
     text->clear();
-    for (int n = 0; n < 2; ++n) {
-        QByteArray raw = file.readLine(kMaxRecordLineBytes + 1);
-        if (raw.isEmpty())
-            break;
-        if (raw.size() > kMaxRecordLineBytes)
-            return false;
-        while (raw.endsWith('\n') || raw.endsWith('\r'))
-            raw.chop(1);
-        const auto plain = decipherRecordLine(raw);
-        if (!plain)
-            return false;
-        *text += *plain + u'\n';
-    }
-    return !text->isEmpty();
+    bool whole = true;
+    const bool read = readRecordFile(
+        path,
+        [&](const RecordLine& line) {
+            if (!line.plain)
+                whole = false;
+            else
+                *text += *line.plain + u'\n';
+        },
+        nullptr, 2);
+    return read && whole && !text->isEmpty();
 }
 } // namespace
 

@@ -48,7 +48,9 @@ bool readRecordFile(const QString& path, const std::function<void(const RecordLi
                                    .arg(number));
         if (!unended)
             --size;
-        if (size > 0 && buffer[size - 1] == '\r')
+        // Blanks after the digits (a hand-edited file) do not make a line damaged.
+        while (size > 0 &&
+               (buffer[size - 1] == '\r' || buffer[size - 1] == ' ' || buffer[size - 1] == '\t'))
             --size;
         const QByteArray raw = QByteArray::fromRawData(buffer.constData(), size);
         const bool blank = std::all_of(raw.cbegin(), raw.cend(), [](char c) {
