@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QApplication>
+#include <QElapsedTimer>
 #include <QStyle>
 
 class QAction;
@@ -18,3 +20,30 @@ QVBoxLayout* makeWindowBody(QMdiSubWindow* window, const QString& objectName,
 QToolBar* makeToolbar(QWidget* parent, Qt::ToolButtonStyle style);
 QAction* addToolButton(QToolBar* toolbar, QStyle::StandardPixmap icon, const QString& key,
                        const QString& toolTip);
+
+// Long loads hand the event loop a turn this often, so the workstation's timers keep running; a
+// turn after every line would cost more than the work on the line.
+constexpr int kYieldMs = 50;
+
+// Hourglass for the life of a long command.
+class WaitCursor {
+public:
+    WaitCursor() { QApplication::setOverrideCursor(Qt::WaitCursor); }
+    ~WaitCursor() { QApplication::restoreOverrideCursor(); }
+    WaitCursor(const WaitCursor&) = delete;
+    WaitCursor& operator=(const WaitCursor&) = delete;
+};
+
+// Yields to the event loop once kYieldMs have passed since the last turn.
+class Yielder {
+public:
+    Yielder() { m_since.start(); }
+    bool due() const { return m_since.elapsed() >= kYieldMs; }
+    void yield() {
+        QCoreApplication::processEvents();
+        m_since.restart();
+    }
+
+private:
+    QElapsedTimer m_since;
+};

@@ -38,17 +38,6 @@ const QStringList kTitles{QStringLiteral("Date"),    QStringLiteral("Time"),
 constexpr double kWidths[] = {13, 11, 12, 20, 18, 40};
 const QString kUseOpenIcon = QStringLiteral("Use the open file icon to load a audit trail file.");
 
-// Long loads hand the event loop a turn this often, so the workstation's timers keep running.
-constexpr int kYieldMs = 50;
-
-// Hourglass for the life of a long command.
-class WaitCursor {
-public:
-    WaitCursor() { QApplication::setOverrideCursor(Qt::WaitCursor); }
-    ~WaitCursor() { QApplication::restoreOverrideCursor(); }
-    WaitCursor(const WaitCursor&) = delete;
-    WaitCursor& operator=(const WaitCursor&) = delete;
-};
 } // namespace
 
 FrmAuditView* frmAuditView() {

@@ -41,34 +41,8 @@ const QString kPlacementSection = QStringLiteral("History\\digiView");
 const QString kUseOpenIcon = QStringLiteral("Use the open file icon to load a data file.");
 const QString kContact = QStringLiteral("Please contact Brenlock with this error.");
 
-// Long loads hand the event loop a turn this often, so the poll and the logger keep running;
-// a turn after every line would cost more than the deciphering itself.
-constexpr int kYieldMs = 50;
 constexpr qint64 kCopyBlock = 1 << 20;
 constexpr qsizetype kPlainBlock = 1 << 20;
-
-// Hourglass for the life of a long command.
-class WaitCursor {
-public:
-    WaitCursor() { QApplication::setOverrideCursor(Qt::WaitCursor); }
-    ~WaitCursor() { QApplication::restoreOverrideCursor(); }
-    WaitCursor(const WaitCursor&) = delete;
-    WaitCursor& operator=(const WaitCursor&) = delete;
-};
-
-// Yields to the event loop once kYieldMs have passed since the last turn.
-class Yielder {
-public:
-    Yielder() { m_since.start(); }
-    bool due() const { return m_since.elapsed() >= kYieldMs; }
-    void yield() {
-        QCoreApplication::processEvents();
-        m_since.restart();
-    }
-
-private:
-    QElapsedTimer m_since;
-};
 
 int fileErrorNumber(const QFileDevice& file) {
     return file.error() == QFileDevice::ResourceError ? 61 : 75;
