@@ -14,6 +14,7 @@
 #include "record_file.h"
 #include "record_paths.h"
 #include "security/rights.h"
+#include "viewer_commands.h"
 
 #include <QApplication>
 #include <QCloseEvent>
@@ -182,23 +183,8 @@ void FrmAuditView::exportAuditFile() {
                MsgIcon::Information);
         return;
     }
-    FileDialogRequest request;
-    request.title = QStringLiteral("Export audit file as?");
-    request.filter = QStringLiteral("Exported Audit Files (*.csv)|*.csv");
-    request.defaultExtension = QStringLiteral(".csv");
-    request.initialDirectory = gAppPath + QStringLiteral("/Export Data");
-    request.fileName = fileBaseName(m_fileName) + QStringLiteral(".csv");
-    request.overwritePrompt = true;
-    const FileDialogResult chosen = dialogs().saveFile(request);
-    if (chosen.cancelled)
-        return;
-    GridTextFormat format;
-    format.columnDelimiter = QStringLiteral(",");
-    format.rowDelimiter = QStringLiteral("\r\n");
-    format.columnTitles = true;
-    QString error;
-    if (!m_vaGrid->exportText(chosen.path, format, &error))
-        reportError(QStringLiteral("ExportHistoryFile"), 75, error);
+    exportGridAsCsv(*m_vaGrid, QStringLiteral("Export audit file as?"),
+                    QStringLiteral("Exported Audit Files (*.csv)|*.csv"), m_fileName);
 }
 
 void FrmAuditView::printAuditGrid() {
@@ -209,17 +195,11 @@ void FrmAuditView::printAuditGrid() {
                MsgIcon::Information);
         return;
     }
-    if (!printers().hasDefaultPrinter()) {
-        msgBox(QStringLiteral("There is no default printer!\n"
-                              "Please install or select a default printer."),
-               MsgIcon::Information);
+    if (!defaultPrinterOrSay())
         return;
-    }
-    GridPrintJob job;
-    job.jobName = QStringLiteral("Audit Trail Printout");
-    job.header = QStringLiteral("Audit trail printout for fileName ") + m_fileName;
-    job.footer = QStringLiteral("/c/rPage #/p");
-    job.abortText = QStringLiteral("Printing - Click Cancel to quit");
+    const GridPrintJob job =
+        viewerPrintJob(QStringLiteral("Audit Trail Printout"),
+                       QStringLiteral("Audit trail printout for fileName ") + m_fileName);
     const std::unique_ptr<QPrinter> printer = printers().defaultPrinter(job.jobName);
     m_vaGrid->print(*printer, job);
 }

@@ -14,6 +14,7 @@
 #include "security/rights.h"
 #include "security/session.h"
 #include "signatures.h"
+#include "viewer_commands.h"
 
 #include <QApplication>
 #include <QDir>
@@ -530,23 +531,8 @@ void FrmHistory::exportDataFile() {
         msgBox(QStringLiteral("No data file to export!\n") + kUseOpenIcon);
         return;
     }
-    FileDialogRequest request;
-    request.title = QStringLiteral("Export data file as?");
-    request.filter = QStringLiteral("Exported Data Files (*.csv)|*.csv");
-    request.defaultExtension = QStringLiteral(".csv");
-    request.initialDirectory = gAppPath + QStringLiteral("/Export Data");
-    request.fileName = fileBaseName(gHistoryFileName) + QStringLiteral(".csv");
-    request.overwritePrompt = true;
-    const FileDialogResult chosen = dialogs().saveFile(request);
-    if (chosen.cancelled)
-        return;
-    GridTextFormat format;
-    format.columnDelimiter = QStringLiteral(",");
-    format.rowDelimiter = QStringLiteral("\r\n");
-    format.columnTitles = true;
-    QString error;
-    if (!m_dataGrid->exportText(chosen.path, format, &error))
-        reportError(QStringLiteral("ExportHistoryFile"), 75, error);
+    exportGridAsCsv(*m_dataGrid, QStringLiteral("Export data file as?"),
+                    QStringLiteral("Exported Data Files (*.csv)|*.csv"), gHistoryFileName);
 }
 
 void FrmHistory::searchDataFiles() {
@@ -607,17 +593,11 @@ void FrmHistory::searchDataFiles() {
 void FrmHistory::printHistoryGrid() {
     if (m_loading || !dataFileOpened())
         return;
-    if (!printers().hasDefaultPrinter()) {
-        msgBox(QStringLiteral("There is no default printer!\n"
-                              "Please install or select a default printer."),
-               MsgIcon::Information);
+    if (!defaultPrinterOrSay())
         return;
-    }
-    GridPrintJob job;
-    job.jobName = QStringLiteral("History Grid Printout");
-    job.header = QStringLiteral("Grid printout for fileName ") + gHistoryFileName;
-    job.footer = QStringLiteral("/c/rPage #/p");
-    job.abortText = QStringLiteral("Printing - Click Cancel to quit");
+    GridPrintJob job =
+        viewerPrintJob(QStringLiteral("History Grid Printout"),
+                       QStringLiteral("Grid printout for fileName ") + gHistoryFileName);
     job.selectedBlockOnly = m_dataGrid->selectedBlock().rowCount() >= 2;
     const std::unique_ptr<QPrinter> printer = printers().defaultPrinter(job.jobName);
     int copies = 1;

@@ -1,0 +1,47 @@
+#include "viewer_commands.h"
+
+#include "plant/comm_errors.h"
+#include "plant/plant_store.h"
+#include "platform/dialogs.h"
+#include "platform/printers.h"
+#include "platform/record_grid.h"
+#include "record_paths.h"
+
+void exportGridAsCsv(RecordGrid& grid, const QString& title, const QString& filter,
+                     const QString& sourceFile) {
+    FileDialogRequest request;
+    request.title = title;
+    request.filter = filter;
+    request.defaultExtension = QStringLiteral(".csv");
+    request.initialDirectory = gAppPath + QStringLiteral("/Export Data");
+    request.fileName = fileBaseName(sourceFile) + QStringLiteral(".csv");
+    request.overwritePrompt = true;
+    const FileDialogResult chosen = dialogs().saveFile(request);
+    if (chosen.cancelled)
+        return;
+    GridTextFormat format;
+    format.columnDelimiter = QStringLiteral(",");
+    format.rowDelimiter = QStringLiteral("\r\n");
+    format.columnTitles = true;
+    QString error;
+    if (!grid.exportText(chosen.path, format, &error))
+        reportError(QStringLiteral("ExportHistoryFile"), 75, error);
+}
+
+bool defaultPrinterOrSay() {
+    if (printers().hasDefaultPrinter())
+        return true;
+    msgBox(QStringLiteral("There is no default printer!\nPlease install or select a default "
+                          "printer."),
+           MsgIcon::Information);
+    return false;
+}
+
+GridPrintJob viewerPrintJob(const QString& jobName, const QString& header) {
+    GridPrintJob job;
+    job.jobName = jobName;
+    job.header = header;
+    job.footer = QStringLiteral("/c/rPage #/p");
+    job.abortText = QStringLiteral("Printing - Click Cancel to quit");
+    return job;
+}

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QString>
+
+class RecordGrid;
+struct GridPrintJob;
+
+// The commands the record viewers share.
+
+// The save dialog for "<file's base name>.csv" in Export Data, then the grid with its column
+// titles as comma-separated lines; a failure is the general error box of ExportHistoryFile.
+void exportGridAsCsv(RecordGrid& grid, const QString& title, const QString& filter,
+                     const QString& sourceFile);
+
+// False, after the box that says so, when the machine has no printer to print to.
+bool defaultPrinterOrSay();
+
+// A print job as the viewers print: the page number at the foot of each page.
+GridPrintJob viewerPrintJob(const QString& jobName, const QString& header);
