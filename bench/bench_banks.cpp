@@ -4,6 +4,7 @@
 // the reads answered and failed in that window.
 #include "app/frm_main.h"
 #include "app/frm_splash.h"
+#include "bench_memory.h"
 #include "plant/plant_store.h"
 #include "plant/scan_controller.h"
 #include "platform/modctl.h"
@@ -22,14 +23,6 @@ double cpuSeconds() {
     getrusage(RUSAGE_SELF, &u);
     return static_cast<double>(u.ru_utime.tv_sec + u.ru_stime.tv_sec) +
            static_cast<double>(u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
-}
-// Resident set size now, in MB, from /proc/self/statm.
-double residentMb() {
-    QFile f(QStringLiteral("/proc/self/statm"));
-    if (!f.open(QIODevice::ReadOnly))
-        return 0;
-    const QList<QByteArray> parts = f.readAll().split(' ');
-    return parts.value(1).toDouble() * 4096.0 / (1024.0 * 1024.0);
 }
 } // namespace
 
@@ -61,16 +54,13 @@ int main(int argc, char* argv[]) {
             QTimer::singleShot(seconds * 1000, main, [&] {
                 const double elapsed = static_cast<double>(wall.elapsed()) / 1000.0;
                 const double cpu = cpuSeconds() - cpu0;
-                rusage u{};
-                getrusage(RUSAGE_SELF, &u);
                 std::printf("controllers %d, scan time %d ms, bank windows 16, %.1f s measured\n",
                             static_cast<int>(gActiveCount), main->scan().timer2()->interval(),
                             elapsed);
                 std::printf("cpu %.2f s = %.2f %% of one core\n", cpu, 100.0 * cpu / elapsed);
-                std::printf("resident %.1f MB now, %.1f MB peak\n", residentMb(),
-                            static_cast<double>(u.ru_maxrss) / 1024.0);
-                std::printf("reads answered %d (%.1f/s), failed %d\n", reads,
-                            reads / elapsed, errors);
+                std::printf("resident %.1f MiB now, %.1f MiB peak\n", residentMiB(), peakMiB());
+                std::printf("reads answered %d (%.1f/s), failed %d\n", reads, reads / elapsed,
+                            errors);
                 std::fflush(stdout);
                 QApplication::exit(0);
             });

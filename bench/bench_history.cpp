@@ -7,6 +7,7 @@
 //   cmake --build build-release --target bench_history
 //   build-release/bench/bench_history [lines] [channels]
 
+#include "bench_memory.h"
 #include "plant/plant_store.h"
 #include "platform/dialogs.h"
 #include "platform/line_cipher.h"
@@ -44,25 +45,6 @@ public:
     std::optional<QColor> chooseColour(const QColor&) override { return std::nullopt; }
     bool openDocument(const QString&) override { return false; }
 };
-
-double residentMiB() {
-    QFile f(QStringLiteral("/proc/self/statm"));
-    if (!f.open(QIODevice::ReadOnly))
-        return -1;
-    const QList<QByteArray> fields = f.readAll().split(' ');
-    return double(fields.value(1).toLongLong()) * double(sysconf(_SC_PAGESIZE)) / (1 << 20);
-}
-
-double peakMiB() {
-    QFile f(QStringLiteral("/proc/self/status"));
-    if (!f.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray& l : f.readAll().split('\n')) {
-        if (l.startsWith("VmHWM:"))
-            return l.mid(6).trimmed().split(' ').value(0).toDouble() / 1024;
-    }
-    return -1;
-}
 
 // Starts the peak of resident memory afresh from the present.
 void resetPeak() {
