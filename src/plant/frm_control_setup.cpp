@@ -6,6 +6,7 @@
 #include "platform/record_grid.h"
 #include "platform/settings_keys.h"
 #include "platform/settings_store.h"
+#include "platform/window_parts.h"
 #include "records/data_logger.h"
 #include "scan_controller.h"
 #include "security/login.h"
@@ -27,13 +28,6 @@ namespace {
 constexpr int kMinScanTime = 60;
 constexpr int kMaxScanTime = 5000;
 
-QCheckBox* optionBox(const QString& name, const QString& text, bool checked, QWidget* parent) {
-    auto* box = new QCheckBox(text, parent);
-    box->setObjectName(name);
-    box->setLayoutDirection(Qt::RightToLeft); // the caption stands before its box
-    box->setChecked(checked);
-    return box;
-}
 } // namespace
 
 FrmControlSetup::FrmControlSetup(QWidget* parent) : QDialog(parent) {
@@ -79,14 +73,14 @@ FrmControlSetup::FrmControlSetup(QWidget* parent) : QDialog(parent) {
 
     auto* frame2 = new QGroupBox(QStringLiteral("System Alarms"), this);
     frame2->setObjectName(QStringLiteral("Frame2"));
-    m_beepAckChk =
-        optionBox(QStringLiteral("beepAckChk"),
-                  QStringLiteral("Beep until any alarm is acknowledged :"), gBeepUntilAck, frame2);
+    m_beepAckChk = makeOptionBox(QStringLiteral("beepAckChk"),
+                                 QStringLiteral("Beep until any alarm is acknowledged :"),
+                                 gBeepUntilAck, frame2);
     m_beepAlmChk =
-        optionBox(QStringLiteral("beepAlmChk"), QStringLiteral("Enable single beep on new alarm :"),
-                  gBeepOnAlarm, frame2);
-    m_check1 = optionBox(QStringLiteral("Check1"), QStringLiteral("Enable alarm logging :"),
-                         gAlmLogging, frame2);
+        makeOptionBox(QStringLiteral("beepAlmChk"),
+                      QStringLiteral("Enable single beep on new alarm :"), gBeepOnAlarm, frame2);
+    m_check1 = makeOptionBox(QStringLiteral("Check1"), QStringLiteral("Enable alarm logging :"),
+                             gAlmLogging, frame2);
     auto* alarms = new QVBoxLayout(frame2);
     for (QCheckBox* box : {m_beepAckChk, m_beepAlmChk, m_check1})
         alarms->addWidget(box, 0, Qt::AlignRight);
@@ -105,8 +99,8 @@ FrmControlSetup::FrmControlSetup(QWidget* parent) : QDialog(parent) {
     m_cupdateTime = new QSpinBox(frame1);
     m_cupdateTime->setObjectName(QStringLiteral("CupdateTime"));
     m_cupdateTime->setRange(kMinScanTime, kMaxScanTime);
-    m_check2 = optionBox(QStringLiteral("Check2"), QStringLiteral("Enable beep on comms error :"),
-                         gComBeep, frame1);
+    m_check2 = makeOptionBox(QStringLiteral("Check2"),
+                             QStringLiteral("Enable beep on comms error :"), gComBeep, frame1);
     auto* comms = new QGridLayout(frame1);
     comms->addWidget(new QLabel(QStringLiteral("Scan each controller every"), frame1), 0, 0);
     comms->addWidget(m_cupdateTime, 0, 1);

@@ -1,5 +1,6 @@
 #include "window_parts.h"
 
+#include <QCheckBox>
 #include <QMdiSubWindow>
 #include <QToolBar>
 #include <QVBoxLayout>
@@ -29,4 +30,13 @@ QAction* addToolButton(QToolBar* toolbar, QStyle::StandardPixmap icon, const QSt
     action->setObjectName(key);
     action->setToolTip(toolTip);
     return action;
+}
+
+QCheckBox* makeOptionBox(const QString& objectName, const QString& caption, bool checked,
+                         QWidget* parent) {
+    auto* box = new QCheckBox(caption, parent);
+    box->setObjectName(objectName);
+    box->setLayoutDirection(Qt::RightToLeft);
+    box->setChecked(checked);
+    return box;
 }

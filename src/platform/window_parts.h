@@ -5,6 +5,7 @@
 #include <QStyle>
 
 class QAction;
+class QCheckBox;
 class QMdiSubWindow;
 class QToolBar;
 class QVBoxLayout;
@@ -20,6 +21,10 @@ QVBoxLayout* makeWindowBody(QMdiSubWindow* window, const QString& objectName,
 QToolBar* makeToolbar(QWidget* parent, Qt::ToolButtonStyle style);
 QAction* addToolButton(QToolBar* toolbar, QStyle::StandardPixmap icon, const QString& key,
                        const QString& toolTip);
+
+// A check box of the setup dialogs: its caption stands before the box, ending in a colon.
+QCheckBox* makeOptionBox(const QString& objectName, const QString& caption, bool checked,
+                         QWidget* parent);
 
 // Long loads hand the event loop a turn this often, so the workstation's timers keep running; a
 // turn after every line would cost more than the work on the line.

@@ -10,6 +10,7 @@
 #include "platform/record_grid.h"
 #include "platform/settings_keys.h"
 #include "platform/settings_store.h"
+#include "platform/window_parts.h"
 #include "record_paths.h"
 #include "security/login.h"
 #include "security/rights.h"
@@ -89,14 +90,12 @@ FrmLoggingSetup::FrmLoggingSetup(QWidget* parent) : QDialog(parent) {
         box->setRange(0, top);
         box->setGroupSeparatorShown(false);
     }
-    m_dtCheck = new QCheckBox(QStringLiteral("Generate log file using date/time:"), this);
-    m_dtCheck->setObjectName(QStringLiteral("dtCheck"));
-    m_dtCheck->setLayoutDirection(Qt::RightToLeft);
-    m_dtCheck->setChecked(gAutoLog == 1);
-    m_slCheck = new QCheckBox(QStringLiteral("Initiate data logging at startup:"), this);
-    m_slCheck->setObjectName(QStringLiteral("SLCheck"));
-    m_slCheck->setLayoutDirection(Qt::RightToLeft);
-    m_slCheck->setChecked(gLogOnStartup == 1);
+    m_dtCheck =
+        makeOptionBox(QStringLiteral("dtCheck"),
+                      QStringLiteral("Generate log file using date/time:"), gAutoLog == 1, this);
+    m_slCheck = makeOptionBox(QStringLiteral("SLCheck"),
+                              QStringLiteral("Initiate data logging at startup:"),
+                              gLogOnStartup == 1, this);
     connect(m_dtCheck, &QCheckBox::clicked, this, &FrmLoggingSetup::dtCheckClicked);
     connect(m_slCheck, &QCheckBox::clicked, this, &FrmLoggingSetup::slCheckClicked);
 
