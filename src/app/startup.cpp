@@ -86,7 +86,7 @@ bool loadSystemFiles(QString* error) {
 void initLogArray() {
     int marked = 0;
     for (const auto& row : gTagTable) {
-        if (row[5].trimmed().toInt() == 1 && ++marked >= 2)
+        if (isLoggedRow(row) && ++marked >= 2)
             break;
     }
     if (marked == 0) {

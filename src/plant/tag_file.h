@@ -1,5 +1,7 @@
 #pragma once
 
+#include "plant_store.h"
+
 #include <QString>
 
 // tags.tgn: single-byte text (Latin-1, so that every byte reads back as it was), 192 rows of six
@@ -21,3 +23,8 @@ bool writeTagFile(const QString& path, QString* error = nullptr);
 // Fills gTagTable from the identity columns of the store (tags, enable flag, type), keeping the
 // log flags already in the table for enabled controllers and clearing those of the others.
 void tagTableFromStore();
+
+// The row's channel is one the data logger writes (its sixth column is 1).
+inline bool isLoggedRow(const std::array<QString, kTagColumns>& row) {
+    return row[5].trimmed().toInt() == 1;
+}

@@ -4,6 +4,7 @@
 #include "daily_files.h"
 #include "file_cipher.h"
 #include "plant/plant_store.h"
+#include "plant/tag_file.h"
 #include "platform/clock.h"
 #include "platform/dialogs.h"
 #include "platform/file_io.h"
@@ -28,7 +29,7 @@ bool gMidnightLatch = false;
 QList<std::pair<int, int>> loggedRows() {
     QList<std::pair<int, int>> rows;
     for (const auto& row : gTagTable) {
-        if (row[5].trimmed().toInt() != 1)
+        if (!isLoggedRow(row))
             continue;
         rows.append({row[0].trimmed().toInt(), row[3].trimmed().toInt()});
     }
@@ -110,7 +111,7 @@ QString dataColumnsLine() {
                        QStringLiteral("Operator Message"), QStringLiteral("Batch Number"),
                        QStringLiteral("Lot Number")};
     for (const auto& row : gTagTable) {
-        if (row[5].trimmed().toInt() == 1)
+        if (isLoggedRow(row))
             fields << row[2];
     }
     return dataRecord(fields);

@@ -159,14 +159,24 @@ void FrmLoggingSetup::loadGrid() {
     RecordGrid::BulkLoad bulk(*m_grid);
     for (int r = 0; r < kTagRows; ++r) {
         const auto& row = gTagTable[static_cast<size_t>(r)];
-        m_grid->setRowFields(
-            r, {QString::number(row[0].trimmed().toInt() + 1),
-                row[5].trimmed().toInt() == 1 ? QStringLiteral("1") : QStringLiteral("0"), row[2]});
+        m_grid->setRowFields(r, {QString::number(row[0].trimmed().toInt() + 1),
+                                 isLoggedRow(row) ? QStringLiteral("1") : QStringLiteral("0"),
+                                 row[2]});
         if (!rowInUse(r)) {
             m_grid->setRowLocked(r, true);
             m_grid->setRowColors(r, QColor(220, 220, 220), QColor(128, 128, 128));
         }
     }
+}
+
+int FrmLoggingSetup::storeChoice() {
+    int chosen = 0;
+    for (int r = 0; r < kTagRows; ++r) {
+        const bool on = m_grid->text(r, WriteOnOff) == QLatin1String("1");
+        gTagTable[static_cast<size_t>(r)][5] = numberPrintForm(on ? 1 : 0);
+        chosen += on ? 1 : 0;
+    }
+    return chosen;
 }
 
 void FrmLoggingSetup::showActiveState() {
@@ -238,13 +248,7 @@ void FrmLoggingSetup::startLog() {
         return;
     }
     gSaveInterval = m_saveInterval->value();
-    int chosen = 0;
-    for (int r = 0; r < kTagRows; ++r) {
-        const bool on = m_grid->text(r, WriteOnOff) == QLatin1String("1");
-        gTagTable[static_cast<size_t>(r)][5] = numberPrintForm(on ? 1 : 0);
-        chosen += on ? 1 : 0;
-    }
-    if (chosen == 0) {
+    if (storeChoice() == 0) {
         msgBox(QStringLiteral("There are no controls enabled for logging!\nPlease select controls "
                               "to log from grid."));
         return;
@@ -295,9 +299,7 @@ void FrmLoggingSetup::stopLog() {
 void FrmLoggingSetup::done(int result) {
     if (!m_closed) {
         m_closed = true;
-        for (int r = 0; r < kTagRows; ++r)
-            gTagTable[static_cast<size_t>(r)][5] =
-                numberPrintForm(m_grid->text(r, WriteOnOff) == QLatin1String("1") ? 1 : 0);
+        storeChoice();
         QString why;
         if (!writeTagFile(gAppPath + QStringLiteral("/tags.tgn"), &why))
             reportError(QStringLiteral("frmLoggingSetup"), lastFileErrorNumber(), why);

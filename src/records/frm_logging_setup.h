@@ -35,6 +35,8 @@ public:
 
 private:
     void loadGrid();
+    // The grid's choice into the log flags of the tag table; the number of channels chosen.
+    int storeChoice();
     void showActiveState();
     void showInactiveState();
     // The box of a change refused while logging; true when it was shown.
