@@ -65,13 +65,7 @@ QString dataRecord(QStringList fields) {
 }
 
 bool writeLine(RecordAppender& file, const QString& plain, QString* why) {
-    const QString cipher = encryptText(plain);
-    if (cipher.isEmpty()) {
-        if (why)
-            *why = QStringLiteral("The line could not be enciphered.");
-        return false;
-    }
-    return file.append((cipher + QStringLiteral("\r\n")).toLatin1(), why);
+    return appendEncipheredLine(file, plain, why) == RecordWrite::Written;
 }
 
 // A data file has its signature file from its first moment: the header alone, replacing any

@@ -24,14 +24,26 @@ QString recordLine(const QStringList& fields) {
     return clean.join(u',');
 }
 
-RecordWrite appendEncipheredLine(const QString& path, const QString& plain, QString* error) {
+namespace {
+// The record line on disk: the cipher text and its line end; empty when the cipher failed.
+QByteArray encipheredLine(const QString& plain, QString* error) {
     const QString cipher = encryptText(plain);
-    if (cipher.isEmpty()) {
-        if (error)
-            *error = QStringLiteral("The line could not be enciphered.");
+    if (cipher.isEmpty() && error)
+        *error = QStringLiteral("The line could not be enciphered.");
+    return cipher.isEmpty() ? QByteArray() : (cipher + QStringLiteral("\r\n")).toLatin1();
+}
+} // namespace
+
+RecordWrite appendEncipheredLine(const QString& path, const QString& plain, QString* error) {
+    const QByteArray line = encipheredLine(plain, error);
+    if (line.isEmpty())
         return RecordWrite::NotEnciphered;
-    }
-    return appendRecordLine(path, (cipher + QStringLiteral("\r\n")).toLatin1(), error)
-               ? RecordWrite::Written
-               : RecordWrite::NotWritten;
+    return appendRecordLine(path, line, error) ? RecordWrite::Written : RecordWrite::NotWritten;
+}
+
+RecordWrite appendEncipheredLine(RecordAppender& file, const QString& plain, QString* error) {
+    const QByteArray line = encipheredLine(plain, error);
+    if (line.isEmpty())
+        return RecordWrite::NotEnciphered;
+    return file.append(line, error) ? RecordWrite::Written : RecordWrite::NotWritten;
 }

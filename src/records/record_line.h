@@ -3,6 +3,8 @@
 #include <QString>
 #include <QStringList>
 
+class RecordAppender;
+
 // Every comma-separated record the workstation writes (audit trail, alarm log, data files) is
 // built here, so that text typed by a user or read from a file can never forge a field or a line.
 // Readers split blindly at commas, so a comma in any field but the last would move every later
@@ -17,4 +19,7 @@ QString recordLine(const QStringList& fields);
 // failure in *error.
 enum class RecordWrite { Written, NotEnciphered, NotWritten };
 RecordWrite appendEncipheredLine(const QString& path, const QString& plain,
+                                 QString* error = nullptr);
+// The same into a record file kept open (the data file of a running log).
+RecordWrite appendEncipheredLine(RecordAppender& file, const QString& plain,
                                  QString* error = nullptr);
