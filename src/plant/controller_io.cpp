@@ -6,7 +6,6 @@
 #include "register_codec.h"
 
 namespace {
-constexpr int kHoldingRegisters = 3;
 constexpr int kK40SetpointRegister = 1;
 constexpr int kProfilerSetpointRegister = 1003;
 } // namespace
@@ -24,11 +23,7 @@ ControllerIo& controllerIo() {
 void ControllerIo::writeToControllerProcedure(int nodeAddress, int registerNumber, qint32 value) {
     if (gSimMode)
         return;
-    m_modctl2->node = nodeAddress;
-    m_modctl2->dataArea = kHoldingRegisters;
-    m_modctl2->firstRegister = registerNumber;
-    m_modctl2->count = 1;
-    m_modctl2->direction = 1;
+    m_modctl2->prepare(nodeAddress, ModbusArea::Holding, registerNumber, 1, 1);
     const int row = nodeAddress - 1;
     if (validRow(row) && gControlType[row] < 1)
         m_modctl2->setLongData(0, value);

@@ -4,9 +4,7 @@
 
 #include <QTimer>
 
-namespace {
-constexpr int kHoldingRegisters = 3;
-} // namespace
+namespace {} // namespace
 
 PacedSequence::PacedSequence(const QString& modctlName, const QString& timerName, QObject* parent)
     : QObject(parent), m_modctl(new Modctl(this)), m_timer(new QTimer(this)) {
@@ -50,11 +48,7 @@ void PacedSequence::tick() {
         finishWrites();
         return;
     }
-    m_modctl->node = write->node;
-    m_modctl->dataArea = kHoldingRegisters;
-    m_modctl->firstRegister = write->registerNumber;
-    m_modctl->count = 1;
-    m_modctl->direction = 1;
+    m_modctl->prepare(write->node, ModbusArea::Holding, write->registerNumber, 1, 1);
     m_modctl->setLongData(0, write->raw);
     m_modctl->start();
     ++m_stage;
@@ -69,20 +63,12 @@ void PacedSequence::finishWrites() {
 }
 
 void PacedSequence::readBlock(int node, int firstRegister, int count) {
-    m_modctl->node = node;
-    m_modctl->dataArea = kHoldingRegisters;
-    m_modctl->firstRegister = firstRegister;
-    m_modctl->count = count;
-    m_modctl->direction = 0;
+    m_modctl->prepare(node, ModbusArea::Holding, firstRegister, count, 0);
     m_modctl->start();
 }
 
 void PacedSequence::writeBlock(int node, int firstRegister, const QVector<quint16>& words) {
-    m_modctl->node = node;
-    m_modctl->dataArea = kHoldingRegisters;
-    m_modctl->firstRegister = firstRegister;
-    m_modctl->count = static_cast<int>(words.size());
-    m_modctl->direction = 1;
+    m_modctl->prepare(node, ModbusArea::Holding, firstRegister, static_cast<int>(words.size()), 1);
     for (int i = 0; i < words.size(); ++i)
         m_modctl->setLongData(i, words[i]);
     m_modctl->start();

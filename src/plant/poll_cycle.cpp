@@ -12,8 +12,6 @@ constexpr int kK40FirstRegister = 129;
 constexpr int kK40Count = 5;
 constexpr int kProfilerFirstRegister = 1001;
 constexpr int kProfilerCount = 9;
-constexpr int kHoldingRegisters = 3;
-constexpr int kInputRegisters = 2;
 // Ticks a K40 request may stay unanswered before the same position is asked again.
 constexpr int kStallTicks = 2;
 } // namespace
@@ -52,11 +50,8 @@ void PollCycle::readControllerBlock() {
     readDone = false;
     if (gActiveList.value(0) < 1)
         return;
-    m_modctl->node = gActiveList.value(gPollIndex);
-    m_modctl->dataArea = kHoldingRegisters;
-    m_modctl->firstRegister = kK40FirstRegister;
-    m_modctl->count = kK40Count;
-    m_modctl->direction = 0;
+    m_modctl->prepare(gActiveList.value(gPollIndex), ModbusArea::Holding, kK40FirstRegister,
+                      kK40Count, 0);
     m_modctl->start();
 }
 
@@ -64,11 +59,8 @@ void PollCycle::readProfilerBlock() {
     // No handshake: a profiler is asked on every tick that finds it at the position.
     if (gActiveList.value(0) < 1)
         return;
-    m_modctl->node = gActiveList.value(gPollIndex);
-    m_modctl->dataArea = kInputRegisters;
-    m_modctl->firstRegister = kProfilerFirstRegister;
-    m_modctl->count = kProfilerCount;
-    m_modctl->direction = 0;
+    m_modctl->prepare(gActiveList.value(gPollIndex), ModbusArea::Input, kProfilerFirstRegister,
+                      kProfilerCount, 0);
     m_modctl->start();
 }
 

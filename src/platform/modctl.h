@@ -21,6 +21,12 @@ inline constexpr int SlaveBusy = 16;      // exception 6, or this control still 
 inline constexpr int InvalidNode = 18;    // gateway exceptions 10 and 11, or a node out of range
 } // namespace ModbusCode
 
+// Data areas of the link control.
+namespace ModbusArea {
+inline constexpr int Input = 2;   // input registers, read with 0x04
+inline constexpr int Holding = 3; // holding registers, read 0x03, written 0x06 or 0x10
+} // namespace ModbusArea
+
 struct ModbusRequest {
     int node = 1;
     int dataArea = 3;      // 3 holding registers, 2 input registers
@@ -74,6 +80,15 @@ public:
     // Word i as a 32-bit number: 0..65535 for a word read, or what was set for a write.
     qint32 longData(int i) const;
     void setLongData(int i, qint32 value);
+
+    // Sets the five fields of a transaction at once.
+    void prepare(int nodeAddress, int area, int first, int words, int dir) {
+        node = nodeAddress;
+        dataArea = area;
+        firstRegister = first;
+        count = words;
+        direction = dir;
+    }
 
     bool busy() const { return m_busy; }
     void start();
