@@ -163,6 +163,9 @@ bool startDataFile() {
 }
 
 void dataSaveTimerTick() {
+    // A tick that was already on its way when the log stopped has no file to write to.
+    if (!gLogging)
+        return;
     const QDateTime now = currentDateTime();
     if (++gSaveTick != gSaveInterval)
         return;
