@@ -6,6 +6,7 @@
 #include <QDialog>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QThread>
 
 ModalScript::ModalScript() {
     // Often enough to answer at once, seldom enough not to spin a waiting test.
@@ -31,6 +32,11 @@ void ModalScript::act(std::function<void(QDialog*)> step) {
 }
 
 void ModalScript::poll() {
+    // Only a dialog running its own event loop is one the code ran into. A modal dialog the test
+    // shows itself is the test's to drive, and the test's own waits (qWait, QTRY) turn the loop
+    // at level 0: answering there would close it under the test as soon as a wait fell due.
+    if (QThread::currentThread()->loopLevel() == 0)
+        return;
     // The top of the modal stack: a dialog opened from a modal dialog answers first.
     auto* open = qobject_cast<QDialog*>(QApplication::activeModalWidget());
     if (!open || !open->isVisible())

@@ -9,9 +9,9 @@
 
 class QDialog;
 
-// Answers the modal dialogs of our own (login, user access) that a test runs into: each step
-// acts on the next dialog that is open and idle. A dialog no step was left for is cancelled
-// and counted, so that a test can never hang on one.
+// Answers the modal dialogs of our own (login, user access) that a test runs into, those run with
+// exec(): each step acts on the next dialog that is open and idle. A dialog no step was left for is
+// cancelled and counted, so that a test can never hang on one.
 class ModalScript : public QObject {
     Q_OBJECT
 public:
