@@ -1,20 +1,39 @@
 #pragma once
 
-// Reading back what the audit writers put on disk.
+// Record files as the tests make and read them back: raw bytes, enciphered lines, grid rows.
 
+#include "platform/record_grid.h"
 #include "records/file_cipher.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QStringList>
+
+inline QByteArray readBytes(const QString& path) {
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+// Makes the folder when it is missing.
+inline bool writeBytes(const QString& path, const QByteArray& bytes) {
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
+}
+
+// One enciphered line a plain line, each with CR LF, as the workstation writes them.
+inline QByteArray enciphered(const QStringList& plain) {
+    QByteArray out;
+    for (const QString& line : plain)
+        out += encryptText(line).toLatin1() + "\r\n";
+    return out;
+}
 
 // The plain lines of a record file; a line that does not decipher comes back empty.
 inline QStringList plainLinesOf(const QString& path) {
-    QFile f(path);
     QStringList out;
-    if (!f.open(QIODevice::ReadOnly))
-        return out;
-    const QList<QByteArray> lines = f.readAll().split('\n');
-    for (const QByteArray& raw : lines) {
+    for (const QByteArray& raw : readBytes(path).split('\n')) {
         if (!raw.isEmpty())
             out << decryptText(QString::fromLatin1(raw).trimmed());
     }
@@ -25,5 +44,12 @@ inline QStringList actionsOf(const QString& path) {
     QStringList out;
     for (const QString& line : plainLinesOf(path))
         out << line.section(u',', 5);
+    return out;
+}
+
+inline QStringList rowOf(const RecordGrid* grid, int row) {
+    QStringList out;
+    for (int c = 0; c < grid->columnCount(); ++c)
+        out << grid->text(row, c);
     return out;
 }

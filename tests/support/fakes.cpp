@@ -33,6 +33,14 @@ FileDialogResult ScriptedDialogs::openFile(const FileDialogRequest& request) {
     return r;
 }
 
+std::optional<QString> ScriptedDialogs::inputBox(const QString&, const QString&, const QString&) {
+    if (inputs.empty())
+        return std::nullopt;
+    const QString answer = inputs.front();
+    inputs.pop_front();
+    return answer;
+}
+
 FileDialogResult ScriptedDialogs::saveFile(const FileDialogRequest& request) {
     return openFile(request);
 }

@@ -29,13 +29,12 @@ public:
     std::deque<MsgAnswer> answers; // taken in order; when empty the first button is the answer
     QList<FileDialogRequest> fileRequests;
     std::deque<FileDialogResult> fileAnswers; // when empty: cancelled
+    std::deque<QString> inputs;               // input box answers; when empty: cancelled
     QStringList openedDocuments;              // none opens: the help file cannot be shown
 
     MsgAnswer messageBox(MsgIcon icon, MsgButtons buttons, const QString& title,
                          const QString& text) override;
-    std::optional<QString> inputBox(const QString&, const QString&, const QString&) override {
-        return std::nullopt;
-    }
+    std::optional<QString> inputBox(const QString&, const QString&, const QString&) override;
     FileDialogResult openFile(const FileDialogRequest& request) override;
     FileDialogResult saveFile(const FileDialogRequest& request) override;
     std::optional<QColor> chooseColour(const QColor&) override { return std::nullopt; }
@@ -110,11 +109,14 @@ public:
     QString outputFolder;
     QStringList outputs; // every file a job was given, in order
     QStringList jobNames;
+    bool printDialogAnswered = false; // OK with one copy; else the print dialog is cancelled
 
     bool hasDefaultPrinter() override { return available; }
     std::unique_ptr<QPrinter> defaultPrinter(const QString& jobName) override;
-    // No test chooses a printer yet: the dialog is always cancelled.
-    bool choosePrinter(QPrinter&, int*) override { return false; }
+    bool choosePrinter(QPrinter&, int* copies) override {
+        *copies = 1;
+        return printDialogAnswered;
+    }
 };
 
 // The machine's accounts as a table of users.
