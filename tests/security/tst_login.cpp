@@ -23,7 +23,6 @@ class TstLogin : public QObject {
 private slots:
     void groupOrderDecidesTheLevel();
     void siteGroupNamesMapToTheSystemsNames();
-    void gecosFieldsGiveNameAndComment();
 
     void menuLoginThreeFailures();
     void forgedNameNeverReachesAccountsOrRecords();
@@ -146,19 +145,6 @@ void TstLogin::siteGroupNamesMapToTheSystemsNames() {
     }
     // An unknown user, or one without groups, gives one empty element.
     QCOMPARE(net.GetUserGroups({}, "nobody-here", true), QStringList{QString()});
-}
-
-void TstLogin::gecosFieldsGiveNameAndComment() {
-    // The field as the account database holds it, the full name and the comment taken from it.
-    const QList<QStringList> rows{
-        {"Jane Doe,Room 4,555-1,555-2,Shift lead", "Jane Doe", "Shift lead"},
-        {"Jane Doe,,,,Lead, line 2, nights", "Jane Doe", "Lead, line 2, nights"},
-        {"Jane Doe,a,b,c", "Jane Doe", ""}};
-    for (const QStringList& r : rows) {
-        const AccountRecord a = recordFromPasswd("jdoe", r[0]);
-        QCOMPARE((QStringList{r[0], a.logonName, a.fullName, a.comment, a.userComment}),
-                 (QStringList{r[0], "jdoe", r[1], r[2], ""}));
-    }
 }
 
 void TstLogin::menuLoginThreeFailures() {

@@ -125,8 +125,9 @@ void TstRealAccounts::initTestCase() {
     QCOMPARE(run("useradd", {"-M", "-U", "-G", "sorvantel-administrators,sorvantel-operators", "-c",
                              "Alice Tester,,,,Night shift, line 2", m_alice}),
              0);
-    QCOMPARE(
-        run("useradd", {"-M", "-U", "-G", "sorvantel-supervisors", "-c", "Bob Builder", m_bob}), 0);
+    QCOMPARE(run("useradd", {"-M", "-U", "-G", "sorvantel-supervisors", "-c",
+                             "Bob Builder,Room 4,555-1,555-2", m_bob}),
+             0);
     QCOMPARE(
         run("chpasswd", {},
             (m_alice + ":" + kAlicePassword + "\n" + m_bob + ":" + kBobPassword + "\n").toUtf8()),
@@ -156,7 +157,8 @@ void TstRealAccounts::passwordsGroupsAndNamesFromTheSystem() {
                        pam.checkPassword("svtest-nobody", kAlicePassword),
                        pam.checkPassword(QString(), kAlicePassword)}),
              (QList<C>{C::Accepted, C::Accepted, C::Refused, C::Refused, C::Refused, C::Refused}));
-    // Groups and names come from the account itself.
+    // Groups and names come from the account itself; the comment is the fifth field, split off at
+    // the first four commas only.
     QCOMPARE((QList<QStringList>{pam.groupsOf(m_alice), pam.groupsOf(m_bob)}),
              (QList<QStringList>{{m_alice, "sorvantel-administrators", "sorvantel-operators"},
                                  {m_bob, "sorvantel-supervisors"}}));
