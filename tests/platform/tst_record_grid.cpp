@@ -1,9 +1,9 @@
 #include "platform/record_grid.h"
+#include "support/audit_files.h"
+#include "support/fakes.h"
 
 #include <QComboBox>
-#include <QFile>
 #include <QPrinter>
-#include <QProcess>
 #include <QSignalSpy>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -28,16 +28,6 @@ void fill(RecordGrid& grid, int rows, int columns) {
     }
 }
 
-QByteArray readFile(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-bool writeFile(const QString& path, const QByteArray& bytes) {
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
-}
-
 // The grid's cells row by row, fields joined with '|'.
 QStringList cells(const RecordGrid& grid) {
     QStringList rows;
@@ -59,12 +49,7 @@ QStringList printedPages(RecordGrid& grid, const GridPrintJob& job, const QStrin
     printer.setOutputFileName(path);
     if (!grid.print(printer, job))
         return {};
-    QProcess process;
-    process.start(QStringLiteral("pdftotext"),
-                  {QStringLiteral("-layout"), path, QStringLiteral("-")});
-    if (!process.waitForFinished(30000) || process.exitCode() != 0)
-        return {};
-    QStringList pages = QString::fromUtf8(process.readAllStandardOutput()).split(u'\f');
+    QStringList pages = pdfText(path).split(u'\f');
     if (!pages.isEmpty() && pages.last().trimmed().isEmpty())
         pages.removeLast();
     return pages;
@@ -178,7 +163,7 @@ void TstRecordGrid::exportWritesTheFormatAndLoadsBack() {
     const QString path = m_dir->filePath("out.txt");
     QString error;
     QVERIFY2(grid.exportText(path, format, &error), qPrintable(error));
-    QCOMPARE(readFile(path),
+    QCOMPARE(readBytes(path),
              QByteArray("'T1';;'T\xFC';;'T3'<EOL>'a';;'';;'c'<EOL>'';;'\xE9\xB0';;''<EOL>"));
 
     RecordGrid back;
@@ -213,7 +198,7 @@ void TstRecordGrid::loadReadsTheFile() {
     QFETCH(QString, cellDelimiter);
     QFETCH(QStringList, rows);
     const QString path = m_dir->filePath("in.txt");
-    QVERIFY(writeFile(path, file));
+    QVERIFY(writeBytes(path, file));
     RecordGrid grid;
     fill(grid, 7, 9); // everything of this goes
     grid.setRowColors(1, Qt::blue, {});
@@ -241,7 +226,7 @@ void TstRecordGrid::failedFileOperationsChangeNothing() {
     QVERIFY(!grid.loadText(m_dir->filePath("missing.txt"), {}, &error));
     QVERIFY(error.contains("missing.txt"));
     const QString path = m_dir->filePath("kept.txt");
-    QVERIFY(writeFile(path, "a,b\r\n"));
+    QVERIFY(writeBytes(path, "a,b\r\n"));
     GridTextFormat noRows;
     noRows.rowDelimiter.clear();
     error.clear();
@@ -254,7 +239,7 @@ void TstRecordGrid::failedFileOperationsChangeNothing() {
     QVERIFY(!grid.exportText(m_dir->filePath("no/such/folder/out.txt"), {}, &error));
     QVERIFY(!error.isEmpty());
     QVERIFY(!grid.exportText(path, noRows, &error));
-    QCOMPARE(readFile(path), QByteArray("a,b\r\n")); // the old file stays whole
+    QCOMPARE(readBytes(path), QByteArray("a,b\r\n")); // the old file stays whole
 }
 
 // A cell is locked when the grid, its column, its row or the cell itself is; the flags, the
