@@ -52,9 +52,9 @@ bool readTagFile(const QString& path, QString* error) {
     auto table = std::make_unique<std::array<std::array<QString, kTagColumns>, kTagRows>>();
     for (int r = 0; r < kTagRows; ++r) {
         for (int c = 0; c < kTagColumns; ++c) {
-            QByteArray line = lines[r * kTagColumns + c];
-            if (line.endsWith('\r'))
-                line.chop(1);
+            // Not only the CR of the line end: the writer drops every CR from a cell (another
+            // editor takes one for a line end), so a cell read with one would not read back.
+            const QByteArray line = QByteArray(lines[r * kTagColumns + c]).replace('\r', "");
             (*table)[r][c] = QString::fromLatin1(line);
         }
     }
@@ -98,8 +98,11 @@ bool writeTagFile(const QString& path, QString* error) {
         for (int c = 0; c < kTagColumns; ++c) {
             const QString& cell = gTagTable[r][c];
             QString line = cell;
+            // A fraction stays as it stands: its print form would round, and the enable flag, read
+            // as it stands, would change (0.8 is no 1, " 1 " is).
             if (c != kTagColumn) {
-                if (const auto n = wholeNumber(cell))
+                const auto n = wholeNumber(cell);
+                if (n && QLocale::c().toDouble(cell.trimmed()) == *n)
                     line = numberPrintForm(*n);
             }
             // A line break inside a tag would shift every later line of the file.
@@ -109,6 +112,10 @@ bool writeTagFile(const QString& path, QString* error) {
         }
     }
     return writeFileAtomically(path, out, error);
+}
+
+bool isLoggedRow(const std::array<QString, kTagColumns>& row) {
+    return wholeNumber(row[5]) == 1;
 }
 
 void tagTableFromStore() {

@@ -24,7 +24,6 @@ bool writeTagFile(const QString& path, QString* error = nullptr);
 // log flags already in the table for enabled controllers and clearing those of the others.
 void tagTableFromStore();
 
-// The row's channel is one the data logger writes (its sixth column is 1).
-inline bool isLoggedRow(const std::array<QString, kTagColumns>& row) {
-    return row[5].trimmed().toInt() == 1;
-}
+// The row's channel is one the data logger writes (its sixth column holds 1, in any number form
+// the reader takes: " 1 ", "1.0").
+bool isLoggedRow(const std::array<QString, kTagColumns>& row);

@@ -678,7 +678,8 @@ bool RecordGridModel::exportText(const QString& path, const GridTextFormat& form
         if (buffer.size() >= kChunk)
             flush();
     };
-    if (format.columnTitles)
+    // A grid without columns has no titles: a blank title line would load back as one column.
+    if (format.columnTitles && columnCount() > 0)
         appendLine([&](int c) { buffer.append(m_columns.at(c).title.toLatin1()); });
     for (const PackedRow& row : m_rows)
         appendLine([&](int c) { appendLatin1(buffer, row.field(c)); });

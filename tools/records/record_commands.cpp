@@ -164,6 +164,16 @@ QString defaultExportPath(const QString& file) {
 int exportRecords(const QString& file, const QString& csvFile, bool force, QIODevice& out,
                   QIODevice& err) {
     const QString csvPath = csvFile.isEmpty() ? defaultExportPath(file) : csvFile;
+    // Plain text under any other name could take the place of a record file (with --force, a
+    // signature file or a trail), or pass for one beside them.
+    const QFileInfo target(csvPath);
+    const auto isCsv = [](const QString& path) {
+        return path.endsWith(QLatin1String(".csv"), Qt::CaseInsensitive);
+    };
+    if (!isCsv(csvPath) || (target.exists() && !isCsv(target.canonicalFilePath()))) {
+        say(err, QStringLiteral("%1: is no .csv file; the export writes only to one").arg(csvPath));
+        return kUnusable;
+    }
     QByteArray csv;
     qint64 lines = 0;
     int status = kOk;
@@ -183,7 +193,6 @@ int exportRecords(const QString& file, const QString& csvFile, bool force, QIODe
         say(err, QStringLiteral("%1: cannot be read: %2").arg(file, why));
         return kUnusable;
     }
-    const QFileInfo target(csvPath);
     if (target.exists()) {
         // A record file named .csv, or a link to it, would otherwise be replaced by its own
         // plain text.

@@ -1,0 +1,77 @@
+// Poll replies from outside: any block of words a controller sends decodes to readings that read
+// as numbers, in the ranges of the store, and where the reading carries every digit of the
+// register, the encoders give the register word back.
+
+#include "fuzz_support.h"
+#include "plant/plant_store.h"
+#include "plant/register_codec.h"
+
+#include <cstring>
+
+namespace {
+// Digits behind the point of a reading the K40 decoder formatted.
+int decimalsOf(const QString& text) {
+    const qsizetype point = text.indexOf(u'.');
+    return point < 0 ? 0 : int(text.size() - point - 1);
+}
+
+void checkK40(int row, const qint16 words[5]) {
+    decodeK40Block(row, words);
+    const qint16 code = gDecimal[row];
+    require(code >= 0 && code <= 3, "the decimal code is 0..3");
+    const bool scaled = (words[4] & 0x1000) != 0;
+    require(gFixedTenth[row] == !scaled, "fixed tenths unless bit 12 of the status is set");
+    const float scales[4] = {1.0F, 0.1F, 0.01F, 0.001F};
+    require(gScale[row] == (scaled ? scales[code] : 0.1F), "the scale follows the status word");
+    require(gAlarmState[row] == words[4] && gPctOut[row] == float(words[2] * 0.01),
+            "the status and output words are kept");
+    const int multiplier = rawMultiplier(row);
+    require((multiplier == 0) == (!scaled && code > 1), "only fixed tenths above code 1 refuse");
+    for (int k = 0; k < 2; ++k) {
+        const PlantValue& value = k == 0 ? gPV[row] : gSP[row];
+        const auto number = value.asNumber();
+        require(value.isText() && number.has_value(), "a K40 reading reads as a number");
+        require(decimalsOf(value.toText()) == code, "a K40 reading has the digits of its code");
+        // Fixed tenths shown with no decimal cut the tenth off; every other form is exact.
+        const qint32 raw = wordToUnsigned(words[k]);
+        if (!scaled && code == 0 && (raw - kValueOffset) % 10 != 0)
+            continue;
+        require(encodeK40(*number, gScale[row]) == raw, "a K40 reading encodes to its word");
+        if (multiplier != 0)
+            require(roundHalfEven(*number * multiplier) + kValueOffset == raw,
+                    "the raw multiplier gives the word back");
+    }
+}
+
+void checkProfiler(int row, const qint16 words[9]) {
+    decodeProfilerBlock(row, words);
+    require(gDecimal[row] == 1 && gScale[row] == 1.0F && gFixedTenth[row],
+            "a profiler reads in fixed tenths");
+    require(rawMultiplier(row) == 10, "a profiler value is written in tenths");
+    require(gAlarmState[row] == words[6] && gProfState[row] == words[8] &&
+                gPctOut[row] == float(words[3] * 0.01),
+            "the status words are kept");
+    for (int k = 0; k < 2; ++k) {
+        const auto number = (k == 0 ? gPV[row] : gSP[row]).asNumber();
+        require(number.has_value(), "a profiler reading reads as a number");
+        require(encodeTenths(*number) == words[k], "a profiler reading encodes to its word");
+    }
+}
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size < 2)
+        return 0;
+    resetPlantStore();
+    const bool profiler = (data[0] & 1) != 0;
+    const int row = (data[0] >> 1) % kControllerCount;
+    qint16 words[9] = {};
+    std::memcpy(words, data + 1, std::min(size - 1, sizeof words));
+    if (profiler)
+        checkProfiler(row, words);
+    else
+        checkK40(row, words);
+    for (int r = 0; r < kControllerCount; ++r)
+        require(r == row || (gPV[r].isEmpty() && gSP[r].isEmpty()), "only its own row changes");
+    return 0;
+}

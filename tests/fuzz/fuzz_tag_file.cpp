@@ -1,0 +1,82 @@
+// tags.tgn from outside: a refused file leaves the plant as it was, and a file that reads is
+// written back to bytes that read the same, which written again do not change.
+
+#include "fuzz_support.h"
+#include "plant/plant_store.h"
+#include "plant/tag_file.h"
+
+namespace {
+struct Plant {
+    decltype(gTagTable) table;
+    ControllerColumn<QString> pv, sp, out;
+    ControllerColumn<qint16> type, logChannel;
+    ControllerColumn<bool> enabled;
+    bool operator==(const Plant&) const = default;
+};
+
+Plant plantNow() {
+    return {gTagTable, gPvTag, gSpTag, gOutTag, gControlType, gLogChannel, gControlEnabled};
+}
+
+// What the workstation reads from the table: the identity columns, every tag and which channels
+// are logged. Number cells are written in their print form, so their text may change.
+bool readsTheSame(const Plant& a, const Plant& b) {
+    for (int r = 0; r < kTagRows; ++r) {
+        if (a.table[r][2] != b.table[r][2] || isLoggedRow(a.table[r]) != isLoggedRow(b.table[r]))
+            return false;
+    }
+    return a.pv == b.pv && a.sp == b.sp && a.out == b.out && a.type == b.type &&
+           a.logChannel == b.logChannel && a.enabled == b.enabled;
+}
+
+// A plant of both families with logged channels, as the controller setup writes it and the
+// reader reads it.
+const Plant& knownPlant() {
+    static const Plant known = [] {
+        resetPlantStore();
+        for (int c : {0, 1, 5, 63}) {
+            gControlEnabled[c] = true;
+            gControlType[c] = static_cast<qint16>(c % 3);
+            gPvTag[c] = QStringLiteral("TIC-%1").arg(101 + c);
+            gSpTag[c] = gPvTag[c] + QStringLiteral(".SP");
+            gOutTag[c] = gPvTag[c] + QStringLiteral(".OUT");
+        }
+        tagTableFromStore();
+        gTagTable[0][5] = numberPrintForm(1);
+        const QString path = scratchFolder() + QStringLiteral("/known.tgn");
+        require(writeTagFile(path), "the known plant is written");
+        resetPlantStore();
+        require(readTagFile(path), "the known plant reads");
+        return plantNow();
+    }();
+    return known;
+}
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const QString& dir = scratchFolder();
+    const Plant& before = knownPlant();
+    resetPlantStore();
+    gTagTable = before.table;
+    gPvTag = before.pv;
+    gSpTag = before.sp;
+    gOutTag = before.out;
+    gControlType = before.type;
+    gLogChannel = before.logChannel;
+    gControlEnabled = before.enabled;
+
+    writeBytes(dir + QStringLiteral("/in.tgn"), inputBytes(data, size));
+    if (!readTagFile(dir + QStringLiteral("/in.tgn"))) {
+        require(plantNow() == before, "a refused file leaves the store as it was");
+        return 0;
+    }
+    const Plant first = plantNow();
+    require(writeTagFile(dir + QStringLiteral("/once.tgn")), "a plant that read is written");
+    require(readTagFile(dir + QStringLiteral("/once.tgn")), "what was written reads");
+    require(readsTheSame(first, plantNow()), "written back, the file reads the same");
+    require(writeTagFile(dir + QStringLiteral("/twice.tgn")), "a plant that read is written");
+    require(readBytes(dir + QStringLiteral("/once.tgn")) ==
+                readBytes(dir + QStringLiteral("/twice.tgn")),
+            "write(read(x)) is a fixed point");
+    return 0;
+}
