@@ -6,6 +6,7 @@
 #include <QElapsedTimer>
 #include <QModbusRtuSerialServer>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
@@ -20,11 +21,12 @@ struct Probe {
     int events = 0;
     int last = 99;
 
-    Probe(int node, int area, int first, int count) {
+    Probe(int node, int area, int first, int count, int direction = 0) {
         ctl.node = node;
         ctl.dataArea = area;
         ctl.firstRegister = first;
         ctl.count = count;
+        ctl.direction = direction;
         auto done = [this](int code) {
             last = code;
             ++events;
@@ -33,31 +35,25 @@ struct Probe {
         QObject::connect(&ctl, &Modctl::writeComplete, [done] { done(0); });
         QObject::connect(&ctl, &Modctl::error, done);
     }
-};
 
-// Starts the transaction and waits for its outcome.
-int outcome(Probe& p) {
-    const int before = p.events;
-    p.ctl.start();
-    QElapsedTimer t;
-    t.start();
-    while (p.events == before && t.elapsed() < 6000)
-        QTest::qWait(5);
-    return p.events == before ? 99 : p.last;
-}
-
-// Asks again and again until a transaction succeeds or a few seconds have passed: the link
-// heals by itself after a fault, without anyone restarting it.
-int outcomeOnceHealed(Probe& p) {
-    int code = outcome(p);
-    QElapsedTimer t;
-    t.start();
-    while (code != 0 && t.elapsed() < 8000) {
-        QTest::qWait(100);
-        code = outcome(p);
+    // Starts the transaction and waits for its outcome; 99 when none came.
+    int run() {
+        const int before = events;
+        ctl.start();
+        return QTest::qWaitFor([&] { return events != before; }, 6000) ? last : 99;
     }
-    return code;
-}
+
+    // Asks again and again until a transaction succeeds or a few seconds have passed: the link
+    // heals by itself after a fault, without anyone restarting it.
+    int runOnceHealed() {
+        QElapsedTimer t;
+        t.start();
+        int code = run();
+        for (; code != 0 && t.elapsed() < 8000; code = run())
+            QTest::qWait(100);
+        return code;
+    }
+};
 } // namespace
 
 class TstModbusLink : public QObject {
@@ -67,8 +63,7 @@ private slots:
     void cleanup();
 
     void readsBothFamiliesOverTheSharedConnection();
-    void writesSingleAndBlock();
-    void exceptionsMapToLoggerCodes();
+    void writesAndExceptionsMapToLoggerCodes();
     void deadNodeTimesOutAndLateReplyIsIgnored();
     void brokenRepliesFailAndTheLinkHeals();
     void rtuThroughAPtyPair();
@@ -76,7 +71,6 @@ private slots:
 private:
     std::unique_ptr<sim::SimPlant> m_plant;
     std::unique_ptr<sim::SimServer> m_server;
-    quint16 m_port = 0;
 };
 
 void TstModbusLink::init() {
@@ -89,9 +83,8 @@ void TstModbusLink::init() {
              qPrintable(error));
     m_server = std::make_unique<sim::SimServer>(m_plant.get());
     QVERIFY(m_server->listen(QHostAddress::LocalHost, 0));
-    m_port = m_server->port();
     LinkSettings s;
-    s.port = m_port;
+    s.port = m_server->port();
     s.timeoutMs = kTimeoutMs;
     installModbusBackend(std::make_unique<QtModbusBackend>(s));
 }
@@ -116,49 +109,40 @@ void TstModbusLink::readsBothFamiliesOverTheSharedConnection() {
     QCOMPARE(m_server->connectionCount(), 1);
 }
 
-void TstModbusLink::writesSingleAndBlock() {
-    Probe sp(1, 3, 1, 1);
-    sp.ctl.direction = 1;
+void TstModbusLink::writesAndExceptionsMapToLoggerCodes() {
+    Probe sp(1, 3, 1, 1, 1);
     sp.ctl.setLongData(0, 19999 + 15000); // 1500.0: a word above 32767
-    QCOMPARE(outcome(sp), 0);
+    QCOMPARE(sp.run(), 0);
     QCOMPARE(m_plant->sp(1), 1500.0);
-    Probe k8sp(5, 3, 1003, 1);
-    k8sp.ctl.direction = 1;
+    Probe k8sp(5, 3, 1003, 1, 1);
     k8sp.ctl.setData(0, -15);
-    QCOMPARE(outcome(k8sp), 0);
+    QCOMPARE(k8sp.run(), 0);
     QCOMPARE(m_plant->sp(5), -1.5);
     // An input register cannot be written: refused before it reaches the wire.
-    Probe bad(5, 2, 1001, 1);
-    bad.ctl.direction = 1;
-    QCOMPARE(outcome(bad), 1);
-}
+    QCOMPARE(Probe(5, 2, 1001, 1, 1).run(), 1);
 
-void TstModbusLink::exceptionsMapToLoggerCodes() {
-    Probe missing(1, 3, 4000, 2);
-    QCOMPARE(outcome(missing), 2);
+    QCOMPARE(Probe(1, 3, 4000, 2).run(), 2);
     Probe busy(2, 3, 129, 5);
     for (auto [exception, code] : {std::pair{6, 16}, {11, 18}, {3, 3}, {0, 0}}) {
         m_server->setException(2, exception);
-        QCOMPARE(outcome(busy), code);
+        QCOMPARE(busy.run(), code);
     }
 }
 
 void TstModbusLink::deadNodeTimesOutAndLateReplyIsIgnored() {
-    Probe dead(9, 3, 129, 5); // not in the plant
     QElapsedTimer t;
     t.start();
-    QCOMPARE(outcome(dead), -3);
+    QCOMPARE(Probe(9, 3, 129, 5).run(), -3); // not in the plant
     QVERIFY2(t.elapsed() < kTimeoutMs + 700, qPrintable(QString::number(t.elapsed())));
     // A reply that comes after the time-out must not be taken for the next request's.
     m_server->setDelay(1, kTimeoutMs + 200);
-    Probe late(1, 3, 129, 5);
-    QCOMPARE(outcome(late), -3);
+    QCOMPARE(Probe(1, 3, 129, 5).run(), -3);
     m_server->setDelay(1, 0);
     Probe next(2, 3, 129, 5);
-    QCOMPARE(outcome(next), 0);
+    QCOMPARE(next.run(), 0);
     QCOMPARE(next.ctl.longData(1), 19999 + 550);
     QTest::qWait(300);
-    QCOMPARE(outcome(next), 0);
+    QCOMPARE(next.run(), 0);
     QCOMPARE(next.ctl.longData(1), 19999 + 550);
 }
 
@@ -167,16 +151,16 @@ void TstModbusLink::deadNodeTimesOutAndLateReplyIsIgnored() {
 void TstModbusLink::brokenRepliesFailAndTheLinkHeals() {
     m_server->setCut(1, true);
     Probe p(1, 3, 129, 5);
-    const int code = outcome(p);
+    const int code = p.run();
     QVERIFY2(code == -3 || code == -1 || code == -2, qPrintable(QString::number(code)));
     m_server->setCut(1, false);
-    QCOMPARE(outcomeOnceHealed(p), 0);
+    QCOMPARE(p.runOnceHealed(), 0);
 
     m_server->setGarble(2, true);
     Probe q(2, 3, 129, 5);
-    QVERIFY(outcome(q) != 0);
+    QVERIFY(q.run() != 0);
     m_server->setGarble(2, false);
-    QCOMPARE(outcomeOnceHealed(q), 0);
+    QCOMPARE(q.runOnceHealed(), 0);
     QCOMPARE(q.ctl.longData(1), 19999 + 550);
 }
 
@@ -188,19 +172,21 @@ void TstModbusLink::rtuThroughAPtyPair() {
     const QString a = dir.filePath("ttyA");
     const QString b = dir.filePath("ttyB");
     QProcess pair;
-    pair.start(socat, {"-d", QString("pty,raw,echo=0,link=%1").arg(a),
-                       QString("pty,raw,echo=0,link=%1").arg(b)});
+    pair.start(socat, {"-d", "pty,raw,echo=0,link=" + a, "pty,raw,echo=0,link=" + b});
     QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(a) && QFile::exists(b), 5000);
+    auto stop = qScopeGuard([&] {
+        installModbusBackend(nullptr);
+        pair.terminate();
+        pair.waitForFinished(2000);
+    });
 
     QModbusRtuSerialServer slave;
     slave.setConnectionParameter(QModbusDevice::SerialPortNameParameter,
                                  QFileInfo(b).canonicalFilePath());
     slave.setConnectionParameter(QModbusDevice::SerialBaudRateParameter, 19200);
     slave.setServerAddress(7);
-    QModbusDataUnitMap map;
-    map.insert(QModbusDataUnit::HoldingRegisters,
-               QModbusDataUnit(QModbusDataUnit::HoldingRegisters, 129, 5));
-    slave.setMap(map);
+    slave.setMap({{QModbusDataUnit::HoldingRegisters,
+                   QModbusDataUnit(QModbusDataUnit::HoldingRegisters, 129, 5)}});
     slave.setData(QModbusDataUnit::HoldingRegisters, 129, 21234);
     slave.setData(QModbusDataUnit::HoldingRegisters, 133, 0x1100);
     QVERIFY(slave.connectDevice());
@@ -212,15 +198,9 @@ void TstModbusLink::rtuThroughAPtyPair() {
     s.timeoutMs = 500;
     installModbusBackend(std::make_unique<QtModbusBackend>(s));
     Probe p(7, 3, 129, 5);
-    QCOMPARE(outcome(p), 0);
-    QCOMPARE(p.ctl.longData(0), 21234);
-    QCOMPARE(p.ctl.data(4), qint16(0x1100));
-    Probe other(8, 3, 129, 5); // nobody answers unit 8 on the line
-    QCOMPARE(outcome(other), -3);
-    slave.disconnectDevice();
-    installModbusBackend(nullptr);
-    pair.terminate();
-    pair.waitForFinished(2000);
+    QCOMPARE(p.run(), 0);
+    QCOMPARE(std::pair(p.ctl.longData(0), p.ctl.data(4)), std::pair(21234, qint16(0x1100)));
+    QCOMPARE(Probe(8, 3, 129, 5).run(), -3); // nobody answers unit 8 on the line
 }
 
 QTEST_MAIN(TstModbusLink)

@@ -3,11 +3,9 @@
 #include "platform/qt_modbus_backend.h"
 #include "platform/settings_store.h"
 #include "platform/single_instance.h"
+#include "support/audit_files.h"
 #include "support/fakes.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
 #include <QProcess>
 #include <QSettings>
 #include <QSignalSpy>
@@ -33,26 +31,18 @@ class TstPlatform : public QObject {
 private slots:
     void settingsFoldCaseAndKeepBlanks();
     void linkSettingsFromTheStore();
-    void modctlReadsIntoItsBuffer();
-    void modctlAbandonsARunningReadForAnother();
-    void modctlKeepsARunningWrite();
+    void modctlRunsOneTransactionAtATime();
     void modctlRejectsAShortReply();
-    void modctlDestroyedWhileBusyIsSafe();
     void lockFileAdmitsOneInstance();
-
-    void digitsShowTheValueAtItsPrecision();
-    void repaintOnlyWhenTheShownValueChanges();
+    void digitsShowTheValueAtItsPrecisionAndRepaintOnlyOnChange();
 };
 
 void TstPlatform::settingsFoldCaseAndKeepBlanks() {
     QTemporaryDir dir;
     QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, dir.path());
     // Written by hand at a site, in the case the site chose.
-    QDir().mkpath(dir.filePath("Brenlock"));
-    QFile ini(dir.filePath("Brenlock/Sorvantel.ini"));
-    QVERIFY(ini.open(QIODevice::WriteOnly));
-    ini.write("[Cstatus]\nCupdateTime=100\n[Link]\nPort=5020\n");
-    ini.close();
+    const QString ini = dir.filePath("Brenlock/Sorvantel.ini");
+    QVERIFY(writeBytes(ini, "[Cstatus]\nCupdateTime=100\n[Link]\nPort=5020\n"));
     {
         QtSettingsStore store;
         QCOMPARE(store.value("CStatus", "CupdateTime", "500"), QStringLiteral("100"));
@@ -65,7 +55,7 @@ void TstPlatform::settingsFoldCaseAndKeepBlanks() {
         QCOMPARE(store.value("Nothing", "here", "dflt"), QStringLiteral("dflt"));
     }
     // The saved value replaced the hand-written one instead of standing beside it.
-    QSettings raw(dir.filePath("Brenlock/Sorvantel.ini"), QSettings::IniFormat);
+    QSettings raw(ini, QSettings::IniFormat);
     QVERIFY(!raw.contains("Cstatus/CupdateTime"));
     QCOMPARE(raw.value("cstatus/cupdatetime").toString(), QStringLiteral("250"));
 }
@@ -73,83 +63,72 @@ void TstPlatform::settingsFoldCaseAndKeepBlanks() {
 void TstPlatform::linkSettingsFromTheStore() {
     MemorySettingsStore* s = installDouble<MemorySettingsStore>(installSettingsStore);
     // Any case of the mode and the parity; a time-out that does not read keeps its default.
-    s->setValue("Link", "Mode", "rtu");
-    s->setValue("Link", "SerialPort", "/dev/ttyUSB0");
-    s->setValue("Link", "Parity", "e");
-    s->setValue("Link", "BaudRate", "19200");
-    s->setValue("Link", "Timeout", "nonsense");
+    for (auto [key, value] : {std::pair{"Mode", "rtu"},
+                              {"SerialPort", "/dev/ttyUSB0"},
+                              {"Parity", "e"},
+                              {"BaudRate", "19200"},
+                              {"Timeout", "nonsense"}})
+        s->setValue("Link", key, value);
     LinkSettings r = QtModbusBackend::settingsFromStore();
     QCOMPARE(std::make_tuple(int(r.mode), r.serialPort, QChar(r.parity), r.baudRate, r.timeoutMs),
              std::make_tuple(int(LinkSettings::Mode::Rtu), QString("/dev/ttyUSB0"), QChar(u'E'),
                              19200, 1000));
 }
 
-void TstPlatform::modctlReadsIntoItsBuffer() {
-    FakeModbusBackend* fake = installDouble<FakeModbusBackend>(installModbusBackend);
-    fake->setRegisters(7, 3, 129, {65535, 20000, 32768});
-    Modctl ctl;
-    ctl.node = 7;
-    ctl.firstRegister = 129;
-    ctl.count = 3;
-    QSignalSpy done(&ctl, &Modctl::readComplete);
-    ctl.start();
-    QVERIFY(ctl.busy());
-    QVERIFY(done.wait(1000));
-    QVERIFY(!ctl.busy());
-    // Out of the buffer (200): nothing, not a crash.
-    QCOMPARE((QList<int>{ctl.data(0), ctl.longData(0), ctl.data(2), ctl.data(200)}),
-             (QList<int>{-1, 65535, -32768, 0}));
-}
-
 // The same read asked again joins the one on its way (see tst_poll_cycle); another read abandons
-// it, and its late answer raises nothing.
-void TstPlatform::modctlAbandonsARunningReadForAnother() {
+// it, and its late answer raises nothing. A write on its way is kept and still reports.
+void TstPlatform::modctlRunsOneTransactionAtATime() {
     FakeModbusBackend* fake = installDouble<FakeModbusBackend>(installModbusBackend);
     fake->manual = true;
-    fake->setRegisters(1, 2, 1001, QList<quint16>(9, 5));
-    fake->setRegisters(2, 2, 1001, QList<quint16>(9, 7));
+    fake->setRegisters(1, 2, 129, {5, 5, 5});
+    fake->setRegisters(7, 3, 129, {65535, 20000, 32768});
+    fake->setRegisters(2, 3, 1, {0});
     Modctl ctl;
     ctl.node = 1;
     ctl.dataArea = 2;
-    ctl.firstRegister = 1001;
-    ctl.count = 9;
+    ctl.firstRegister = 129;
+    ctl.count = 3;
     QSignalSpy errors(&ctl, &Modctl::error);
     QSignalSpy reads(&ctl, &Modctl::readComplete);
+    QSignalSpy writes(&ctl, &Modctl::writeComplete);
     ctl.start();
-    ctl.node = 2;
+    QVERIFY(ctl.busy());
+    ctl.node = 7;
+    ctl.dataArea = 3;
     ctl.start();
-    QCOMPARE(fake->requests.size(), 2);
-    fake->deliverAll();
+    QCOMPARE(fake->deliverAll(), 2);
     QCoreApplication::processEvents();
-    QCOMPARE((QList<qsizetype>{reads.size(), errors.size(), ctl.data(0)}),
-             (QList<qsizetype>{1, 0, 7}));
+    QCOMPARE(std::pair(reads.size(), errors.size()), std::pair(qsizetype(1), qsizetype(0)));
     QVERIFY(!ctl.busy());
-}
+    // Words are signed, long words not; out of the buffer (200): nothing, not a crash.
+    QCOMPARE((QList<int>{ctl.data(0), ctl.longData(0), ctl.data(2), ctl.data(200)}),
+             (QList<int>{-1, 65535, -32768, 0}));
 
-void TstPlatform::modctlKeepsARunningWrite() {
-    FakeModbusBackend* fake = installDouble<FakeModbusBackend>(installModbusBackend);
-    fake->manual = true;
-    fake->setRegisters(2, 3, 1, {0});
-    Modctl ctl;
     ctl.node = 2;
     ctl.firstRegister = 1;
+    ctl.count = 1;
     ctl.direction = 1;
     ctl.setLongData(0, 45000); // above 32767: sent as the word it is
-    QSignalSpy errors(&ctl, &Modctl::error);
-    QSignalSpy writes(&ctl, &Modctl::writeComplete);
     ctl.start();
     ctl.start();
     QVERIFY(errors.wait(1000));
     QCOMPARE(errors.first().first().toInt(), 16);
     fake->deliverAll();
-    QCOMPARE(writes.size(), 1); // a write on its way still reports how it went
+    QCOMPARE(writes.size(), 1);
     QCOMPARE(fake->nodes[2].holding[1], quint16(45000));
+
+    // An answer that finds its control gone is dropped.
+    auto* gone = new Modctl;
+    gone->node = 7;
+    gone->firstRegister = 129;
+    gone->start();
+    delete gone;
+    QCOMPARE(fake->deliverAll(), 1);
 }
 
 void TstPlatform::modctlRejectsAShortReply() {
     // A link that answers fewer words than asked: Qt accepts that, the control must not.
-    class ShortBackend final : public ModbusBackend {
-    public:
+    struct ShortBackend final : ModbusBackend {
         void submit(const ModbusRequest&, Done done) override {
             QTimer::singleShot(0, this, [done] { done(ModbusResult{0, {1, 2}}); });
         }
@@ -161,20 +140,7 @@ void TstPlatform::modctlRejectsAShortReply() {
     QSignalSpy reads(&ctl, &Modctl::readComplete);
     ctl.start();
     QVERIFY(errors.wait(1000));
-    QCOMPARE(errors.first().first().toInt(), -2);
-    QCOMPARE(reads.size(), 0);
-}
-
-void TstPlatform::modctlDestroyedWhileBusyIsSafe() {
-    FakeModbusBackend* fake = installDouble<FakeModbusBackend>(installModbusBackend);
-    fake->manual = true;
-    fake->setRegisters(1, 3, 0, {1});
-    auto* ctl = new Modctl;
-    ctl->count = 1;
-    ctl->firstRegister = 0;
-    ctl->start();
-    delete ctl;
-    QCOMPARE(fake->deliverAll(), 1); // the answer finds no control and is dropped
+    QCOMPARE(std::pair(errors.first().first().toInt(), reads.size()), std::pair(-2, qsizetype(0)));
 }
 
 void TstPlatform::lockFileAdmitsOneInstance() {
@@ -195,11 +161,8 @@ void TstPlatform::lockFileAdmitsOneInstance() {
     const qint64 pid = gone.processId();
     QVERIFY(gone.waitForFinished(5000));
     const QString stale = dir.filePath("stale.lock");
-    QFile f(stale);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(QByteArray::number(pid) + "\nsorvantel\n" + QSysInfo::machineHostName().toUtf8() +
-            "\n");
-    f.close();
+    QVERIFY(writeBytes(stale, QByteArray::number(pid) + "\nsorvantel\n" +
+                                  QSysInfo::machineHostName().toUtf8() + "\n"));
     QVERIFY(LockFileInstanceGuard(stale).acquire());
 
     // The lock lies in the user's private runtime folder, else in the user's own cache folder;
@@ -207,20 +170,19 @@ void TstPlatform::lockFileAdmitsOneInstance() {
     qputenv("XDG_RUNTIME_DIR", dir.path().toUtf8());
     QCOMPARE(LockFileInstanceGuard::defaultLockPath(), dir.filePath("sorvantel.lock"));
     qputenv("XDG_CACHE_HOME", dir.filePath("cache").toUtf8());
+    const QString cached = dir.filePath("cache/sorvantel/sorvantel.lock");
     QVERIFY(QDir().mkpath(dir.filePath("theirs")));
     if (::geteuid() == 0 && ::chown(dir.filePath("theirs").toUtf8(), 65534, 65534) == 0) {
         qputenv("XDG_RUNTIME_DIR", dir.filePath("theirs").toUtf8()); // another user's, after su
-        QCOMPARE(LockFileInstanceGuard::defaultLockPath(),
-                 dir.filePath("cache/sorvantel/sorvantel.lock"));
+        QCOMPARE(LockFileInstanceGuard::defaultLockPath(), cached);
     }
     qunsetenv("XDG_RUNTIME_DIR");
-    QCOMPARE(LockFileInstanceGuard::defaultLockPath(),
-             dir.filePath("cache/sorvantel/sorvantel.lock"));
+    QCOMPARE(LockFileInstanceGuard::defaultLockPath(), cached);
     QVERIFY(QFileInfo(dir.filePath("cache/sorvantel")).isDir());
 }
 
-void TstPlatform::digitsShowTheValueAtItsPrecision() {
-    SevenSegmentDisplay d;
+void TstPlatform::digitsShowTheValueAtItsPrecisionAndRepaintOnlyOnChange() {
+    Counted<SevenSegmentDisplay> d;
     d.setDigitCount(6);
     const auto shown = [&d](double v, int precision) {
         d.setPrecision(precision);
@@ -237,12 +199,10 @@ void TstPlatform::digitsShowTheValueAtItsPrecision() {
     QCOMPARE(d.shownText(), QStringLiteral("------"));
     d.setOn(false);
     QCOMPARE(d.shownText(), QString()); // dark
-}
 
-void TstPlatform::repaintOnlyWhenTheShownValueChanges() {
-    Counted<SevenSegmentDisplay> d;
     Counted<LedRectangle> light;
     light.setLabel(QStringLiteral("RUN"));
+    d.setOn(true);
     d.setPrecision(1);
     d.setValue(20.0);
     d.show();

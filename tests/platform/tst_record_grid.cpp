@@ -31,13 +31,13 @@ void fill(RecordGrid& grid, int rows, int columns) {
 // The grid's cells row by row, fields joined with '|'.
 QStringList cells(const RecordGrid& grid) {
     QStringList rows;
-    for (int r = 0; r < grid.rowCount(); ++r) {
-        QStringList fields;
-        for (int c = 0; c < grid.columnCount(); ++c)
-            fields << grid.text(r, c);
-        rows << fields.join(u'|');
-    }
+    for (int r = 0; r < grid.rowCount(); ++r)
+        rows << rowOf(&grid, r).join(u'|');
     return rows;
+}
+
+QItemSelection block(RecordGrid& grid, int row1, int col1, int row2, int col2) {
+    return QItemSelection(grid.gridModel()->index(row1, col1), grid.gridModel()->index(row2, col2));
 }
 
 // Prints the grid to an A4 PDF and returns the text of each page, or nothing when it cannot.
@@ -60,12 +60,10 @@ QStringList printedPages(RecordGrid& grid, const GridPrintJob& job, const QStrin
 class TstRecordGrid : public QObject {
     Q_OBJECT
 private slots:
-    void init();
+    void init() { QVERIFY(m_dir.emplace().isValid()); }
 
-    void rowsAndColumnsChangeShape();
-    void longRowsKeepTheirFields();
-
-    void exportWritesTheFormatAndLoadsBack();
+    void shapeBoundsAndLongRows();
+    void exportWritesTheFormat();
     void loadReadsTheFile_data();
     void loadReadsTheFile();
     void failedFileOperationsChangeNothing();
@@ -77,25 +75,19 @@ private slots:
 
     void footerCodes();
     void printsRowPagesColumnBandsAndTheSelectedBlock();
-    void printFailures();
 
 private:
-    std::unique_ptr<QTemporaryDir> m_dir;
+    std::optional<QTemporaryDir> m_dir;
 };
 
-void TstRecordGrid::init() {
-    m_dir = std::make_unique<QTemporaryDir>();
-    QVERIFY(m_dir->isValid());
-}
-
-void TstRecordGrid::rowsAndColumnsChangeShape() {
+void TstRecordGrid::shapeBoundsAndLongRows() {
     RecordGrid grid;
     grid.setColumnCount(3);
     grid.setRowCount(2);
     // Cells outside the grid are neither set nor read, nor do they grow it.
-    for (const QPoint& cell : QList<QPoint>{{0, -1}, {0, 2}, {-1, 0}, {3, 0}, {99999, 99999}}) {
-        grid.setText(cell.y(), cell.x(), QStringLiteral("x")); // x is the column
-        QCOMPARE(grid.text(cell.y(), cell.x()), QString());
+    for (const auto& [row, column] : {std::pair{0, -1}, {2, 0}, {-1, 0}, {0, 3}, {99999, 99999}}) {
+        grid.setText(row, column, QStringLiteral("x"));
+        QCOMPARE(grid.text(row, column), QString());
         QCOMPARE(cells(grid), QStringList(2, "||"));
     }
     QVERIFY(grid.setRowFields(4, {"a", "b", "c", "d", "e"})); // grows the grid to reach it
@@ -104,8 +96,7 @@ void TstRecordGrid::rowsAndColumnsChangeShape() {
     QCOMPARE(grid.text(4, 3), QString()); // dropped, not hidden
     QVERIFY(grid.setRowFields(4, {"x"}));
     QCOMPARE(cells(grid).at(4), QStringLiteral("x||||"));
-    QVERIFY(!grid.setRowFields(-1, {"x"}));
-    QVERIFY(!grid.setRowFields(RecordGridModel::kMaxRows, {"x"}));
+    QVERIFY(!grid.setRowFields(-1, {"x"}) && !grid.setRowFields(RecordGridModel::kMaxRows, {"x"}));
     QCOMPARE(grid.rowCount(), 5);
 
     grid.clearRows();
@@ -113,48 +104,41 @@ void TstRecordGrid::rowsAndColumnsChangeShape() {
     QSignalSpy inserted(grid.gridModel(), &QAbstractItemModel::rowsInserted);
     QSignalSpy resets(grid.gridModel(), &QAbstractItemModel::modelReset);
     fill(grid, 5, 4);
-    QCOMPARE(QList<qsizetype>({inserted.size(), resets.size()}), QList<qsizetype>({0, 1}));
+    QCOMPARE(std::pair(inserted.size(), resets.size()), std::pair(qsizetype(0), qsizetype(1)));
     const QStringList full = cells(grid);
     grid.setRowColors(4, Qt::blue, Qt::white);
     grid.setRowLocked(4, true);
-    QVERIFY(grid.setRowCount(3));
-    QVERIFY(grid.setRowCount(6));
+    QVERIFY(grid.setRowCount(3) && grid.setRowCount(6));
     QCOMPARE(cells(grid), full.mid(0, 3) + QStringList(3, "|||"));
     // The removed row's colour and lock do not come back with the new one.
     QVERIFY(!grid.gridModel()->index(4, 0).data(Qt::BackgroundRole).isValid());
     QVERIFY(!grid.isCellLocked(4, 0));
-    QVERIFY(!grid.setRowCount(-1));
-    QVERIFY(!grid.setRowCount(RecordGridModel::kMaxRows + 1));
+    QVERIFY(!grid.setRowCount(-1) && !grid.setRowCount(RecordGridModel::kMaxRows + 1));
     QCOMPARE(grid.rowCount(), 6);
     // Fewer columns forget their fields.
-    QVERIFY(grid.setColumnCount(2));
-    QVERIFY(grid.setColumnCount(4));
+    QVERIFY(grid.setColumnCount(2) && grid.setColumnCount(4));
     QCOMPARE(cells(grid).at(1), cellName(1, 0) + "|" + cellName(1, 1) + "||");
     QVERIFY(!grid.setColumnCount(RecordGridModel::kMaxColumns + 1));
     grid.clearText();
     QCOMPARE(cells(grid), QStringList(6, "|||"));
-    grid.clearRows();
-    QCOMPARE(grid.rowCount(), 0);
-    QCOMPARE(grid.columnCount(), 4);
-}
 
-void TstRecordGrid::longRowsKeepTheirFields() {
-    RecordGrid grid;
-    grid.setColumnCount(4);
+    // Rows beyond 64 KiB of text keep their fields, and pack small again.
     const QString longAscii(70000, u'x');
     const QString longLatin(40000, u'\u00e9'); // two bytes each in the row
     QVERIFY(grid.setRowFields(0, {"a", longAscii, "\u00fc", ""}));
     QVERIFY(grid.setRowFields(1, {longLatin, "b", longLatin}));
-    QCOMPARE(cells(grid),
+    QCOMPARE(cells(grid).mid(0, 2),
              QStringList({"a|" + longAscii + "|\u00fc|", longLatin + "|b|" + longLatin + "|"}));
-    grid.setText(0, 1, "short"); // the row packs small again
-    QCOMPARE(cells(grid).at(0), QStringLiteral("a|short|\u00fc|"));
+    grid.setText(0, 1, "short");
     grid.setText(1, 0, "");
-    QCOMPARE(cells(grid).at(1), "|b|" + longLatin + "|");
+    QCOMPARE(cells(grid).mid(0, 2), QStringList({"a|short|\u00fc|", "|b|" + longLatin + "|"}));
+    grid.clearRows();
+    QCOMPARE(std::pair(grid.rowCount(), grid.columnCount()), std::pair(0, 4));
 }
 
-// The plain comma and CRLF, with titles, are in tst_audit_view's export.
-void TstRecordGrid::exportWritesTheFormatAndLoadsBack() {
+// The plain comma and CRLF, with titles, are in the data viewer's export; that an export loads
+// back to the same cells is the property of the grid text fuzz target.
+void TstRecordGrid::exportWritesTheFormat() {
     const GridTextFormat format{";;", "<EOL>", "'", true};
     RecordGrid grid;
     grid.setColumnTitles({"T1", "Tü", "T3"});
@@ -165,11 +149,6 @@ void TstRecordGrid::exportWritesTheFormatAndLoadsBack() {
     QVERIFY2(grid.exportText(path, format, &error), qPrintable(error));
     QCOMPARE(readBytes(path),
              QByteArray("'T1';;'T\xFC';;'T3'<EOL>'a';;'';;'c'<EOL>'';;'\xE9\xB0';;''<EOL>"));
-
-    RecordGrid back;
-    QVERIFY2(back.loadText(path, format, &error), qPrintable(error));
-    QCOMPARE(cells(back), cells(grid));
-    QCOMPARE(back.columnTitle(1), QStringLiteral("Tü"));
 }
 
 // Rows as the grid holds them, fields joined with '|'; a first row starting with '#' is the
@@ -230,11 +209,9 @@ void TstRecordGrid::failedFileOperationsChangeNothing() {
     GridTextFormat noRows;
     noRows.rowDelimiter.clear();
     error.clear();
-    QVERIFY(!grid.loadText(path, noRows, &error));
-    QVERIFY(!error.isEmpty());
+    QVERIFY(!grid.loadText(path, noRows, &error) && !error.isEmpty());
     QVERIFY(!grid.loadText(m_dir->path(), {}, &error)); // a folder, not a file
     QCOMPARE(cells(grid), before);
-
     error.clear();
     QVERIFY(!grid.exportText(m_dir->filePath("no/such/folder/out.txt"), {}, &error));
     QVERIFY(!error.isEmpty());
@@ -243,35 +220,35 @@ void TstRecordGrid::failedFileOperationsChangeNothing() {
 }
 
 // A cell is locked when the grid, its column, its row or the cell itself is; the flags, the
-// query and the user's edits all agree. Cells (0,0) (0,1) (1,0) (1,1).
+// query and the user's edits all agree.
 void TstRecordGrid::locksShowInTheFlags() {
     RecordGrid grid;
     fill(grid, 2, 2);
     RecordGridModel* model = grid.gridModel();
+    // Cells (0,0) (0,1) (1,0) (1,1): 'e' editable, '-' locked, '?' where flags and query differ.
     auto editable = [&] {
-        QList<bool> open;
+        QString out;
         for (int i = 0; i < 4; ++i) {
-            open << model->flags(model->index(i / 2, i % 2)).testFlag(Qt::ItemIsEditable);
-            if (grid.isCellLocked(i / 2, i % 2) == open.last())
-                return QList<bool>(); // the flags and the query disagree
+            const bool open = model->flags(model->index(i / 2, i % 2)).testFlag(Qt::ItemIsEditable);
+            out += open == grid.isCellLocked(i / 2, i % 2) ? u'?' : open ? u'e' : u'-';
         }
-        return open;
+        return out;
     };
     grid.setColumnLocked(1, true);
-    QCOMPARE(editable(), (QList<bool>{true, false, true, false}));
+    QCOMPARE(editable(), QStringLiteral("e-e-"));
     grid.setColumnLocked(1, false);
     grid.setRowLocked(1, true);
-    QCOMPARE(editable(), (QList<bool>{true, true, false, false}));
+    QCOMPARE(editable(), QStringLiteral("ee--"));
     grid.setRowLocked(1, false);
     grid.setCellLocked(1, 0, true);
-    QCOMPARE(editable(), (QList<bool>{true, true, false, true}));
+    QCOMPARE(editable(), QStringLiteral("ee-e"));
     grid.setLocked(true);
-    QCOMPARE(editable(), (QList<bool>{false, false, false, false}));
+    QCOMPARE(editable(), QStringLiteral("----"));
     QVERIFY(!model->setData(model->index(0, 0), "new"));
     QCOMPARE(grid.text(0, 0), cellName(0, 0));
     grid.setLocked(false);
     grid.setCellLocked(1, 0, false);
-    QCOMPARE(editable(), (QList<bool>{true, true, true, true}));
+    QCOMPARE(editable(), QStringLiteral("eeee"));
     QVERIFY(model->setData(model->index(1, 0), "new"));
     QCOMPARE(grid.text(1, 0), QStringLiteral("new"));
 }
@@ -300,8 +277,8 @@ void TstRecordGrid::cellTypesAndUserEdits() {
     QCOMPARE(QStringList({shown(0, 1), shown(0, 1, Qt::EditRole), shown(1, 1), shown(2, 1),
                           shown(0, 0), shown(0, 0, Qt::CheckStateRole)}),
              QStringList({"On/Off", "2", "7", "", "On/Off", "0"}));
-    QVERIFY(model->flags(cell(0, 0)).testFlag(Qt::ItemIsUserCheckable));
-    QVERIFY(!model->flags(cell(0, 0)).testFlag(Qt::ItemIsEditable));
+    QCOMPARE(model->flags(cell(0, 0)) & (Qt::ItemIsUserCheckable | Qt::ItemIsEditable),
+             Qt::ItemIsUserCheckable);
     QVERIFY(!model->flags(cell(2, 0)).testFlag(Qt::ItemIsUserCheckable));
 
     QVERIFY(model->setData(cell(0, 0), Qt::Checked, Qt::CheckStateRole));
@@ -333,13 +310,12 @@ void TstRecordGrid::comboEditorCommitsOnTheChoice() {
     grid.show();
     QVERIFY(QTest::qWaitForWindowExposed(&grid));
     QSignalSpy edits(&grid, &RecordGrid::cellEdited);
-
     grid.setCurrentIndex(grid.gridModel()->index(0, 1));
     grid.edit(grid.currentIndex());
     auto* box = grid.viewport()->findChild<QComboBox*>();
     QVERIFY(box);
     QCOMPARE(box->currentText(), QStringLiteral("On/Off"));
-    QTest::keyClick(box, Qt::Key_Up); // the choice alone ends the edit
+    QTest::keyClick(box, Qt::Key_Up);
     QCOMPARE(grid.text(0, 1), QStringLiteral("1"));
     QCOMPARE(edits.size(), 1);
     QTRY_VERIFY(!grid.viewport()->findChild<QComboBox*>() ||
@@ -355,17 +331,13 @@ void TstRecordGrid::selectedBlockBoundsTheSelection() {
     };
     QCOMPARE(corners(), (QList<int>{-1, -1, -1, -1, 0, 0}));
     QCOMPARE(grid.activeRow(), -1);
-    RecordGridModel* model = grid.gridModel();
-    grid.selectionModel()->select(QItemSelection(model->index(2, 1), model->index(4, 3)),
-                                  QItemSelectionModel::Select);
+    grid.selectionModel()->select(block(grid, 2, 1, 4, 3), QItemSelectionModel::Select);
     QCOMPARE(corners(), (QList<int>{2, 1, 4, 3, 3, 3}));
     // Two separate pieces are bounded together.
-    grid.selectionModel()->select(model->index(7, 0), QItemSelectionModel::Select);
+    grid.selectionModel()->select(grid.gridModel()->index(7, 0), QItemSelectionModel::Select);
     QCOMPARE(corners(), (QList<int>{2, 0, 7, 3, 6, 4}));
     QVERIFY(grid.setActiveCell(8, 2));
-    QCOMPARE(grid.activeRow(), 8);
-    QVERIFY(!grid.setActiveCell(10, 0));
-    QVERIFY(!grid.setActiveCell(0, -1));
+    QVERIFY(!grid.setActiveCell(10, 0) && !grid.setActiveCell(0, -1));
     QCOMPARE(grid.activeRow(), 8);
 }
 
@@ -388,14 +360,22 @@ void TstRecordGrid::footerCodes() {
 // titles of its columns and its footer, the further columns follow the page of the same rows,
 // and every cell prints once.
 void TstRecordGrid::printsRowPagesColumnBandsAndTheSelectedBlock() {
-    if (QStandardPaths::findExecutable("pdftotext").isEmpty())
-        QSKIP("pdftotext is not installed");
     RecordGrid grid;
     QStringList titles;
     for (int c = 0; c < 8; ++c)
         titles << QStringLiteral("Title%1").arg(c);
     grid.setColumnTitles(titles);
     fill(grid, 120, 8);
+    // A printer that cannot start is a failure the caller hears of.
+    QPrinter broken;
+    broken.setOutputFormat(QPrinter::PdfFormat);
+    broken.setOutputFileName(m_dir->filePath("no/such/folder/out.pdf"));
+    QString error;
+    QTest::ignoreMessage(QtWarningMsg, "QPainter::begin(): Returned false");
+    QVERIFY(!grid.print(broken, {}, &error) && !error.isEmpty());
+    if (QStandardPaths::findExecutable("pdftotext").isEmpty())
+        QSKIP("pdftotext is not installed");
+
     for (int c = 0; c < 8; ++c)
         grid.setColumnWidthUnits(c, 15);
     grid.setColumnWidthUnits(3, 500); // wider than the page: printed alone, cut at the edge
@@ -406,10 +386,8 @@ void TstRecordGrid::printsRowPagesColumnBandsAndTheSelectedBlock() {
         const QString& page = pages.at(i);
         QVERIFY2(page.contains("/data/Audit/2024-05-01.aud"), qPrintable(page));
         QVERIFY(page.contains(QStringLiteral("Page #%1").arg(i + 1)));
-        for (int c = 0; c < 8; ++c) {
-            const QString column = QStringLiteral("c%1").arg(c, 2, 10, QLatin1Char('0'));
-            QCOMPARE(page.contains(titles.at(c)), page.contains(column));
-        }
+        for (int c = 0; c < 8; ++c)
+            QCOMPARE(page.contains(titles.at(c)), page.contains(cellName(0, c).mid(5)));
     }
     QCOMPARE((QList<bool>{pages[0].contains(cellName(0, 0)), pages[0].contains(cellName(119, 0)),
                           pages[0].contains(cellName(0, 3)), pages[1].contains(cellName(0, 3)),
@@ -422,31 +400,15 @@ void TstRecordGrid::printsRowPagesColumnBandsAndTheSelectedBlock() {
     }
 
     // Only the selected block, when asked.
-    RecordGridModel* model = grid.gridModel();
-    grid.selectionModel()->select(QItemSelection(model->index(10, 1), model->index(12, 2)),
-                                  QItemSelectionModel::Select);
+    grid.selectionModel()->select(block(grid, 10, 1, 12, 2), QItemSelectionModel::Select);
     const GridPrintJob blockJob{"Block", {}, "Page /p", {}, true};
-    const QStringList block = printedPages(grid, blockJob, m_dir->filePath("block.pdf"));
-    QCOMPARE(block.size(), 1);
+    const QStringList only = printedPages(grid, blockJob, m_dir->filePath("block.pdf"));
+    QCOMPARE(only.size(), 1);
+    QVERIFY(only.first().contains("Page 1"));
     for (int r = 9; r <= 13; ++r) {
-        for (int c = 0; c < 4; ++c) {
-            const bool inBlock = r >= 10 && r <= 12 && c >= 1 && c <= 2;
-            QCOMPARE(block.first().contains(cellName(r, c)), inBlock);
-        }
+        for (int c = 0; c < 4; ++c)
+            QCOMPARE(only.first().contains(cellName(r, c)), r >= 10 && r <= 12 && c >= 1 && c <= 2);
     }
-    QVERIFY(block.first().contains("Page 1"));
-}
-
-void TstRecordGrid::printFailures() {
-    RecordGrid grid;
-    fill(grid, 400, 3);
-    QPrinter printer;
-    printer.setOutputFormat(QPrinter::PdfFormat);
-    printer.setOutputFileName(m_dir->filePath("no/such/folder/out.pdf"));
-    QString error;
-    QTest::ignoreMessage(QtWarningMsg, "QPainter::begin(): Returned false");
-    QVERIFY(!grid.print(printer, {}, &error));
-    QVERIFY(!error.isEmpty());
 }
 
 QTEST_MAIN(TstRecordGrid)

@@ -1,6 +1,5 @@
 #include "plant/plant_store.h"
 #include "plant/tag_file.h"
-#include "platform/record_grid.h"
 #include "records/daily_files.h"
 #include "records/data_logger.h"
 #include "records/frm_logging_setup.h"
@@ -12,25 +11,15 @@
 #include "support/test_env.h"
 
 #include <QCheckBox>
-#include <QDir>
 #include <QDoubleSpinBox>
-#include <QFileInfo>
 #include <QLabel>
 #include <QLineEdit>
-#include <QSpinBox>
 #include <QTest>
 #include <QTimer>
 #include <csignal>
 #include <sys/resource.h>
 
 namespace {
-// The plain fields of every line of a record file.
-QList<QStringList> fieldsOf(const QString& path) {
-    QList<QStringList> out;
-    for (const QString& line : plainLinesOf(path))
-        out << line.split(u',');
-    return out;
-}
 // A plant of two K40s whose process values, setpoints and outputs are known.
 void plantOfTwo(TestEnv& env) {
     env.writeTags({{1, 0, true, "TIC-1"}, {2, 0, true, "TIC-2"}});
@@ -39,9 +28,6 @@ void plantOfTwo(TestEnv& env) {
     gSP[0] = 185.0;
     gPctOut[0] = 42.5F;
     gPV[1] = 12.25;
-}
-void logRow(int row) {
-    gTagTable[static_cast<size_t>(row)][5] = QStringLiteral(" 1 ");
 }
 void tick(int times) {
     for (int i = 0; i < times; ++i)
@@ -55,8 +41,7 @@ private slots:
     void linesOfADataFile();
     void midnightGivesOneNewFile();
     void logFailuresEndLoggingAndKeepTheFile();
-    void setupStartsAndStops();
-    void setupChecksAndClose();
+    void setupStartsStopsAndKeepsTheChoice();
     void operatorMessage();
 };
 
@@ -67,9 +52,9 @@ void TstDataLogger::linesOfADataFile() {
     installDataSaveTimer(&timer);
     gUserId = "jdoe";
     gUserFullName = "Jane Doe";
-    logRow(2); // controller 1, % output
-    logRow(0); // controller 1, process value
-    logRow(4); // controller 2, setpoint
+    // Controller 1's % output and process value, controller 2's setpoint.
+    for (size_t row : {2, 0, 4})
+        gTagTable[row][5] = QStringLiteral(" 1 ");
     gBatchNumber = 7;
     gLotNumber = 9;
     gSaveInterval = 5;
@@ -83,18 +68,19 @@ void TstDataLogger::linesOfADataFile() {
     gOperatorMessage = "first";
     tick(3);
     gOperatorMessage = "oil, topped up";
-    tick(2);
-    tick(10);
-    const QList<QStringList> lines = fieldsOf(file);
+    tick(12);
+    QList<QStringList> lines;
+    for (const QString& line : plainLinesOf(file))
+        lines << line.split(u',');
     QCOMPARE(lines.size(), 5); // lines 1 and 2, then seconds 5, 10 and 15
     QCOMPARE(lines[0], (QStringList{"Date", "Time", "Operator Message", "Batch Number",
                                     "Lot Number", "TIC-1", "TIC-1.OUT", "TIC-2.SP", ""}));
-    QCOMPARE(lines[1].mid(2), (QStringList{"File started byJane Doe (login as jdoe )", "7", "9",
-                                           "181.6", "42.5", "", ""}));
+    QCOMPARE(lines[1], (QStringList{regionalShortDate(env.clock->time.date()),
+                                    regionalLongTime(env.clock->time.time()),
+                                    "File started byJane Doe (login as jdoe )", "7", "9", "181.6",
+                                    "42.5", "", ""}));
     QCOMPARE(lines[2].mid(2), (QStringList{"oil; topped up.", ".", ".", "181.6", "42.5", "", ""}));
     QCOMPARE(lines[3].mid(2, 3), (QStringList{".", ".", "."}));
-    QCOMPARE(lines[1].mid(0, 2), (QStringList{regionalShortDate(env.clock->time.date()),
-                                              regionalLongTime(env.clock->time.time())}));
     // The signature file came with the data file, its header alone.
     QCOMPARE(plainLinesOf(env.path("Log Files/3-14-2026_10H_0M_0S.sif")),
              QStringList{kSignatureHeader});
@@ -112,7 +98,7 @@ void TstDataLogger::linesOfADataFile() {
 void TstDataLogger::midnightGivesOneNewFile() {
     TestEnv env;
     plantOfTwo(env);
-    logRow(0);
+    gTagTable[0][5] = QStringLiteral(" 1 ");
     g21CFR = true;
     gUserId = "jdoe";
     gAutoLog = 1;
@@ -130,7 +116,8 @@ void TstDataLogger::midnightGivesOneNewFile() {
     QCOMPARE(gDataFileName, after);
     QCOMPARE(QDir(env.path("Log Files")).entryList({"*.slg"}).size(), 2);
     QCOMPARE(gUserId, QStringLiteral("jdoe"));
-    QCOMPARE(fieldsOf(after)[1][2], QStringLiteral("File started by (login as Sorvantel System )"));
+    QCOMPARE(plainLinesOf(after)[1].section(u',', 2, 2),
+             QStringLiteral("File started by (login as Sorvantel System )"));
     QCOMPARE(actionsOf(env.path("Audit/3-15-2026 Audit.atr")),
              (QStringList{"Data file stopped. " + before, "Data file started. " + after}));
     // The latch opens a minute later; without automatic names a file runs on over midnight.
@@ -146,14 +133,13 @@ void TstDataLogger::midnightGivesOneNewFile() {
 void TstDataLogger::logFailuresEndLoggingAndKeepTheFile() {
     TestEnv env;
     plantOfTwo(env);
-    logRow(0);
+    gTagTable[0][5] = QStringLiteral(" 1 ");
     gSaveInterval = 1;
     QTimer timer;
     installDataSaveTimer(&timer);
-    // A start the disk refuses: the start box, and no log.
+    // A start the disk refuses (a file where its folder should be): the start box, and no log.
+    QVERIFY(writeBytes(env.path("Log Files/no such folder"), {}));
     gDataFileName = env.path("Log Files/no such folder/x.slg");
-    QDir().mkpath(env.path("Log Files"));
-    QVERIFY(QFile(env.path("Log Files/no such folder")).open(QIODevice::WriteOnly)); // a file
     QVERIFY(!startDataFile());
     QVERIFY(!gLogging && !timer.isActive());
     QCOMPARE(env.dialogs->boxes.size(), 1);
@@ -186,7 +172,7 @@ void TstDataLogger::logFailuresEndLoggingAndKeepTheFile() {
     QVERIFY(!plainLinesOf(gDataFileName).contains(QString()));
 }
 
-void TstDataLogger::setupStartsAndStops() {
+void TstDataLogger::setupStartsStopsAndKeepsTheChoice() {
     TestEnv env;
     plantOfTwo(env);
     QTimer timer;
@@ -197,20 +183,31 @@ void TstDataLogger::setupStartsAndStops() {
     QCOMPARE(
         (QList<QVariant>{grid->text(3, 0), grid->isCellLocked(3, 1), grid->isCellLocked(6, 1)}),
         (QList<QVariant>{"2", false, true}));
-    // Nothing chosen.
-    dlg.startLog();
+    // Logging at start-up needs names from the clock: ticking it ticks both, and the date box
+    // cannot be cleared while it stands.
+    auto* dt = dlg.findChild<QCheckBox*>("dtCheck");
+    auto* sl = dlg.findChild<QCheckBox*>("SLCheck");
+    QTest::mouseClick(sl, Qt::LeftButton);
+    QTest::mouseClick(dt, Qt::LeftButton);
+    QCOMPARE((QList<bool>{dt->isChecked(), sl->isChecked(), gAutoLog == 1}),
+             (QList<bool>{true, true, true}));
+    QTest::mouseClick(sl, Qt::LeftButton);
+    QTest::mouseClick(dt, Qt::LeftButton);
+    QCOMPARE(gAutoLog, qint16(0));
+
+    dlg.startLog(); // nothing chosen
     QCOMPARE(env.dialogs->texts().last(), QStringLiteral("There are no controls enabled for "
                                                          "logging!\nPlease select controls to "
                                                          "log from grid."));
     grid->setText(0, FrmLoggingSetup::WriteOnOff, "1");
     // Batch and lot beyond 32 bits end the start as an overflow.
-    dlg.findChild<QDoubleSpinBox*>("batchNum")->setValue(3000000000.0);
+    auto* batch = dlg.findChild<QDoubleSpinBox*>("batchNum");
+    batch->setValue(3000000000.0);
     dlg.startLog();
     QVERIFY(env.dialogs->texts().last().startsWith("Error number 6. Description is Overflow."));
-    dlg.findChild<QDoubleSpinBox*>("batchNum")->setValue(42);
+    batch->setValue(42);
     // A chosen name that exists is refused; a cancelled dialog ends in silence.
-    QDir().mkpath(env.path("Log Files"));
-    QFile(env.path("Log Files/old.slg")).open(QIODevice::WriteOnly);
+    QVERIFY(writeBytes(env.path("Log Files/old.slg"), {}));
     env.dialogs->chooseFile(env.path("Log Files/old.slg"));
     dlg.startLog();
     QCOMPARE(env.dialogs->texts().last(),
@@ -219,7 +216,7 @@ void TstDataLogger::setupStartsAndStops() {
     dlg.startLog();
     QCOMPARE(env.dialogs->boxes.size(), shown);
     QVERIFY(!gLogging);
-    // With security on the start is signed for.
+    // With security on the start and the stop are signed for.
     g21CFR = true;
     gSuRights[Right::DataLogging] = 1;
     gUserLevel = 1;
@@ -247,36 +244,17 @@ void TstDataLogger::setupStartsAndStops() {
     g21CFR = false;
     gAutoLog = 1;
     makeAutoFileName();
-    QFile(gDataFileName).open(QIODevice::WriteOnly);
+    QVERIFY(writeBytes(gDataFileName, {}));
     dlg.startLog();
     QVERIFY(gLogging);
     stopDataFile();
-}
 
-void TstDataLogger::setupChecksAndClose() {
-    TestEnv env;
-    plantOfTwo(env);
-    gSaveInterval = 10;
-    {
-        FrmLoggingSetup dlg;
-        auto* dt = dlg.findChild<QCheckBox*>("dtCheck");
-        auto* sl = dlg.findChild<QCheckBox*>("SLCheck");
-        // Logging at start-up needs names from the clock: ticking it ticks both, and the date
-        // box cannot be cleared while it stands.
-        QTest::mouseClick(sl, Qt::LeftButton);
-        QTest::mouseClick(dt, Qt::LeftButton);
-        QCOMPARE((QList<bool>{dt->isChecked(), sl->isChecked(), gAutoLog == 1}),
-                 (QList<bool>{true, true, true}));
-        QTest::mouseClick(sl, Qt::LeftButton);
-        QTest::mouseClick(dt, Qt::LeftButton);
-        QCOMPARE(gAutoLog, qint16(0));
-        dlg.findChild<QSpinBox*>("saveInterval")->setValue(30);
-        dlg.grid()->setText(3, FrmLoggingSetup::WriteOnOff, "1");
-        dlg.selectAll(false);
-        dlg.grid()->setText(4, FrmLoggingSetup::WriteOnOff, "1");
-        dlg.reject();
-    }
     // The close keeps the channels in tags.tgn and the options in the settings.
+    dlg.findChild<QSpinBox*>("saveInterval")->setValue(30);
+    grid->setText(3, FrmLoggingSetup::WriteOnOff, "1");
+    dlg.selectAll(false);
+    grid->setText(4, FrmLoggingSetup::WriteOnOff, "1");
+    dlg.reject();
     resetPlantStore();
     QVERIFY(readTagFile(env.path("tags.tgn")));
     QCOMPARE((QStringList{gTagTable[3][5], gTagTable[4][5]}), (QStringList{" 0 ", " 1 "}));
@@ -298,26 +276,19 @@ void TstDataLogger::operatorMessage() {
     gSuRights[Right::OperatorMessage] = 1;
     gUserLevel = 1;
     gOperatorMessage = "waiting";
-    {
-        // A refused login keeps the message that was waiting.
-        FrmOpMessage dlg;
-        dlg.message()->setText("new one");
-        env.modals.cancelLogin();
-        dlg.okClicked();
-        QCOMPARE(gOperatorMessage, QStringLiteral("waiting"));
-    }
-    {
-        env.accounts->addUser("jdoe", "pw", {"Sorvantel Supervisors"}, "Jane Doe");
-        FrmOpMessage dlg;
-        dlg.message()->setText("new one");
-        env.modals.login("jdoe", "pw");
-        dlg.okClicked();
-        QCOMPARE(gOperatorMessage, QStringLiteral("new one"));
-        QCOMPARE(actionsOf(env.path("Audit/3-14-2026 Audit.atr")),
-                 QStringList{"Operator message to data file"});
-    }
+    env.accounts->addUser("jdoe", "pw", {"Sorvantel Supervisors"}, "Jane Doe");
     FrmOpMessage dlg;
-    dlg.cancelClicked();
+    dlg.message()->setText("new one");
+    env.modals.cancelLogin();
+    dlg.okClicked();
+    QCOMPARE(gOperatorMessage, QStringLiteral("waiting")); // a refused login keeps it
+    env.modals.login("jdoe", "pw");
+    dlg.okClicked();
+    QCOMPARE(gOperatorMessage, QStringLiteral("new one"));
+    QCOMPARE(actionsOf(env.path("Audit/3-14-2026 Audit.atr")),
+             QStringList{"Operator message to data file"});
+    FrmOpMessage cancelled;
+    cancelled.cancelClicked();
     QVERIFY(gOperatorMessage.isEmpty());
     gLogging = false;
 }

@@ -1,50 +1,38 @@
 #include "platform/line_cipher.h"
 #include "records/file_cipher.h"
 #include "records/record_paths.h"
+#include "support/audit_files.h"
 #include "support/test_env.h"
 
 #include <QCryptographicHash>
-#include <QFile>
 #include <QRegularExpression>
 #include <QTest>
 
 class TstFileCipher : public QObject {
     Q_OBJECT
 private slots:
-    void roundTrip_data();
-    void roundTrip();
+    void linesRoundTrip();
     void keyDependsOnPhraseAndSize();
     void hashFollowsTheFileOnDisk();
-    void hashOfMissingFileShowsTheBox();
     void pathParts_data();
     void pathParts();
     void fileExistsFindsFilesOnly();
 };
 
-void TstFileCipher::roundTrip_data() {
-    QTest::addColumn<QString>("plain");
-    QTest::addColumn<QString>("back");
-    auto same = [](const char* name, const QString& text) {
-        QTest::newRow(name) << text << text;
-    };
-    same("empty", QString());
-    same("latin-1 text and control bytes", QString::fromLatin1("Temp\xe9rature \xb0"
-                                                               "C\x01\x7f\xff"));
+void TstFileCipher::linesRoundTrip() {
     // One byte a character on disk: characters with no single-byte form become "?".
-    QTest::newRow("no single-byte form")
-        << QStringLiteral("\u20ac5 \u00b0C") << QStringLiteral("?5 \u00b0C");
-}
-
-void TstFileCipher::roundTrip() {
-    QFETCH(QString, plain);
-    QFETCH(QString, back);
-    const QString line = encryptText(plain);
-    // Nonce, one byte a character, tag; two digits a byte, upper case only.
-    QCOMPARE(line.size(), 2 * (LineCipher::kNonceBytes + plain.size() + LineCipher::kTagBytes));
-    QVERIFY(QRegularExpression(QStringLiteral("^[0-9A-F]+$")).match(line).hasMatch());
-    QCOMPARE(decryptText(line), back);
-    QCOMPARE(decryptText(line.toLower()), back); // lower-case digits read as well
-    QVERIFY(encryptText(plain) != line);         // each line has its own nonce
+    const QString latin1 = QString::fromLatin1("Temp\xe9rature \xb0"
+                                               "C\x01\x7f\xff");
+    for (const auto& [plain, back] :
+         {std::pair{latin1, latin1}, {QStringLiteral("\u20ac5 \u00b0C"), "?5 \u00b0C"}}) {
+        const QString line = encryptText(plain);
+        // Nonce, one byte a character, tag; two digits a byte, upper case only.
+        QCOMPARE(line.size(), 2 * (LineCipher::kNonceBytes + plain.size() + LineCipher::kTagBytes));
+        QVERIFY(QRegularExpression(QStringLiteral("^[0-9A-F]+$")).match(line).hasMatch());
+        QCOMPARE(decryptText(line), back);
+        QCOMPARE(decryptText(line.toLower()), back); // lower-case digits read as well
+        QVERIFY(encryptText(plain) != line);         // each line has its own nonce
+    }
 }
 
 void TstFileCipher::keyDependsOnPhraseAndSize() {
@@ -68,29 +56,20 @@ void TstFileCipher::keyDependsOnPhraseAndSize() {
 
 void TstFileCipher::hashFollowsTheFileOnDisk() {
     TestEnv env;
-    const QString path = env.path(QStringLiteral("data.slg"));
-    auto write = [&path](const QByteArray& bytes) {
-        QFile f(path);
-        return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
-    };
-    QVERIFY(write("abc"));
+    const QString path = env.path("data.slg");
+    QVERIFY(writeBytes(path, "abc"));
     QCOMPARE(hashFileHex(path),
              QStringLiteral("BA7816BF8F01CFEA414140DE5DAE2223B00361A396177A9CB410FF61F20015AD"));
     // Larger than one read block, with a last block that is not full.
     QByteArray content;
     for (int i = 0; content.size() < 200000; ++i)
         content += encryptText(QStringLiteral("line %1").arg(i)).toLatin1() + "\r\n";
-    QVERIFY(write(content));
+    QVERIFY(writeBytes(path, content));
     QCOMPARE(hashFileHex(path),
              QString::fromLatin1(
                  QCryptographicHash::hash(content, QCryptographicHash::Sha256).toHex().toUpper()));
     QVERIFY(env.dialogs->boxes.isEmpty());
-}
-
-void TstFileCipher::hashOfMissingFileShowsTheBox() {
-    TestEnv env;
-    QDir(env.appPath()).mkdir(QStringLiteral("Audit"));
-    QCOMPARE(hashFileHex(env.path("Audit")), QString()); // a folder is no file
+    QCOMPARE(hashFileHex(env.appPath()), QString()); // a folder is no file
     QCOMPARE(env.dialogs->texts(), QStringList{"Error during system signature of data file.\n"
                                                "Data file on disk could be corrupted."});
     QCOMPARE(env.dialogs->boxes[0].icon, MsgIcon::Critical);
@@ -126,14 +105,13 @@ void TstFileCipher::pathParts() {
 
 void TstFileCipher::fileExistsFindsFilesOnly() {
     TestEnv env;
-    QDir(env.appPath()).mkdir(QStringLiteral("Audit"));
-    const QString audit = env.path(QStringLiteral("Audit/"));
-    QVERIFY(QFile(audit + "3-7-2026 Audit.atr").open(QIODevice::WriteOnly));
+    const QString audit = env.path("Audit/");
+    QVERIFY(writeBytes(audit + "3-7-2026 Audit.atr", {}));
     QList<bool> found;
     for (const QString& path :
          {audit + "3-7-2026 Audit.atr", env.appPath() + "\\Audit\\3-7-2026 Audit.atr",
-          audit + "*.atr", audit + "3-?-2026 Audit.atr", audit + "*.slg",
-          env.path(QStringLiteral("Audit")), audit + "none.atr", QString()})
+          audit + "*.atr", audit + "3-?-2026 Audit.atr", audit + "*.slg", env.path("Audit"),
+          audit + "none.atr", QString()})
         found << fileExists(path);
     QCOMPARE(found, QList<bool>({true, true, true, true, false, false, false, false}));
 }

@@ -1,6 +1,10 @@
+// Logins, signatures and rights: the session's level from the groups, the login dialog's
+// failures, the signed actions, and the rights of each level with their dialog.
+
 #include "app/frm_main.h"
-#include "platform/site_groups.h"
+#include "app/startup.h"
 #include "security/frm_login.h"
+#include "security/frm_passwords.h"
 #include "security/login.h"
 #include "security/network_info.h"
 #include "security/rights.h"
@@ -9,13 +13,14 @@
 #include "support/test_env.h"
 
 #include <QAction>
-#include <QApplication>
-#include <QDir>
+#include <QCheckBox>
+#include <QComboBox>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTreeWidget>
 #include <unistd.h>
 
 class TstLogin : public QObject {
@@ -23,33 +28,41 @@ class TstLogin : public QObject {
 private slots:
     void groupOrderDecidesTheLevel();
     void siteGroupNamesMapToTheSystemsNames();
-
-    void menuLoginThreeFailures();
-    void forgedNameNeverReachesAccountsOrRecords();
-    void unavailableCheckIsNoFailedAttempt();
-    void failureThenSuccessLogsOn();
-
-    void securityOffAsksAndRecordsNothing();
-    void signatureNeedsTheRightBeforeAndAfterAsking();
-    void cancelLeavesNoTrace();
+    void menuLoginFailuresCancelAndSuccess();
+    void signatureFailures();
     void everySignatureAsksAndTakesNamesByTheLengthTest();
+    void securityOffAndLogOff();
 
-    void logOffTextsAndEmptyIdAfterwards();
+    void checkAccessByLevelAndEntry_data();
+    void checkAccessByLevelAndEntry();
+    void loadRightsReadsKeysWithTheirBlankAndNeedsAccounts();
+    void rightsDialogAppliesOnAcceptAndWritesOnClose();
+    void rightsMenuAsksSignedAccessFirst();
 };
 
 namespace {
 const QString kAuditFile = QStringLiteral("Audit/3-14-2026 Audit.atr");
-const QString kBadPassword = QStringLiteral("Invalid UserID or Password, try again!");
-const QString kBadGroup = QStringLiteral("Invalid Group Assignment, try again!");
+const QString kBadPassword = QStringLiteral("Login: Invalid UserID or Password, try again!");
+const QString kBadGroup = QStringLiteral("Login: Invalid Group Assignment, try again!");
 const QString kThreeFailures = QStringLiteral(
-    "3 login attempts failed. User written to audit trail.\n\n"
+    "Login Failure: 3 login attempts failed. User written to audit trail.\n\n"
     "Please check with administrator for lockout\nif userID and password is not working!");
+const QString kOpDenied = QStringLiteral("Sorvantel: Access denied to operator level security!");
+const QString kSign = QStringLiteral("Digital Signature of file a.slg");
 
 // User id, full name, comment and action of every audit line.
 QList<QStringList> auditOf(const TestEnv& env) {
     QList<QStringList> out;
     for (const QString& line : plainLinesOf(env.path(kAuditFile)))
         out << line.split(u',').mid(2);
+    return out;
+}
+
+// Title and text of every message box shown, and forgets them.
+QStringList shown(TestEnv& env) {
+    QStringList out;
+    for (const ShownBox& b : std::exchange(env.dialogs->boxes, {}))
+        out << b.title + ": " + b.text;
     return out;
 }
 
@@ -79,26 +92,18 @@ QStringList session() {
     return {gUserId, gUserFullName, gUserComment, QString::number(gUserLevel)};
 }
 const QStringList kJdoe{"jdoe", "Jane Doe", "Line 1", "1"};
-
-QStringList titles(const TestEnv& env) {
-    QStringList out;
-    for (const ShownBox& b : env.dialogs->boxes)
-        out << b.title;
-    return out;
-}
 } // namespace
 
 void TstLogin::groupOrderDecidesTheLevel() {
     const QString ad = "Sorvantel Administrators", su = "Sorvantel Supervisors",
                   op = "Sorvantel Operators";
-    const QList<QStringList> groups{{su, op, ad},
-                                    {ad, op, ad},
-                                    {ad, su},
-                                    {"users", ad, "Sorvantel Guests", su, "wheel"},
-                                    {"sorvantel administrators", " Sorvantel Operators"},
-                                    {}};
     QList<int> levels; // negative where no group was found
-    for (const QStringList& g : groups) {
+    for (const QStringList& g : QList<QStringList>{{su, op, ad},
+                                                   {ad, op, ad},
+                                                   {ad, su},
+                                                   {"users", ad, "Sorvantel Guests", su, "wheel"},
+                                                   {"sorvantel administrators", " " + op},
+                                                   {}}) {
         gUserLevel = 7; // stays when nothing is found
         levels << (resolveGroupLevel(g) ? gUserLevel : -gUserLevel);
     }
@@ -121,170 +126,119 @@ void TstLogin::siteGroupNamesMapToTheSystemsNames() {
     // The operator's own settings cannot make a group the administrators.
     env.settings->setValue("Accounts", "AdministratorsGroup", "plant");
     QCOMPARE(net.GetUserGroups({}, "ann", true), defaults);
-    // The site's root-owned file can. Its keys in any case; comments, however long, sections and
-    // empty values name nothing.
-    const SiteGroups parsed =
-        parseSiteGroups("# c\n[accounts]\n SupervisorsGroup = qa \n#" + std::string(510, ' ') +
-                        "administratorsgroup=evil\noperatorsgroup=\n");
-    QCOMPARE((QList<std::string>{parsed.operators, parsed.supervisors, parsed.administrators}),
-             (QList<std::string>{"sorvantel-operators", "qa", "sorvantel-administrators"}));
-    QFile conf(site.filePath("accounts.conf"));
-    QVERIFY(conf.open(QIODevice::WriteOnly));
-    conf.write(
-        "# site groups\n[accounts]\nSupervisorsGroup = qa-leads\nadministratorsgroup=plant\n");
-    conf.close();
-    const QStringList mapped{"ann", "sorvantel-supervisors", "Sorvantel Administrators",
-                             "Sorvantel Operators", "sorvantel-administrators"};
+    // The site's root-owned file can: its keys in any case, blanks around; comments, sections
+    // and empty values name nothing.
+    QVERIFY(writeBytes(site.filePath("accounts.conf"), "# site\n[accounts]\n SupervisorsGroup = "
+                                                       "qa-leads \nadministratorsgroup= plant\n"
+                                                       "operatorsgroup=\n"));
     if (geteuid() == 0) {
-        QCOMPARE(net.GetUserGroups({}, "ann", true), mapped);
+        QCOMPARE(net.GetUserGroups({}, "ann", true),
+                 (QStringList{"ann", "sorvantel-supervisors", "Sorvantel Administrators",
+                              "Sorvantel Operators", "sorvantel-administrators"}));
         // A file that others may write is no site's word.
+        QFile conf(site.filePath("accounts.conf"));
         QVERIFY(conf.setPermissions(conf.permissions() | QFile::WriteOther));
-        QCOMPARE(net.GetUserGroups({}, "ann", true), defaults);
-    } else {
-        QCOMPARE(net.GetUserGroups({}, "ann", true), defaults); // not owned by root
     }
+    QCOMPARE(net.GetUserGroups({}, "ann", true), defaults); // not root's alone
     // An unknown user, or one without groups, gives one empty element.
     QCOMPARE(net.GetUserGroups({}, "nobody-here", true), QStringList{QString()});
 }
 
-void TstLogin::menuLoginThreeFailures() {
+// Three failures end the dialog, a right password without a group among them; the attempt is on
+// the trail under the last typed name and the session is as it was. The count is per dialog, a
+// cancel leaves no trace, and a failure followed by a success logs on.
+void TstLogin::menuLoginFailuresCancelAndSuccess() {
     TestEnv env;
     auto* main = new FrmMain;
     signedPlant(env);
     env.accounts->addUser("guest", "pw", {"guest", "users"});
-    // A right password without a group counts as a failure as well.
     logins(env, {{"mlee", "wrong-1"}, {"guest", "pw"}, {"mlee", "wrong-3"}});
     main->menuItem("mnuLogon")->trigger();
     QCOMPARE(env.modals.pending(), 0);
-    QCOMPARE(env.dialogs->texts(),
-             (QStringList{kBadPassword, kBadGroup, kBadPassword, kThreeFailures}));
-    QCOMPARE(titles(env), (QStringList{"Login", "Login", "Login", "Login Failure"}));
-    // The attempt is on the trail under the last typed name; the session is as it was.
+    QCOMPARE(shown(env), (QStringList{kBadPassword, kBadGroup, kBadPassword, kThreeFailures}));
     QCOMPARE(auditOf(env), (QList<QStringList>{{"mlee", "", "", "Login Failed"}}));
     QCOMPARE(session(), kJdoe);
     QVERIFY(!gLoggedOn);
-    // The count is per dialog: a new one starts at nothing.
+
     env.modals.login("mlee", "wrong-4");
     env.modals.cancelLogin();
     main->menuItem("mnuLogon")->trigger();
-    QCOMPARE(env.dialogs->texts().size(), 5);
+    QCOMPARE(shown(env), QStringList{kBadPassword});
+    QVERIFY(gLoginCancelled && !gLoggedOn);
     QCOMPARE(auditOf(env).size(), 1);
-}
-
-// The signature's path; the menu's takes the same typed name and restores the session as
-// menuLoginThreeFailures shows.
-void TstLogin::forgedNameNeverReachesAccountsOrRecords() {
-    TestEnv env;
-    signedPlant(env);
-    const QString forged = "mlee,Mary Lee,QA,Digital Signature of file /data/B42.slg";
-    logins(env, {{forged, "pw-mlee"}, {"mlee\nMary Lee", "pw-mlee"}, {forged, "pw-mlee"}});
-    QVERIFY(!checkAccessWithLogin(Right::SignDataFiles, "Digital Signature of file a.slg"));
-    QCOMPARE(env.dialogs->texts(),
-             (QStringList{kBadPassword, kBadPassword, kBadPassword, kThreeFailures}));
-    QVERIFY(env.accounts->checkedUsers.isEmpty());
-    // The failure is on the trail, the typed text shown but unable to fill a field of its own.
-    QCOMPARE(auditOf(env),
-             (QList<QStringList>{{"mlee?Mary?Lee?QA?Digital?Signature?of?file??data?B42.slg", "",
-                                  "", "Login Failed during Digital Signature of file a.slg"}}));
     QCOMPARE(session(), kJdoe);
-}
 
-void TstLogin::unavailableCheckIsNoFailedAttempt() {
-    TestEnv env;
-    signedPlant(env);
-    env.accounts->serviceDown = true;
-    logins(env, {{"mlee", "pw-mlee"}, {"mlee", "pw-mlee"}, {"mlee", "pw-mlee"}});
-    env.modals.cancelLogin(); // the dialog is still there after three
-    QVERIFY(!checkAccessWithLogin(Right::SignDataFiles, "Digital Signature of file a.slg"));
-    const QString unavailable =
-        "The password could not be checked: the system's password service is not "
-        "available.\nPlease check with administrator.";
-    QCOMPARE(env.dialogs->texts(), (QStringList{unavailable, unavailable, unavailable}));
-    QCOMPARE(env.modals.pending(), 0);
-    QVERIFY(!QFile::exists(env.path(kAuditFile)));
-    QCOMPARE(session(), kJdoe);
-}
-
-void TstLogin::failureThenSuccessLogsOn() {
-    TestEnv env;
-    auto* main = new FrmMain;
-    signedPlant(env);
     env.modals.login("tom", "pw-mlee");
     env.modals.act([](QDialog* d) {
-        auto* login = qobject_cast<FrmLogin*>(d);
-        QVERIFY(login);
-        QCOMPARE(login->loginAttemptsFailed(), quint16(1));
+        QCOMPARE(qobject_cast<FrmLogin*>(d)->loginAttemptsFailed(), quint16(1));
         // The password, never shown, was dropped after its check; the name waits, selected.
-        auto* name = d->findChild<QLineEdit*>("UserName");
-        QCOMPARE(d->findChild<QLineEdit*>("txtPassword")->echoMode(), QLineEdit::Password);
-        QCOMPARE(d->findChild<QLineEdit*>("txtPassword")->text(), QString());
-        QCOMPARE(name->selectedText(), QStringLiteral("tom"));
-        d->findChild<QLineEdit*>("txtPassword")->setText("pw-tom");
+        auto* password = d->findChild<QLineEdit*>("txtPassword");
+        QCOMPARE(std::pair(password->echoMode(), password->text()),
+                 std::pair(QLineEdit::Password, QString()));
+        QCOMPARE(d->findChild<QLineEdit*>("UserName")->selectedText(), QStringLiteral("tom"));
+        password->setText("pw-tom");
         d->findChild<QPushButton*>("cmdOK")->click();
     });
     main->menuItem("mnuLogon")->trigger();
-    QCOMPARE(env.dialogs->texts(), QStringList{kBadPassword});
+    QCOMPARE(shown(env), QStringList{kBadPassword});
     QCOMPARE(session(), (QStringList{"tom", "Tom Field", "Night shift", "0"}));
     QCOMPARE(gComputerName, env.accounts->computer);
-    QVERIFY(gLoggedOn);
-    QCOMPARE(auditOf(env), (QList<QStringList>{{"tom", "Tom Field", "Night shift", "Login"}}));
+    QVERIFY(gLoggedOn && !gLoginCancelled);
+    QCOMPARE(auditOf(env).last(), (QStringList{"tom", "Tom Field", "Night shift", "Login"}));
 }
 
-void TstLogin::securityOffAsksAndRecordsNothing() {
-    TestEnv env;
-    auto* main = new FrmMain;
-    g21CFR = false;
-    QVERIFY(checkAccessWithLogin(Right::SignDataFiles, "Digital Signature of file x.slg"));
-    QVERIFY(env.dialogs->boxes.isEmpty());
-    main->menuItem("mnuLogon")->trigger();
-    main->menuItem("mnuLogOff")->trigger();
-    QCOMPARE(env.dialogs->texts(),
-             (QStringList{"System security is not enabled!\n", "System security is not enabled!"}));
-    QCoreApplication::processEvents();
-    QVERIFY(env.modals.seen.isEmpty());
-    QVERIFY(!QDir(env.path("Audit")).exists());
-    QCOMPARE(gUserId, QStringLiteral("Sorvantel System"));
-}
-
-void TstLogin::signatureNeedsTheRightBeforeAndAfterAsking() {
+// A signature that fails comes back to the session as it was, each way it can fail.
+void TstLogin::signatureFailures() {
     TestEnv env;
     signedPlant(env);
-    gUserLevel = 0; // operators lack right 15
-    QVERIFY(!checkAccessWithLogin(Right::SignDataFiles, "Digital Signature of file x.slg"));
-    QCoreApplication::processEvents();
-    QVERIFY(env.modals.seen.isEmpty());
-    QVERIFY(auditOf(env).isEmpty());
-    // A signer without the right is denied and the session comes back whole.
-    gUserLevel = 1;
-    env.modals.login("tom", "pw-tom");
-    QVERIFY(!checkAccessWithLogin(Right::SignDataFiles, "Digital Signature of file a.slg"));
-    const QString denied = "Access denied to operator level security!";
-    QCOMPARE(env.dialogs->texts(), (QStringList{denied, denied}));
-    QCOMPARE(auditOf(env),
-             (QList<QStringList>{{"tom", "Tom Field", "Night shift",
-                                  "User access denied during Digital Signature of file a.slg"}}));
-    QCOMPARE(session(), kJdoe);
-}
-
-void TstLogin::cancelLeavesNoTrace() {
-    TestEnv env;
-    auto* main = new FrmMain;
-    signedPlant(env);
-    env.modals.login("tom", "nope");
+    // A password service that is down is no failed attempt: the dialog is still there after three.
+    env.accounts->serviceDown = true;
+    logins(env, {{"mlee", "pw-mlee"}, {"mlee", "pw-mlee"}, {"mlee", "pw-mlee"}});
     env.modals.cancelLogin();
-    main->menuItem("mnuLogon")->trigger();
-    QVERIFY(gLoginCancelled);
-    QVERIFY(!gLoggedOn);
+    QVERIFY(!checkAccessWithLogin(Right::SignDataFiles, kSign));
+    QCOMPARE(shown(env), QStringList(3, "Login: The password could not be checked: the system's "
+                                        "password service is not available.\nPlease check with "
+                                        "administrator."));
+    QCOMPARE(env.modals.pending(), 0);
     QVERIFY(!QFile::exists(env.path(kAuditFile)));
     QCOMPARE(session(), kJdoe);
-    // A signature cancelled after a failure adds nothing and leaves the next one free.
+
+    // A signer cancelled after a failure adds nothing and leaves the next one free.
+    env.accounts->serviceDown = false;
     env.modals.login("mlee", "wrong");
     env.modals.cancelLogin();
     QVERIFY(!checkAccessWithLogin(Right::SignDataFiles, "Clear Alarm Log"));
-    QCOMPARE(env.dialogs->texts(), (QStringList{kBadPassword, kBadPassword}));
+    QCOMPARE(shown(env), QStringList{kBadPassword});
     QVERIFY(!QFile::exists(env.path(kAuditFile)));
     QCOMPARE(session(), kJdoe);
     QVERIFY(!gLoginCancelled);
+
+    // Forged names never reach the accounts; the trail shows the typed text, unable to fill a
+    // field of its own.
+    env.accounts->checkedUsers.clear();
+    const QString forged = "mlee,Mary Lee,QA,Digital Signature of file /data/B42.slg";
+    logins(env, {{forged, "pw-mlee"}, {"mlee\nMary Lee", "pw-mlee"}, {forged, "pw-mlee"}});
+    QVERIFY(!checkAccessWithLogin(Right::SignDataFiles, kSign));
+    QCOMPARE(shown(env), (QStringList{kBadPassword, kBadPassword, kBadPassword, kThreeFailures}));
+    QVERIFY(env.accounts->checkedUsers.isEmpty());
+    QCOMPARE(session(), kJdoe);
+
+    // The right is needed before asking (operators lack right 15) and of the signer after.
+    gUserLevel = 0;
+    const qsizetype asked = env.modals.seen.size();
+    QVERIFY(!checkAccessWithLogin(Right::SignDataFiles, kSign));
+    QCOMPARE(shown(env), QStringList{kOpDenied});
+    QCOMPARE(env.modals.seen.size(), asked);
+    gUserLevel = 1;
+    env.modals.login("tom", "pw-tom");
+    QVERIFY(!checkAccessWithLogin(Right::SignDataFiles, kSign));
+    QCOMPARE(shown(env), QStringList{kOpDenied});
+    QCOMPARE(session(), kJdoe);
+    QCOMPARE(auditOf(env),
+             (QList<QStringList>{
+                 {"mlee?Mary?Lee?QA?Digital?Signature?of?file??data?B42.slg", "", "",
+                  "Login Failed during " + kSign},
+                 {"tom", "Tom Field", "Night shift", "User access denied during " + kSign}}));
 }
 
 // Every signed action asks again, also of the same user. The level follows the groups; the names
@@ -295,23 +249,31 @@ void TstLogin::everySignatureAsksAndTakesNamesByTheLengthTest() {
         signedPlant(env);
         env.accounts->computer = "PLANT01";
         env.accounts->addUser(user, "pw", {"Sorvantel Administrators"}, "New Person", "New");
-        env.modals.login(user, "pw");
-        env.modals.login(user, "pw");
-        QVERIFY(checkAccessWithLogin(Right::SignDataFiles, "Digital Signature of file a.slg"));
+        logins(env, {{user, "pw"}, {user, "pw"}});
+        QVERIFY(checkAccessWithLogin(Right::SignDataFiles, kSign));
         QVERIFY(checkAccessWithLogin(Right::SignDataFiles, "Verify"));
         QCOMPARE(env.modals.seen, (QStringList{"Login", "Login"}));
         const QStringList who = user.size() == 3 ? QStringList{user, "New Person", "New"}
                                                  : QStringList{"jdoe", "Jane Doe", "Line 1"};
         QCOMPARE(session(), who + QStringList{"2"});
         QCOMPARE(auditOf(env),
-                 (QList<QStringList>{who + QStringList{"Digital Signature of file a.slg"},
-                                     who + QStringList{"Verify"}}));
+                 (QList<QStringList>{who + QStringList{kSign}, who + QStringList{"Verify"}}));
     }
 }
 
-void TstLogin::logOffTextsAndEmptyIdAfterwards() {
+void TstLogin::securityOffAndLogOff() {
     TestEnv env;
     auto* main = new FrmMain;
+    QVERIFY(checkAccessWithLogin(Right::SignDataFiles, kSign)); // asks and records nothing
+    main->menuItem("mnuLogon")->trigger();
+    main->menuItem("mnuLogOff")->trigger();
+    QCOMPARE(shown(env), (QStringList{"Sorvantel: System security is not enabled!\n",
+                                      "Sorvantel: System security is not enabled!"}));
+    QCoreApplication::processEvents();
+    QVERIFY(env.modals.seen.isEmpty());
+    QVERIFY(!QDir(env.path("Audit")).exists());
+    QCOMPARE(gUserId, QStringLiteral("Sorvantel System"));
+
     g21CFR = true;
     gUserLevel = 2;
     env.dialogs->answerNext(MsgAnswer::Cancel);
@@ -320,17 +282,196 @@ void TstLogin::logOffTextsAndEmptyIdAfterwards() {
     QVERIFY(!QFile::exists(env.path(kAuditFile)));
     main->menuItem("mnuLogOff")->trigger();
     QCOMPARE(env.dialogs->boxes[1].buttons, MsgButtons::OkCancel);
-    // The line still carries the old name.
+    // The line still carries the old name; the session has no id until the next login.
     QCOMPARE(auditOf(env), (QList<QStringList>{{"Sorvantel System", "", "", "Logged Off"}}));
     QCOMPARE((std::pair{gUserId, int(gUserLevel)}), (std::pair{QString(), 0}));
     main->menuItem("mnuLogOff")->trigger();
-    const QString ask = "Log off Sorvantel System . Are you sure?";
-    QCOMPARE(env.dialogs->texts(), (QStringList{ask, ask,
-                                                " has been logged off successfully!\n"
-                                                "System will default to operator level security.",
-                                                "There are no users logged on!"}));
-    QCOMPARE(titles(env), (QStringList{"Log off", "Log off", "Log Off", "Log Off"}));
+    const QString ask = "Log off: Log off Sorvantel System . Are you sure?";
+    QCOMPARE(shown(env), (QStringList{ask, ask,
+                                      "Log Off:  has been logged off successfully!\n"
+                                      "System will default to operator level security.",
+                                      "Log Off: There are no users logged on!"}));
     QCOMPARE(auditOf(env).size(), 1);
+}
+
+void TstLogin::checkAccessByLevelAndEntry_data() {
+    QTest::addColumn<int>("level");
+    QTest::addColumn<int>("right");
+    QTest::addColumn<int>("entry");
+    QTest::addColumn<QString>("denial"); // empty: passes
+    auto row = [](const char* name, int level, int right, int entry, const char* denied = "") {
+        QTest::newRow(name) << level << right << entry
+                            << (*denied ? QStringLiteral("Access denied to %1 level security!")
+                                              .arg(QLatin1String(denied))
+                                        : QString());
+    };
+    row("operator holds 4", 0, 4, 1);
+    row("operator lacks 4", 0, 4, 0, "operator");
+    row("hand-edited 2 denies", 0, 4, 2, "operator");
+    row("supervisor holds 15", 1, 15, 1);
+    row("administrator lacks 23", 2, 23, 0, "administrator");
+    row("administrator keeps 13", 2, 13, 0);
+    row("only the administrator keeps 13", 1, 13, 0, "supervisor");
+    row("24 set by hand", 2, 24, 1);
+    row("right beyond the table", 2, 25, 1, "administrator");
+    row("negative right", 0, -1, 1, "operator");
+}
+
+void TstLogin::checkAccessByLevelAndEntry() {
+    QFETCH(int, level);
+    QFETCH(int, right);
+    QFETCH(int, entry);
+    QFETCH(QString, denial);
+    TestEnv env;
+    g21CFR = true;
+    gUserLevel = static_cast<qint16>(level);
+    // Every other right of every level is granted: only the entry under test may decide.
+    for (RightsTable* t : {&gOpRights, &gSuRights, &gAdRights})
+        t->fill(1);
+    if (right >= 0 && right < kRightCount)
+        (*rightsOfLevel(level))[right] = static_cast<qint16>(entry);
+    QCOMPARE(checkAccess(right), denial.isEmpty());
+    if (!denial.isEmpty()) {
+        const ShownBox box = env.dialogs->boxes.value(0);
+        QCOMPARE(std::tuple(box.icon, box.buttons), std::tuple(MsgIcon::Critical, MsgButtons::Ok));
+    }
+    QCOMPARE(shown(env), denial.isEmpty() ? QStringList() : QStringList{"Sorvantel: " + denial});
+    // With security off the same entry passes, silently.
+    g21CFR = false;
+    QVERIFY(checkAccess(right));
+    QVERIFY(env.dialogs->boxes.isEmpty());
+}
+
+void TstLogin::loadRightsReadsKeysWithTheirBlankAndNeedsAccounts() {
+    TestEnv env;
+    // "op0" is not the key (no blank); 65537 would wrap round to 1.
+    for (auto [section, key, value] : {std::tuple{"op", "op 0", "1"},
+                                       {"op", "op0", "1"},
+                                       {"op", "op 1", "2"},
+                                       {"su", "su 24", "1"},
+                                       {"ad", "ad 11", " 1 "},
+                                       {"ad", "ad 12", "yes"},
+                                       {"ad", "ad 13", "65537"},
+                                       {"security", "21CFR", "True"}})
+        env.settings->setValue(QStringLiteral("Levels\\") + section, key, value);
+    gUserId = QStringLiteral("someone");
+    gUserLevel = 2;
+    QVERIFY(loadRights());
+    // A 2 loads as it stands; unreadable text takes the default.
+    QCOMPARE((QList<int>{gOpRights[0], gOpRights[1], gOpRights[2], gSuRights[24], gAdRights[11],
+                         gAdRights[12], gAdRights[13]}),
+             (QList<int>{1, 2, 0, 1, 1, 0, 0}));
+    QVERIFY(g21CFR);
+    QCOMPARE(std::pair(gUserId, gUserLevel),
+             std::pair(QStringLiteral("Sorvantel System"), qint16(0)));
+
+    // Without accounts nobody can sign: security stays off and its menus with it.
+    resetRights();
+    env.accounts->backendPresent = false;
+    gUserId = QStringLiteral("someone");
+    QVERIFY(!isNtFamily());
+    auto* main = new FrmMain;
+    loadSettings(*main);
+    for (const char* item : {"mnuAudit", "mnuPasswords", "mnuLogOff", "mnuLogon"})
+        QVERIFY2(!main->menuItem(QString::fromLatin1(item))->isEnabled(), item);
+    QVERIFY(!g21CFR);
+    QCOMPARE(gOpRights[0], qint16(0)); // never read
+    QCOMPARE(gUserId, QStringLiteral("Sorvantel System"));
+}
+
+// Each level shows its own table; ticks count only on Accept, and then at once, but nothing is
+// written before the close, which writes every key and the switch.
+void TstLogin::rightsDialogAppliesOnAcceptAndWritesOnClose() {
+    TestEnv env;
+    gOpRights[1] = 1;
+    gOpRights[2] = 1;
+    gSuRights[5] = 1;
+    gSuRights[7] = 2; // a hand-edited value shows as a tick
+    gAdRights[23] = 1;
+    gAdRights[24] = 1; // right 24 has no row and is never written
+    QString ticks;     // of the rows shown, '1' for a tick
+    auto d = std::make_unique<FrmPasswords>(nullptr);
+    auto showing = [&](int level = -1) {
+        if (level >= 0)
+            d->userLevel()->setCurrentIndex(level);
+        ticks.clear();
+        for (int row = 0; row < 24; ++row)
+            ticks += d->rightsList()->topLevelItem(row)->checkState(0) == Qt::Checked ? '1' : '0';
+        return ticks.left(8);
+    };
+    auto tick = [&](int row, bool on) {
+        d->rightsList()->topLevelItem(row)->setCheckState(0, on ? Qt::Checked : Qt::Unchecked);
+    };
+    auto click = [&](const char* button) {
+        d->findChild<QPushButton*>(QString::fromLatin1(button))->click();
+    };
+    QCOMPARE(showing(), QStringLiteral("01100000"));
+    tick(2, false);
+    tick(3, true);
+    QCOMPARE(showing(1), QStringLiteral("00000101"));
+    QCOMPARE(showing(0), QStringLiteral("01100000"));
+    // Choosing the same level again also drops what was not accepted.
+    tick(3, true);
+    emit d->userLevel()->activated(0);
+    QCOMPARE(showing(), QStringLiteral("01100000"));
+    // Select All and Remove All, first row to last, only touch the ticks.
+    click("Command3");
+    QCOMPARE(showing(), QStringLiteral("11111111"));
+    QCOMPARE(ticks, QString(24, u'1'));
+    click("Command4");
+    showing();
+    QCOMPARE(ticks, QString(24, u'0'));
+    QCOMPARE(QList<int>({gOpRights[2], gOpRights[3]}), QList<int>({1, 0}));
+
+    g21CFR = true;
+    gUserLevel = 1;
+    showing(1);
+    tick(4, true);
+    click("Command2");
+    // In force for the running session before the dialog closes; the ticked 2 became 1.
+    QCOMPARE(QList<int>({gSuRights[4], gSuRights[7]}), QList<int>({1, 1}));
+    QVERIFY(checkAccess(4) && checkAccess(7));
+    QVERIFY(env.dialogs->boxes.isEmpty() && env.settings->values.isEmpty());
+
+    // The switch is not in force while the dialog is open.
+    g21CFR = false;
+    d->securityCheck()->setChecked(true);
+    QVERIFY(!g21CFR);
+    click("Command1");
+    QVERIFY(!d->isVisible() && g21CFR);
+    d.reset();
+    auto stored = [&](const char* section, const QString& key) {
+        return env.settings->value(QLatin1String("Levels\\") + section, key, "absent");
+    };
+    QCOMPARE(env.settings->values.size(), 3 * 24 + 1);
+    QCOMPARE(
+        (QStringList{stored("op", "op 1"), stored("op", "op 3"), stored("su", "su 23"),
+                     stored("ad", "ad 23"), stored("ad", "ad 24"), stored("security", "21CFR")}),
+        (QStringList{"1", "0", "0", "1", "absent", "True"}));
+
+    d = std::make_unique<FrmPasswords>(nullptr);
+    d->show();
+    d->securityCheck()->setChecked(false);
+    QVERIFY(d->close()); // the close box: there is no cancel
+    QVERIFY(!g21CFR);
+    QCOMPARE(stored("security", "21CFR"), QStringLiteral("False"));
+}
+
+// The denial without the right is in tst_frm_main.
+void TstLogin::rightsMenuAsksSignedAccessFirst() {
+    TestEnv env;
+    auto* main = new FrmMain;
+    g21CFR = true;
+    gOpRights[11] = 1;
+    gSuRights[11] = 1;
+    env.accounts->addUser("mlee", "pw-mlee", {"Sorvantel Supervisors"}, "Mary Lee", "QA");
+    env.modals.login("mlee", "pw-mlee");
+    env.modals.act([](QDialog* d) { d->findChild<QPushButton*>("Command1")->click(); });
+    main->menuItem("mnuPasswords")->trigger();
+    QCOMPARE(env.modals.seen, (QStringList{"Login", "Configure User Access"}));
+    QCOMPARE(gUserId, QStringLiteral("mlee"));
+    QCOMPARE(auditOf(env),
+             (QList<QStringList>{{"mlee", "Mary Lee", "QA", "Configure users access"}}));
 }
 
 QTEST_MAIN(TstLogin)

@@ -1,7 +1,9 @@
-// Logs in through PAM for real, with throw-away accounts made for the run. Needs root to make
-// the accounts; skipped otherwise.
+// The password check: its handling of the helper program, with stand-in helpers, and the real
+// helper's refusal of malformed input; then, as root, logins through PAM for real with
+// throw-away accounts made for the run (skipped without root).
 
 #include "platform/accounts.h"
+#include "support/audit_files.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -12,41 +14,52 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 #include <csignal>
 #include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
+
+using namespace Qt::StringLiterals;
 
 class TstRealAccounts : public QObject {
     Q_OBJECT
 private slots:
     void initTestCase();
     void cleanupTestCase();
+    void onlyAHelperThatRanAndEndedWithZeroAccepts();
+    void possibleAccountNames();
+    void helperRefusesMalformedInput();
+
     void passwordsGroupsAndNamesFromTheSystem();
     void helperChecksOnlyWorkstationMembers();
     void nonRootWorkstationNeedsTheSetgidHelper();
     void installedHelperIsReachableOnlyByWorkstationUsers();
 
 private:
-    QString m_alice; // in the administrators' group, then the operators'
-    QString m_bob;   // in the supervisors' group
+    const QString m_alice = u"svtestalice"_s; // in the administrators' group, then the operators'
+    const QString m_bob = u"svtestbob"_s;     // in the supervisors' group
     bool m_made = false;
 };
 
 namespace {
-const QString kAlicePassword = QStringLiteral("Al1ce-pw-for-tests");
-const QString kBobPassword = QStringLiteral("B0b-pw, with comma");
+const QString kAlicePassword = u"Al1ce-pw-for-tests"_s;
+const QString kBobPassword = u"B0b-pw, with comma"_s;
 // The workstation's groups under their default names, which the installed helper knows without
 // a site file. Made for the run where the machine lacks them, and removed again only then.
 const QStringList kGroups{"sorvantel-administrators", "sorvantel-operators",
                           "sorvantel-supervisors"};
 QStringList gMadeGroups;
-const QString kFastService = QStringLiteral("svtest-nodelay");
-const QString kPermitService = QStringLiteral("svtest-permit");
-const QString kBrokenService = QStringLiteral("svtest-broken");
+const QString kFastService = u"svtest-nodelay"_s;
+const QString kPermitService = u"svtest-permit"_s;
+const QString kBrokenService = u"svtest-broken"_s;
+const char kNeedsRoot[] = "Making throw-away OS accounts needs root, useradd and friends and "
+                          "PAM's common-auth; run the tests as root to check PAM.";
 
 int run(const QString& program, const QStringList& arguments, const QByteArray& input = {}) {
     QProcess p;
@@ -61,6 +74,19 @@ int run(const QString& program, const QStringList& arguments, const QByteArray& 
 
 QByteArray helperInput(const QString& user, const QString& password) {
     return user.toUtf8() + '\0' + password.toUtf8() + '\0';
+}
+
+// A stand-in helper: a shell script with this body.
+QString script(const QTemporaryDir& dir, const QString& name, const QByteArray& body,
+               bool executable = true) {
+    const QString path = dir.filePath(name);
+    QFile f(path);
+    if (f.open(QIODevice::WriteOnly))
+        f.write("#!/bin/sh\n" + body + "\n");
+    f.close();
+    f.setPermissions(QFile::ReadOwner | QFile::WriteOwner |
+                     (executable ? QFile::ExeOwner : QFile::Permissions()));
+    return path;
 }
 
 // setpriv's arguments to run the rest as this user, with these supplementary groups.
@@ -86,33 +112,19 @@ void removeAccounts() {
             run("userdel", {QString::fromLatin1(user)});
         }
     }
-    for (const QString& g : gMadeGroups)
+    for (const QString& g : std::exchange(gMadeGroups, {}))
         run("groupdel", {g});
-    gMadeGroups.clear();
     for (const QString& service : {kFastService, kPermitService, kBrokenService})
         QFile::remove("/etc/pam.d/" + service);
-}
-
-// A site groups file as root leaves it, in a folder of its own.
-QString siteGroupsFile(const QTemporaryDir& dir, const QByteArray& text) {
-    const QString path = dir.filePath("accounts.conf");
-    QFile f(path);
-    if (f.open(QIODevice::WriteOnly))
-        f.write(text);
-    return path;
 }
 } // namespace
 
 void TstRealAccounts::initTestCase() {
-    if (geteuid() != 0)
-        QSKIP("Making throw-away OS accounts needs root; run the tests as root to check PAM.");
+    if (geteuid() != 0 || !QFile::exists(QStringLiteral("/etc/pam.d/common-auth")))
+        return;
     for (const char* tool : {"useradd", "userdel", "groupadd", "groupdel", "chpasswd"})
         if (QStandardPaths::findExecutable(QString::fromLatin1(tool)).isEmpty())
-            QSKIP(qPrintable(QStringLiteral("%1 is not installed.").arg(tool)));
-    if (!QFile::exists(QStringLiteral("/etc/pam.d/common-auth")))
-        QSKIP("This machine's PAM has no common-auth to build the test services on.");
-    m_alice = QStringLiteral("svtestalice");
-    m_bob = QStringLiteral("svtestbob");
+            return;
     removeAccounts();
     m_made = true;
     // Made in this order, the groups stand in this order in the group database.
@@ -128,10 +140,8 @@ void TstRealAccounts::initTestCase() {
     QCOMPARE(run("useradd", {"-M", "-U", "-G", "sorvantel-supervisors", "-c",
                              "Bob Builder,Room 4,555-1,555-2", m_bob}),
              0);
-    QCOMPARE(
-        run("chpasswd", {},
-            (m_alice + ":" + kAlicePassword + "\n" + m_bob + ":" + kBobPassword + "\n").toUtf8()),
-        0);
+    const QString passwords = m_alice + ":" + kAlicePassword + "\n" + m_bob + ":" + kBobPassword;
+    QCOMPARE(run("chpasswd", {}, passwords.toUtf8() + "\n"), 0);
     for (const auto& [service, modules] :
          {std::pair{kFastService, QByteArray("unix.so nodelay")},
           std::pair{kPermitService, QByteArray("permit.so")},
@@ -147,7 +157,112 @@ void TstRealAccounts::cleanupTestCase() {
         removeAccounts();
 }
 
+void TstRealAccounts::onlyAHelperThatRanAndEndedWithZeroAccepts() {
+    using C = PasswordCheck;
+    QTemporaryDir dir;
+    // Script name (none: missing), body, executable, outcome.
+    const std::tuple<QString, QByteArray, bool, C> rows[]{
+        {"ok.sh", "cat >/dev/null; exit 0", true, C::Accepted},
+        {"no.sh", "cat >/dev/null; exit 1", true, C::Refused},
+        {"bad.sh", "cat >/dev/null; exit 2", true, C::Refused},
+        // PAM, the pace file or the groups file could not serve: nobody's password was wrong.
+        {"nopam.sh", "exit 3", true, C::Unavailable},
+        {"killed.sh", "kill -9 $$", true, C::Unavailable},
+        // Qt leaves the exit code at 0 when a program cannot start: that must not accept.
+        {"noexec.sh", "exit 0", false, C::Unavailable},
+        {"", "", false, C::Unavailable}};
+    // A helper that cannot start answers at once, not after the time-out.
+    QElapsedTimer clock;
+    clock.start();
+    for (const auto& [name, body, executable, outcome] : rows) {
+        PosixAccounts accounts(name.isEmpty() ? dir.filePath("not-there")
+                                              : script(dir, name, body, executable));
+        QCOMPARE((std::pair{name, accounts.checkPassword("alice", "secret")}),
+                 (std::pair{name, outcome}));
+    }
+    QVERIFY2(clock.elapsed() < 10000, qPrintable(QString::number(clock.elapsed())));
+
+    // With no descriptor left for its pipes, QProcess fails before any program runs and leaves
+    // the exit code at 0 as well.
+    PosixAccounts yes(dir.filePath("ok.sh"));
+    rlimit saved{};
+    QCOMPARE(getrlimit(RLIMIT_NOFILE, &saved), 0);
+    int highest = 0;
+    for (int fd = 0; fd < 4096; ++fd)
+        if (fcntl(fd, F_GETFD) != -1)
+            highest = fd;
+    rlimit tight = saved;
+    tight.rlim_cur = static_cast<rlim_t>(highest + 1);
+    QCOMPARE(setrlimit(RLIMIT_NOFILE, &tight), 0);
+    std::vector<int> fillers;
+    for (int fd; (fd = open("/dev/null", O_RDONLY)) >= 0;)
+        fillers.push_back(fd);
+    const PasswordCheck starved = yes.checkPassword("alice", "secret");
+    for (int fd : fillers)
+        close(fd);
+    setrlimit(RLIMIT_NOFILE, &saved);
+    QCOMPARE(starved, PasswordCheck::Unavailable);
+
+    // The password goes on standard input only, never on the command line.
+    const QString seen = dir.filePath("seen");
+    PosixAccounts recording(
+        script(dir, "record.sh",
+               QStringLiteral("echo \"$#:$*\" > '%1.args'; cat > '%1'; exit 0").arg(seen).toUtf8()),
+        {"--service", "svc"});
+    QCOMPARE(recording.checkPassword("alice", u"pä ss,word"_s), PasswordCheck::Accepted);
+    QCOMPARE(readBytes(seen), QByteArray("alice\0p\xc3\xa4 ss,word\0", 18));
+    QCOMPARE(readBytes(seen + ".args"), QByteArray("2:--service svc\n"));
+
+    // Text that cannot be an account, or a password with a NUL, never reaches the helper.
+    const QString marker = dir.filePath("ran");
+    PosixAccounts marking(
+        script(dir, "mark.sh", QStringLiteral("touch '%1'; exit 0").arg(marker).toUtf8()));
+    for (const auto& [user, password] : {std::pair{QString(), u"secret"_s},
+                                         {QString::fromLatin1("al\0ice", 6), u"secret"_s},
+                                         {u"alice"_s, QString::fromLatin1("se\0cret", 7)}})
+        QCOMPARE(marking.checkPassword(user, password), PasswordCheck::Refused);
+    QVERIFY(!QFile::exists(marker));
+    QVERIFY(marking.groupsOf(QString()).isEmpty() && !marking.account(QString()));
+
+    // The workstation's timers keep running while it waits; a helper that takes too long is
+    // stopped and the check could not run.
+    PosixAccounts slow(script(dir, "slow.sh", "sleep 20; exit 0"));
+    slow.timeoutMs = 600;
+    int ticks = 0;
+    QTimer timer;
+    connect(&timer, &QTimer::timeout, [&ticks] { ++ticks; });
+    timer.start(50);
+    clock.restart();
+    QCOMPARE(slow.checkPassword("alice", "secret"), PasswordCheck::Unavailable);
+    QVERIFY(clock.elapsed() < 5000);
+    QVERIFY2(ticks >= 5, qPrintable(QString::number(ticks)));
+}
+
+void TstRealAccounts::possibleAccountNames() {
+    for (const char* name : {"jdoe", "j.doe_2", "svc-line1", "jdoe@plant.example", "host$"})
+        QVERIFY2(isPossibleAccountName(QString::fromLatin1(name)), name);
+    for (const char* name : {"", "mlee,Mary Lee", "a b", "tab\tname", "line\nbreak", "-rf", "..",
+                             "a$b", "semi;colon", "quote\"d"})
+        QVERIFY2(!isPossibleAccountName(QString::fromLatin1(name)), name);
+    QVERIFY(!isPossibleAccountName(QString(257, u'a')) && !isPossibleAccountName(u"jos\u00e9"_s));
+    QCOMPARE(typedNameForRecord(QString(300, u',')).size(), 256);
+}
+
+void TstRealAccounts::helperRefusesMalformedInput() {
+    // No separator, no end of password, empty user, nothing, unknown option, too long.
+    const std::pair<QStringList, QByteArray> rows[]{{{}, QByteArray("alice")},
+                                                    {{}, QByteArray("alice\0secret", 12)},
+                                                    {{}, QByteArray("\0secret\0", 8)},
+                                                    {{}, QByteArray()},
+                                                    {{"--verbose"}, QByteArray("a\0b\0", 4)},
+                                                    {{}, QByteArray(5000, 'a')}};
+    for (const auto& [arguments, input] : rows)
+        QCOMPARE(run(QStringLiteral(AUTHCHECK_PATH), arguments, input), 2);
+}
+
 void TstRealAccounts::passwordsGroupsAndNamesFromTheSystem() {
+    if (!m_made)
+        QSKIP(kNeedsRoot);
     using C = PasswordCheck;
     PosixAccounts pam(QStringLiteral(AUTHCHECK_PATH), {"--service", kFastService});
     QCOMPARE((QList<C>{pam.checkPassword(m_alice, kAlicePassword),
@@ -170,12 +285,17 @@ void TstRealAccounts::passwordsGroupsAndNamesFromTheSystem() {
 }
 
 void TstRealAccounts::helperChecksOnlyWorkstationMembers() {
-    // A service that lets everybody in shows that a refusal came before PAM was asked.
+    if (!m_made)
+        QSKIP(kNeedsRoot);
+    // A service that lets everybody in shows that a refusal came before PAM was asked. The site
+    // groups file lies as root leaves it, in a folder of its own.
     QTemporaryDir dir;
+    const QString file = dir.filePath("accounts.conf");
     auto check = [&](const QString& user, const QByteArray& groups,
                      const QString& service = kPermitService) {
-        return run(QStringLiteral(AUTHCHECK_PATH),
-                   {"--service", service, "--groups-file", siteGroupsFile(dir, groups)},
+        if (!writeBytes(file, groups))
+            return -1;
+        return run(QStringLiteral(AUTHCHECK_PATH), {"--service", service, "--groups-file", file},
                    helperInput(user, "anything"));
     };
     QCOMPARE(check(m_alice, ""), 0);
@@ -189,11 +309,9 @@ void TstRealAccounts::helperChecksOnlyWorkstationMembers() {
 }
 
 void TstRealAccounts::nonRootWorkstationNeedsTheSetgidHelper() {
-    if (QStandardPaths::findExecutable("setpriv").isEmpty())
-        QSKIP("setpriv is not installed.");
     const group* shadow = getgrnam("shadow");
-    if (!shadow)
-        QSKIP("This machine has no shadow group.");
+    if (!m_made || QStandardPaths::findExecutable("setpriv").isEmpty() || !shadow)
+        QSKIP("Needs root, setpriv and a shadow group.");
     const QStringList bobArgs = asUser(m_bob, "--clear-groups");
     const QStringList aliceArgs = asUser(m_alice, "--clear-groups");
     QVERIFY(!bobArgs.isEmpty() && !aliceArgs.isEmpty());
@@ -292,8 +410,8 @@ void TstRealAccounts::nonRootWorkstationNeedsTheSetgidHelper() {
 }
 
 void TstRealAccounts::installedHelperIsReachableOnlyByWorkstationUsers() {
-    if (QStandardPaths::findExecutable("setpriv").isEmpty() || !getgrnam("shadow"))
-        QSKIP("setpriv or the shadow group is missing.");
+    if (!m_made || QStandardPaths::findExecutable("setpriv").isEmpty() || !getgrnam("shadow"))
+        QSKIP("Needs root, setpriv and a shadow group.");
     QTemporaryDir dir;
     QVERIFY(openToOthers(dir));
     const QString helperDir = dir.filePath("libexec");

@@ -16,11 +16,19 @@
 #include <QMap>
 #include <deque>
 
+// The next answer of a script, taken from it; nothing once the script has run out.
+template <typename T> std::optional<T> takeNext(std::deque<T>& script) {
+    if (script.empty())
+        return std::nullopt;
+    T next = std::move(script.front());
+    script.pop_front();
+    return next;
+}
+
 struct ShownBox {
     MsgIcon icon;
     MsgButtons buttons;
-    QString title;
-    QString text;
+    QString title, text;
 };
 
 class ScriptedDialogs final : public Dialogs {
@@ -34,16 +42,28 @@ public:
 
     MsgAnswer messageBox(MsgIcon icon, MsgButtons buttons, const QString& title,
                          const QString& text) override;
-    std::optional<QString> inputBox(const QString&, const QString&, const QString&) override;
-    FileDialogResult openFile(const FileDialogRequest& request) override;
-    FileDialogResult saveFile(const FileDialogRequest& request) override;
+    std::optional<QString> inputBox(const QString&, const QString&, const QString&) override {
+        return takeNext(inputs);
+    }
+    FileDialogResult openFile(const FileDialogRequest& request) override {
+        fileRequests.append(request);
+        return takeNext(fileAnswers).value_or(FileDialogResult{});
+    }
+    FileDialogResult saveFile(const FileDialogRequest& request) override {
+        return openFile(request);
+    }
     std::optional<QColor> chooseColour(const QColor&) override { return std::nullopt; }
     bool openDocument(const QString& path) override {
         openedDocuments << path;
         return false;
     }
 
-    QStringList texts() const;
+    QStringList texts() const {
+        QStringList out;
+        for (const auto& b : boxes)
+            out << b.text;
+        return out;
+    }
     void answerNext(MsgAnswer a) { answers.push_back(a); }
     void chooseFile(const QString& path) { fileAnswers.push_back(FileDialogResult{false, path}); }
 };
@@ -95,7 +115,11 @@ public:
     ModbusResult answer(const ModbusRequest& request);
     int deliverAll();
 
-    void setRegisters(int node, int dataArea, int first, const QList<quint16>& values);
+    void setRegisters(int node, int dataArea, int first, const QList<quint16>& values) {
+        auto& map = dataArea == 2 ? nodes[node].input : nodes[node].holding;
+        for (int i = 0; i < values.size(); ++i)
+            map[first + i] = values[i];
+    }
 
 private:
     std::deque<std::pair<ModbusRequest, Done>> m_pending;
@@ -137,12 +161,17 @@ public:
 
     // A user with full name and comment; the logon name is the key.
     void addUser(const QString& name, const QString& password, const QStringList& groups,
-                 const QString& fullName = {}, const QString& comment = {});
+                 const QString& fullName = {}, const QString& comment = {}) {
+        users.insert(name, User{password, groups, AccountRecord{name, fullName, comment, {}}});
+    }
 
     bool present() const override { return backendPresent; }
     PasswordCheck checkPassword(const QString& user, const QString& password) override;
     QStringList groupsOf(const QString& user) override { return users.value(user).groups; }
-    std::optional<AccountRecord> account(const QString& user) override;
+    std::optional<AccountRecord> account(const QString& user) override {
+        const auto it = users.constFind(user);
+        return it == users.constEnd() ? std::nullopt : it->record;
+    }
     QString computerName() override { return computer; }
 };
 

@@ -27,10 +27,6 @@ void ModalScript::cancelLogin() {
     act([](QDialog* d) { d->findChild<QPushButton*>(QStringLiteral("cmdCancel"))->click(); });
 }
 
-void ModalScript::act(std::function<void(QDialog*)> step) {
-    m_steps.push_back(std::move(step));
-}
-
 void ModalScript::poll() {
     // Only a dialog running its own event loop is one the code ran into. A modal dialog the test
     // shows itself is the test's to drive, and the test's own waits (qWait, QTRY) turn the loop
@@ -49,7 +45,7 @@ void ModalScript::poll() {
         open->reject();
         return;
     }
-    auto step = std::move(m_steps.front());
+    const auto step = std::move(m_steps.front());
     m_steps.pop_front();
     step(open);
 }

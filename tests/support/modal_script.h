@@ -22,7 +22,7 @@ public:
     // Cancel in the login dialog.
     void cancelLogin();
     // Anything else done to the open dialog (which may be a login dialog too).
-    void act(std::function<void(QDialog*)> step);
+    void act(std::function<void(QDialog*)> step) { m_steps.push_back(std::move(step)); }
 
     int pending() const { return static_cast<int>(m_steps.size()); }
     // Titles of the dialogs met, in order, one entry per step taken or dialog cancelled.

@@ -1,14 +1,13 @@
 #include "test_env.h"
 
 #include "app/frm_main.h"
+#include "audit_files.h"
 #include "plant/plant_store.h"
 #include "records/data_logger.h"
 #include "security/rights.h"
 #include "security/session.h"
 
 #include <QDir>
-#include <QFile>
-#include <cmath>
 
 TestEnv::TestEnv() {
     dialogs = installDouble<ScriptedDialogs>(installDialogs);
@@ -37,30 +36,20 @@ TestEnv::~TestEnv() {
 }
 
 void TestEnv::writeTags(const QList<Controller>& controllers) {
-    QByteArray out;
-    auto num = [](int n) {
-        return QByteArray(n >= 0 ? " " : "") + QByteArray::number(n) + " \r\n";
+    const auto num = [](int n) {
+        return (n >= 0 ? " " : "") + QByteArray::number(n) + " \r\n";
     };
+    QByteArray out;
     for (int c = 0; c < 64; ++c) {
-        Controller ctl{c + 1, 0, false, QStringLiteral("TAG%1").arg(c + 1), false};
+        Controller ctl{c + 1, 0, false};
         for (const Controller& given : controllers)
-            if (given.node == c + 1) {
+            if (given.node == c + 1)
                 ctl = given;
-                if (ctl.tag.isEmpty())
-                    ctl.tag = QStringLiteral("TAG%1").arg(c + 1);
-            }
-        const QString tags[3] = {ctl.tag, ctl.tag + QStringLiteral(".SP"),
-                                 ctl.tag + QStringLiteral(".OUT")};
-        for (int k = 0; k < 3; ++k) {
-            out += num(c) + num(ctl.enabled ? 1 : 0) + tags[k].toLatin1() + "\r\n" + num(k) +
-                   num(ctl.type) + num(k == 0 && ctl.logged ? 1 : 0);
-        }
+        const QString tag = ctl.tag.isEmpty() ? QStringLiteral("TAG%1").arg(c + 1) : ctl.tag;
+        const QString tags[3] = {tag, tag + ".SP", tag + ".OUT"};
+        for (int k = 0; k < 3; ++k)
+            out += num(c) + num(ctl.enabled) + tags[k].toLatin1() + "\r\n" + num(k) +
+                   num(ctl.type) + num(k == 0 && ctl.logged);
     }
-    QFile f(path(QStringLiteral("tags.tgn")));
-    if (f.open(QIODevice::WriteOnly))
-        f.write(out);
-}
-
-quint16 k40Raw(double value, double scale) {
-    return static_cast<quint16>(std::lround(value / scale + 19999.0));
+    writeBytes(path(QStringLiteral("tags.tgn")), out);
 }

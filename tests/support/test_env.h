@@ -41,6 +41,3 @@ private:
     QTemporaryDir m_dir;
     QString m_previousDir;
 };
-
-// K40 block words for a value in engineering units and a status word.
-quint16 k40Raw(double value, double scale);

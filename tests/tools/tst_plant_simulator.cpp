@@ -37,11 +37,10 @@ void TstPlantSimulator::pollBlocks() {
                                               {6, {-1, 1200, 1200, -1, -1, -1, 0, -1, 0}}};
     for (const auto& [node, words] : blocks) {
         const int first = words.size() == 5 ? reg::K40Pv : reg::ProfPv;
-        for (int i = 0; i < words.size(); ++i) {
+        for (int i = 0; i < words.size(); ++i)
             if (words.at(i) >= 0)
                 QCOMPARE((std::pair{node, int(plant.reg(node, first + i))}),
                          (std::pair{node, words.at(i)}));
-        }
     }
 }
 

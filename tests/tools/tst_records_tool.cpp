@@ -1,15 +1,12 @@
 #include "command_line.h"
 #include "plant/plant_store.h"
-#include "platform/line_cipher.h"
 #include "record_commands.h"
 #include "records/audit_trail.h"
 #include "records/data_logger.h"
-#include "records/file_cipher.h"
 #include "support/audit_files.h"
 #include "support/test_env.h"
 
 #include <QBuffer>
-#include <QDir>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTest>
@@ -30,17 +27,8 @@ QByteArray withDigitChanged(QByteArray hex, qsizetype at) {
     return hex;
 }
 
-QString hashOf(const QString& path) {
-    const auto digest = sha256OfFile(path);
-    return digest ? bytesToHex(*digest) : QString();
-}
-
 QString signatureLine(const QString& who, const QString& comment, const QString& hash) {
     return QStringLiteral("3/14/26,11:00:00 AM,%1,%1 Name,QA,Signed,%2,%3").arg(who, comment, hash);
-}
-
-QStringList linesOf(const QByteArray& bytes) {
-    return bytes.isEmpty() ? QStringList() : QString::fromUtf8(bytes).chopped(1).split(u'\n');
 }
 
 struct Run {
@@ -49,13 +37,17 @@ struct Run {
     QStringList err;
 };
 
-template <typename Command> Run inProcess(Command command) {
+// One command of the tool in process, what it wrote to each stream split into lines.
+template <typename Command, typename... Args> Run call(Command command, const Args&... args) {
     QBuffer out;
     QBuffer err;
     out.open(QIODevice::WriteOnly);
     err.open(QIODevice::WriteOnly);
-    const int status = command(out, err);
-    return {status, linesOf(out.data()), linesOf(err.data())};
+    const int status = command(args..., out, err);
+    const auto lines = [](const QByteArray& bytes) {
+        return bytes.isEmpty() ? QStringList() : QString::fromUtf8(bytes).chopped(1).split(u'\n');
+    };
+    return {status, lines(out.data()), lines(err.data())};
 }
 } // namespace
 
@@ -74,6 +66,7 @@ private slots:
     void printsThroughTheProcess();
 };
 
+// The line semantics of the one record reader, which every viewer shares.
 void TstRecordsTool::damagedLinesAreNamed_data() {
     QTest::addColumn<QByteArray>("file");
     QTest::addColumn<QStringList>("plain");
@@ -84,31 +77,21 @@ void TstRecordsTool::damagedLinesAreNamed_data() {
     for (const QString& line : p)
         h << encryptText(line).toLatin1();
     const QByteArray crlf = "\r\n";
-
     const auto row = [](const char* name, const QByteArray& file, const QStringList& plain,
-                        const QList<int>& damaged, int torn = 0) {
-        QStringList said;
-        for (int line : damaged)
-            said << QStringLiteral("line %1 does not decipher").arg(line);
-        if (torn)
-            said << QStringLiteral("line %1 does not decipher: cut short, the file ends inside it")
-                        .arg(torn);
+                        const QStringList& said = {}) {
         QTest::newRow(name) << file << plain << said;
     };
-    const QStringList gap2{p[0], {}, p[2]};
-    const QByteArray changed2 = withDigitChanged(h[1], h[1].size() / 2);
-    row("digit changed in 2 of 3", h[0] + crlf + changed2 + crlf + h[2] + crlf, gap2, {2});
-    row("damaged line and torn last line", h[0] + crlf + changed2 + crlf + h[2].left(9),
-        {p[0], {}, {}}, {2}, 3);
-    row("last line without its end", h[0] + crlf + h[1] + crlf + h[2], p, {});
-    row("last line cut between CR and LF", h[0] + crlf + h[1] + crlf + h[2] + '\r', p, {});
-    row("bare LF", h[0] + '\n' + h[1] + '\n' + h[2] + '\n', p, {});
-    row("blank line between", h[0] + crlf + crlf + h[2] + crlf, gap2, {2});
-    row("plain text put in by hand", h[0] + crlf + p[1].toLatin1() + crlf + h[2] + crlf, gap2, {2});
-    row("two lines run together", h[0] + h[1] + crlf + h[2] + crlf, {{}, p[2]}, {1});
-    row("empty file", {}, {}, {});
+    const QString line2 = QStringLiteral("line 2 does not decipher");
+    row("damaged line and torn last line",
+        h[0] + crlf + withDigitChanged(h[1], h[1].size() / 2) + crlf + h[2].left(9), {p[0], {}, {}},
+        {line2, "line 3 does not decipher: cut short, the file ends inside it"});
+    row("last line without its end", h[0] + crlf + h[1] + crlf + h[2], p);
+    row("last line cut between CR and LF", h[0] + crlf + h[1] + crlf + h[2] + '\r', p);
+    row("bare LF", h[0] + '\n' + h[1] + '\n' + h[2] + '\n', p);
+    row("blank line between", h[0] + crlf + crlf + h[2] + crlf, {p[0], {}, p[2]}, {line2});
+    row("empty file", {}, {});
     row("an empty plain line is no damage", h[0] + crlf + encryptText({}).toLatin1() + crlf,
-        {p[0], {}}, {});
+        {p[0], {}});
 }
 
 void TstRecordsTool::damagedLinesAreNamed() {
@@ -116,22 +99,18 @@ void TstRecordsTool::damagedLinesAreNamed() {
     QFETCH(QStringList, plain);
     QFETCH(QStringList, damaged);
     TestEnv env;
-    const QString path = env.path(QStringLiteral("3-14-2026 AlmLog.alf"));
+    const QString path = env.path("3-14-2026 AlmLog.alf");
     QVERIFY(writeBytes(path, file));
     const QStringList errors = damaged.replaceInStrings(QRegularExpression("^"), path + ": ");
     const int status = damaged.isEmpty() ? kOk : kDamaged;
 
-    const Run print =
-        inProcess([&](QIODevice& out, QIODevice& err) { return printRecords({path}, out, err); });
+    const Run print = call(printRecords, QStringList{path});
     QCOMPARE(std::make_tuple(print.out, print.err, print.status),
              std::make_tuple(plain, errors, status));
-
     // The export holds the same lines, a damaged one left empty in its place.
-    const Run exported = inProcess([&](QIODevice& out, QIODevice& err) {
-        return exportRecords(path, QString(), false, out, err);
-    });
+    const Run exported = call(exportRecords, path, QString(), false);
     QCOMPARE(std::make_tuple(exported.err, exported.status), std::make_tuple(errors, status));
-    QCOMPARE(readBytes(env.path(QStringLiteral("3-14-2026 AlmLog.csv"))),
+    QCOMPARE(readBytes(env.path("3-14-2026 AlmLog.csv")),
              plain.isEmpty() ? QByteArray() : (plain.join("\r\n") + "\r\n").toUtf8());
 }
 
@@ -144,39 +123,30 @@ void TstRecordsTool::verify_data() {
     QTest::addColumn<QStringList>("errors"); // "{sif}" is the signature file
     QTest::addColumn<int>("status");
 
-    const QString header = kHeader;
     const QString anna = signatureLine("anna", "None", "{hash}");
-    const QString annaValid = QStringLiteral(
-        "line %1: signed 3/14/26 11:00:00 AM by anna (anna Name), comment \"None\": confirmed");
-    const QString annaChanged =
-        QStringLiteral("line %1: signed 3/14/26 11:00:00 AM by anna (anna Name), comment "
-                       "\"None\": altered (the file changed after this signature)");
-
+    const QString signedBy = QStringLiteral("line %1: signed 3/14/26 11:00:00 AM by anna (anna "
+                                            "Name), comment \"%2\": %3");
+    const QString valid = signedBy.arg("%1", "None", "confirmed");
+    const QString changed =
+        signedBy.arg("%1", "None", "altered (the file changed after this signature)");
     const auto row = [](const char* name, const QStringList& sif, bool change,
                         const QStringList& verdicts, const QStringList& errors, int status) {
         QTest::newRow(name) << sif << change << verdicts << errors << status;
     };
-    row("one byte changed after signing", {header, anna}, true, {annaChanged.arg(2)}, {},
-        kMismatch);
-    row("signed again after the change", {header, anna, signatureLine("anna", "None", "{new}")},
-        true, {annaChanged.arg(2), annaValid.arg(3)}, {}, kMismatch);
-    row("comment with a comma", {header, signatureLine("anna", "ok, checked", "{hash}")}, false,
-        {"line 2: signed 3/14/26 11:00:00 AM by anna (anna Name), comment \"ok, checked\": "
-         "confirmed"},
-        {}, kOk);
-    row("signed while the hash failed", {header, signatureLine("anna", "None", "")}, false,
-        {"line 2: signed 3/14/26 11:00:00 AM by anna (anna Name), comment \"None\": altered "
-         "(the signature holds no valid hash)"},
-        {}, kMismatch);
-    row("only the header", {header}, false, {}, {"{sif}: holds no signature"}, kNotVerified);
-    row("header lost, signed again", {anna}, false, {annaValid.arg(1)},
+    row("signed again after the change", {kHeader, anna, signatureLine("anna", "None", "{new}")},
+        true, {changed.arg(2), valid.arg(3)}, {}, kMismatch);
+    row("comment with a comma", {kHeader, signatureLine("anna", "ok, checked", "{hash}")}, false,
+        {signedBy.arg("2", "ok, checked", "confirmed")}, {}, kOk);
+    row("signed while the hash failed", {kHeader, signatureLine("anna", "None", "")}, false,
+        {signedBy.arg("2", "None", "altered (the signature holds no valid hash)")}, {}, kMismatch);
+    row("header lost, signed again", {anna}, false, {valid.arg(1)},
         {"{sif}: line 1 is not the header line"}, kNotVerified);
     row("a line that is no signature",
-        {header, "3/14/26,11:00:00 AM,anna,Anna,QA,Viewed,None,{hash}", anna}, false,
-        {annaValid.arg(3)}, {"{sif}: line 2 is not a signature line"}, kNotVerified);
-    row("damaged signature line", {header, "{damaged}", anna}, false, {annaValid.arg(3)},
+        {kHeader, "3/14/26,11:00:00 AM,anna,Anna,QA,Viewed,None,{hash}", anna}, false,
+        {valid.arg(3)}, {"{sif}: line 2 is not a signature line"}, kNotVerified);
+    row("damaged signature line", {kHeader, "{damaged}", anna}, false, {valid.arg(3)},
         {"{sif}: line 2 does not decipher"}, kDamaged);
-    row("damaged line and a changed file", {"{damaged}", anna}, true, {annaChanged.arg(2)},
+    row("damaged line and a changed file", {"{damaged}", anna}, true, {changed.arg(2)},
         {"{sif}: line 1 does not decipher"}, kMismatch);
 }
 
@@ -187,31 +157,24 @@ void TstRecordsTool::verify() {
     QFETCH(QStringList, errors);
     QFETCH(int, status);
     TestEnv env;
-    QVERIFY(QDir().mkpath(env.path(QStringLiteral("Log Files"))));
-    const QString data = env.path(QStringLiteral("Log Files/3-14-2026_10H_0M_0S.slg"));
-    const QString sif = env.path(QStringLiteral("Log Files/3-14-2026_10H_0M_0S.sif"));
-    QByteArray bytes = enciphered(kDataLines);
+    const QString data = env.path("Log Files/3-14-2026_10H_0M_0S.slg");
+    const QString sif = env.path("Log Files/3-14-2026_10H_0M_0S.sif");
+    const QByteArray bytes = enciphered(kDataLines);
     QVERIFY(writeBytes(data, bytes));
-    const QString signedHash = hashOf(data);
+    const QString signedHash = hashFileHex(data);
     if (changeData)
         QVERIFY(writeBytes(data, withDigitChanged(bytes, 100)));
-    const QString newHash = hashOf(data);
-
+    const QString newHash = hashFileHex(data);
     QByteArray sifBytes;
-    for (QString line : signatureFile) {
-        const QByteArray hex =
-            line == QLatin1String("{damaged}")
-                ? withDigitChanged(encryptText(signatureLine("x", "None", signedHash)).toLatin1(),
-                                   70)
-                : encryptText(line.replace("{hash}", signedHash).replace("{new}", newHash))
-                      .toLatin1();
-        sifBytes += hex + "\r\n";
-    }
+    for (QString line : signatureFile)
+        sifBytes += (line == QLatin1String("{damaged}")
+                         ? withDigitChanged(encryptText(kHeader).toLatin1(), 70)
+                         : encryptText(line.replace("{hash}", signedHash).replace("{new}", newHash))
+                               .toLatin1()) +
+                    "\r\n";
     QVERIFY(writeBytes(sif, sifBytes));
 
-    const Run run = inProcess([&](QIODevice& out, QIODevice& err) {
-        return verifySignatures(data, QString(), out, err);
-    });
+    const Run run = call(verifySignatures, data, QString());
     QCOMPARE(run.out.filter(QRegularExpression("^line ")), verdicts);
     QCOMPARE(run.err, errors.replaceInStrings("{sif}", sif));
     QCOMPARE(run.status, status);
@@ -220,45 +183,33 @@ void TstRecordsTool::verify() {
 
 void TstRecordsTool::exportKeepsWhatExists() {
     TestEnv env;
-    const QString data = env.path(QStringLiteral("batch 42.slg"));
-    const QString csv = env.path(QStringLiteral("batch 42.csv"));
+    const QString data = env.path("batch 42.slg");
+    const QString csv = env.path("batch 42.csv");
     QVERIFY(writeBytes(data, enciphered(kDataLines)));
     const QByteArray expected = (kDataLines.join(QStringLiteral("\r\n")) + "\r\n").toUtf8();
-    auto exportTo = [&](const QString& target, bool force) {
-        return inProcess([&](QIODevice& out, QIODevice& err) {
-            return exportRecords(data, target, force, out, err);
-        });
-    };
-
-    QCOMPARE(exportTo(QString(), false).status, int(kOk));
+    QCOMPARE(call(exportRecords, data, QString(), false).status, int(kOk));
     QCOMPARE(readBytes(csv), expected);
 
     QVERIFY(writeBytes(csv, "kept"));
-    Run run = exportTo(csv, false);
+    Run run = call(exportRecords, data, csv, false);
     QCOMPARE(run.status, int(kUnusable));
     QCOMPARE(run.err, QStringList{csv + ": already exists; --force replaces it"});
     QCOMPARE(readBytes(csv), QByteArray("kept"));
-
-    QCOMPARE(exportTo(csv, true).status, int(kOk));
+    QCOMPARE(call(exportRecords, data, csv, true).status, int(kOk));
     QCOMPARE(readBytes(csv), expected);
 
     // Not even --force lets the export replace the record it reads.
     const QByteArray record = readBytes(data);
-    QCOMPARE(exportTo(data, true).status, int(kUnusable));
+    QCOMPARE(call(exportRecords, data, data, true).status, int(kUnusable));
     QCOMPARE(readBytes(data), record);
 
     // A line longer than any record line ends the reading instead of filling the memory, and an
     // export of such a file writes nothing.
-    const QString huge = env.path(QStringLiteral("huge.alf"));
+    const QString huge = env.path("huge.alf");
     QVERIFY(writeBytes(huge, enciphered(kDataLines.mid(0, 1)) + QByteArray(3 << 20, '0')));
-    run = inProcess([&](QIODevice& out, QIODevice& err) {
-        return exportRecords(huge, env.path("huge.csv"), false, out, err);
-    });
-    QCOMPARE(run.status, int(kUnusable));
+    QCOMPARE(call(exportRecords, huge, env.path("huge.csv"), false).status, int(kUnusable));
     QVERIFY(!QFile::exists(env.path("huge.csv")));
-    run = inProcess([](QIODevice& out, QIODevice& err) {
-        return printRecords({QStringLiteral("/dev/zero")}, out, err);
-    });
+    run = call(printRecords, QStringList{"/dev/zero"});
     QCOMPARE(run.status, int(kUnusable));
     QCOMPARE(run.err, QStringList{"/dev/zero: cannot be read: line 1 is longer than any record "
                                   "line; the file is damaged"});
@@ -267,28 +218,25 @@ void TstRecordsTool::exportKeepsWhatExists() {
 void TstRecordsTool::search_data() {
     QTest::addColumn<QStringList>("query"); // the text, the batch and the lot number
     QTest::addColumn<QStringList>("hits");
-    QTest::addColumn<bool>("unreadable");
-    const auto row = [](const char* name, const QStringList& query, const QStringList& hits,
-                        bool unreadable = false) {
-        QTest::newRow(name) << query << hits << unreadable;
-    };
     // Every file's start line holds the date 3/14/26, so "14" is in all of them.
-    row("batch, exact field", {"", "14"}, {"a", "e"});
-    row("lot", {"", "", "14"}, {"b"});
-    row("batch and lot", {"", "3", "3"}, {"d"});
-    row("text without regard to case", {"tic-14"}, {"d", "h"});
-    row("text matches dates as well", {"14"}, {"a", "b", "c", "d", "e", "h"});
-    row("unreadable files counted", {"", "14"}, {"a", "e"}, true);
+    QTest::newRow("batch, exact field") << QStringList{"", "14"} << QStringList{"a", "e"};
+    QTest::newRow("lot") << QStringList{"", "", "14"} << QStringList{"b"};
+    QTest::newRow("batch and lot") << QStringList{"", "3", "3"} << QStringList{"d"};
+    QTest::newRow("text without regard to case") << QStringList{"tic-14"} << QStringList{"d", "h"};
+    QTest::newRow("text matches dates as well")
+        << QStringList{"14"} << QStringList{"a", "b", "c", "d", "e", "h"};
 }
 
 void TstRecordsTool::search() {
     QFETCH(QStringList, query);
     QFETCH(QStringList, hits);
-    QFETCH(bool, unreadable);
     TestEnv env;
-    const QString folder = env.path(QStringLiteral("Log Files"));
+    const QString folder = env.path("Log Files");
     // As the workstation logs them: one channel, the start line and one data line.
-    auto log = [&](const char* name, qint32 batch, qint32 lot, const QString& tag) {
+    for (const auto& [name, batch, lot, tag] : {std::tuple{"a", 14, 3, "TIC-1"},
+                                                {"b", 3, 14, "TIC-1"},
+                                                {"c", 140, 3, "TIC-1"},
+                                                {"d", 3, 3, "TIC-14"}}) {
         gTagTable[0] = {"0", "1", tag, "0", "", "1"};
         gDataFileName = folder + "/" + name + ".slg";
         gBatchNumber = batch;
@@ -297,11 +245,7 @@ void TstRecordsTool::search() {
         QVERIFY(startDataFile());
         dataSaveTimerTick();
         stopDataFile();
-    };
-    log("a", 14, 3, "TIC-1");
-    log("b", 3, 14, "TIC-1");
-    log("c", 140, 3, "TIC-1");
-    log("d", 3, 3, "TIC-14");
+    }
     // A comma in a name, unguarded in older files, moves the numbers one field on.
     QVERIFY(writeBytes(folder + "/e.slg",
                        enciphered({kDataLines[0], "3/14/26,10:00:00 AM,File started bySmith, "
@@ -310,24 +254,20 @@ void TstRecordsTool::search() {
     QVERIFY(writeBytes(folder + "/h.slg", enciphered({"Date,Time,Operator Message,Batch Number,"
                                                       "Lot Number,TIC-14,"})));
     QVERIFY(QDir(folder).mkdir("sub.slg"));
-    if (unreadable) {
-        QByteArray bytes = readBytes(folder + "/a.slg");
-        QVERIFY(writeBytes(folder + "/f.slg", withDigitChanged(bytes, bytes.indexOf('\n') + 40)));
-        // A pipe must be counted, not opened: nothing would ever write to it.
-        QCOMPARE(mkfifo(QFile::encodeName(folder + "/g.slg").constData(), 0600), 0);
-    }
-
+    // Unreadable: a start line that does not decipher, and a pipe that must be counted, not
+    // opened, since nothing would ever write to it.
+    const QByteArray bytes = readBytes(folder + "/a.slg");
+    QVERIFY(writeBytes(folder + "/f.slg", withDigitChanged(bytes, bytes.indexOf('\n') + 40)));
+    QCOMPARE(mkfifo(QFile::encodeName(folder + "/g.slg").constData(), 0600), 0);
     DataFileQuery q{query[0], {}, {}};
     if (!query.value(1).isEmpty())
         q.batch = query[1].toInt();
     if (!query.value(2).isEmpty())
         q.lot = query[2].toInt();
-    const Run run = inProcess(
-        [&](QIODevice& out, QIODevice& err) { return searchRecords(folder, q, out, err); });
+    const Run run = call(searchRecords, folder, q);
     QCOMPARE(run.out, hits.replaceInStrings(QRegularExpression("^(.*)$"), folder + "/\\1.slg"));
-    QCOMPARE(run.err,
-             unreadable ? QStringList{folder + ": 2 files could not be read"} : QStringList());
-    QCOMPARE(run.status, unreadable ? int(kUnusable) : int(kOk));
+    QCOMPARE(run.err, QStringList{folder + ": 2 files could not be read"});
+    QCOMPARE(run.status, int(kUnusable));
 }
 
 // The arguments as the tool takes them, in process; the cases of each command above are not
@@ -359,6 +299,9 @@ void TstRecordsTool::commandLine_data() {
         {}, "{d}/Log Files: no data file has lot number 42");
     row("search for a number that is none", {"search", "--batch", "4e2"}, kUnusable, {},
         "--batch takes a whole number");
+    // Only a .csv file is written: plain text must never take the place of a record file.
+    row("export over a signature file", {"export", "--force", "{d}/run.slg", "{d}/run.sif"},
+        kUnusable, {}, "{d}/run.sif: is no .csv file; the export writes only to one");
     row("an option of another command", {"print", "--force", "{d}/run.slg"}, kUnusable, {},
         "--force belongs to export only");
     row("unknown command", {"list", "{d}/run.slg"}, kUnusable, {}, "unknown command 'list'");
@@ -378,10 +321,8 @@ void TstRecordsTool::commandLine() {
     QVERIFY(QFile::copy(d + "/run.slg", d + "/unsigned.slg"));
     QVERIFY(writeBytes(d + "/run.sif", enciphered({kHeader, signatureLine("anna", "None", "x")})));
     QVERIFY(writeBytes(d + "/blank.sif", enciphered({kHeader})));
-    const Run run = inProcess([&](QIODevice& out, QIODevice& err) {
-        return runRecordsTool(QStringList{"sorvantel-records"} + args.replaceInStrings("{d}", d),
-                              out, err);
-    });
+    const Run run =
+        call(runRecordsTool, QStringList{"sorvantel-records"} + args.replaceInStrings("{d}", d));
     const QString out = run.out.join(u'\n'), err = run.err.join(u'\n');
     QVERIFY2(out.contains(QString(inOut).replace("{d}", d)), qPrintable(out));
     QVERIFY2(inErr.isEmpty() ? err.isEmpty() : err.contains(QString(inErr).replace("{d}", d)),
@@ -392,7 +333,7 @@ void TstRecordsTool::commandLine() {
 // Through the process itself: single-byte characters on disk reach the terminal as themselves.
 void TstRecordsTool::printsThroughTheProcess() {
     TestEnv env;
-    systemAuditLine(QStringLiteral("Temp\u00e9rature \u00b0C, noted"));
+    systemAuditLine("Temp\u00e9rature \u00b0C, noted");
     QVERIFY(writeBytes(env.path("run.slg"), enciphered(kDataLines)));
     QProcess process;
     process.start(QStringLiteral(SORVANTEL_RECORDS_EXE),
