@@ -14,6 +14,8 @@ PACKAGES=(
   libgl-dev
   fonts-dejavu-core
   xvfb xauth socat poppler-utils
+  # the fuzz targets: clang++-14, libFuzzer with the sanitizer runtimes, llvm-symbolizer-14
+  clang-14 libclang-rt-14-dev llvm-14
 )
 
 export DEBIAN_FRONTEND=noninteractive

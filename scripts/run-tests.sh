@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Installs the dependencies, builds everything and runs every test: once on the normal build and
 # once more under AddressSanitizer and UndefinedBehaviorSanitizer, which catch use after free,
-# overruns, overflows and bad casts the tests alone would pass over. SORVANTEL_SANITIZE=0 skips
-# the second pass.
+# overruns, overflows and bad casts the tests alone would pass over; then every fuzz target for a
+# bounded time. SORVANTEL_SANITIZE=0 skips the second pass, SORVANTEL_FUZZ=0 the fuzzing.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -28,4 +28,10 @@ if [ "${SORVANTEL_SANITIZE:-1}" != "0" ]; then
     ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 \
     UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1:suppressions="$PWD/tests/ubsan.supp" \
         ctest --test-dir "$ASAN_DIR" --output-on-failure -j1
+fi
+
+# Last, each fuzz target of the readers of outside data for a bounded time, built with clang in
+# build-fuzz (scripts/run-fuzz.sh). SORVANTEL_FUZZ=0 skips them.
+if [ "${SORVANTEL_FUZZ:-1}" != "0" ]; then
+    bash scripts/run-fuzz.sh
 fi
