@@ -22,6 +22,7 @@
 // and whatever a caller does to its own helpers (stop one while it holds the lock, queue up
 // turns and kill them) holds up only its own checks, never another account's.
 
+#include "helper_input.h"
 #include "site_groups.h"
 
 #include <cerrno>
@@ -318,25 +319,19 @@ int main(int argc, char** argv) {
     }
 
     const size_t length = readInput();
-    gInput[length] = '\0';
-    const char* user = gInput;
-    const size_t userLength = strnlen(gInput, length);
+    HelperInput input;
     int result = kBadInput;
-    if (userLength > 0 && userLength < length) {
-        const char* password = gInput + userLength + 1;
-        const size_t passwordLength = strnlen(password, length - userLength - 1);
-        if (userLength + 1 + passwordLength < length) {
-            switch (workstationMembership(user, groupsFile)) {
-            case Membership::Other:
-                result = kRefused;
-                break;
-            case Membership::Unknown:
-                result = kNoPam;
-                break;
-            case Membership::Member:
-                result = pace() ? check(service, user, password) : kNoPam;
-                break;
-            }
+    if (splitHelperInput(gInput, length, &input)) {
+        switch (workstationMembership(input.user, groupsFile)) {
+        case Membership::Other:
+            result = kRefused;
+            break;
+        case Membership::Unknown:
+            result = kNoPam;
+            break;
+        case Membership::Member:
+            result = pace() ? check(service, input.user, input.password) : kNoPam;
+            break;
         }
     }
     explicit_bzero(gInput, sizeof gInput);
