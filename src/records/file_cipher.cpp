@@ -46,16 +46,16 @@ QString bytesToHex(const QByteArray& bytes) {
 }
 
 QByteArray hexToBytes(const QString& hex) {
+    if (hex.size() % 2 != 0)
+        return {};
     QByteArray out;
-    out.reserve(hex.size() / 2 + 1);
+    out.reserve(hex.size() / 2);
     for (qsizetype i = 0; i < hex.size(); i += 2) {
         const int high = hexDigit(hex[i]);
-        if (i + 1 >= hex.size()) {
-            out.append(char(high < 0 ? 0 : high));
-            break;
-        }
         const int low = hexDigit(hex[i + 1]);
-        out.append(char(high < 0 || low < 0 ? 0 : high * 16 + low));
+        if (high < 0 || low < 0)
+            return {};
+        out.append(char(high * 16 + low));
     }
     return out;
 }

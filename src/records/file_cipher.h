@@ -19,8 +19,9 @@ QString decryptText(const QString& hexLine);
 
 // Two upper-case digits a byte, a leading zero kept.
 QString bytesToHex(const QByteArray& bytes);
-// Pairs of digits from the start; an odd last digit is read alone, and a pair that is not
-// hexadecimal gives a zero byte.
+// Pairs of digits, either case; nothing at all for an odd count or any character that is no
+// hexadecimal digit, so that a changed line can never pass as another (a non-digit read as zero
+// would let "0x" stand for "00").
 QByteArray hexToBytes(const QString& hex);
 
 // 64 hexadecimal digits of the SHA-256 of the file as it lies on disk. On failure the stop box

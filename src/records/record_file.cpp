@@ -7,13 +7,6 @@
 #include <algorithm>
 
 std::optional<QString> decipherRecordLine(const QByteArray& hexLine) {
-    // hexToBytes reads any pair that is no hexadecimal as a zero byte, so a line with such a pair
-    // in place of "00" would pass its tag although it was changed.
-    const bool digitsOnly = std::all_of(hexLine.cbegin(), hexLine.cend(), [](char c) {
-        return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f');
-    });
-    if (!digitsOnly || hexLine.size() % 2 != 0)
-        return std::nullopt;
     setCipherKey();
     const auto plain = gCrypt().decrypt(hexToBytes(QString::fromLatin1(hexLine)));
     if (!plain)
