@@ -11,14 +11,15 @@ namespace {
 constexpr int kTagColumn = 2;
 
 // The number a cell holds, as a numeric conversion reads it: " 1 ", "1" and "1.0" are all 1, and
-// a fraction rounds half to even. Nothing for text that is no number or will not fit 16 bits.
-std::optional<int> wholeNumber(const QString& text) {
+// a fraction rounds half to even. Nothing for text that is no number or will not fit 16 bits,
+// nor, when exact, for a fraction.
+std::optional<int> wholeNumber(const QString& text, bool exact = false) {
     bool ok = false;
     const double v = QLocale::c().toDouble(text.trimmed(), &ok);
     if (!ok || !std::isfinite(v))
         return std::nullopt;
     const double rounded = std::nearbyint(v);
-    if (rounded < -32768 || rounded > 32767)
+    if (rounded < -32768 || rounded > 32767 || (exact && rounded != v))
         return std::nullopt;
     return static_cast<int>(rounded);
 }
@@ -101,8 +102,7 @@ bool writeTagFile(const QString& path, QString* error) {
             // A fraction stays as it stands: its print form would round, and the enable flag, read
             // as it stands, would change (0.8 is no 1, " 1 " is).
             if (c != kTagColumn) {
-                const auto n = wholeNumber(cell);
-                if (n && QLocale::c().toDouble(cell.trimmed()) == *n)
+                if (const auto n = wholeNumber(cell, true))
                     line = numberPrintForm(*n);
             }
             // A line break inside a tag would shift every later line of the file.
