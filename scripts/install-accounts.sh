@@ -2,7 +2,8 @@
 # Installs the password-check helper that lets a workstation running under an operator's own
 # account check the password of whoever signs an action: root-owned, setgid shadow, in a folder
 # that only root and the group of the workstation's users (default "sorvantel") can enter; the
-# folder in which it paces checks, open to no one else; and a commented site groups file
+# folder in which it paces checks, open to no one else; the folder of the lock-out records that the
+# PAM service names, which the helper must be able to write; and a commented site groups file
 # /etc/sorvantel/accounts.conf when there is none. The user running this script through sudo (or
 # as themselves) joins the workstation's users; that counts from their next login.
 # Run after a build, as root or with sudo: install-accounts.sh BUILD_DIR
@@ -29,6 +30,16 @@ fi
 # The helper keeps one pace file for each calling account here; nobody else may enter.
 $SUDO install -d -o root -g shadow -m 770 "$PACE_DIR"
 $SUDO rm -f "$PACE_DIR/authcheck.pace" # the machine-wide file of earlier versions
+# pam_faillock runs inside the helper, which is not root: its records must lie where the group
+# shadow may write, or it would let every check through without a word. Setgid, so that a record
+# made by one caller's helper stays the group's for the next.
+FAILLOCK_DIR=$(sed -n 's/^[^#]*pam_faillock\.so.*[[:space:]]dir=\([^[:space:]]*\).*/\1/p' \
+    /etc/pam.d/sorvantel 2>/dev/null | head -n 1)
+if [ -n "$FAILLOCK_DIR" ]; then
+    $SUDO install -d -o root -g shadow -m 2770 "$FAILLOCK_DIR"
+    $SUDO chown root:shadow "$FAILLOCK_DIR"
+    $SUDO chmod 2770 "$FAILLOCK_DIR"
+fi
 if ! getent group "$USERS_GROUP" >/dev/null; then
     $SUDO groupadd --system "$USERS_GROUP"
 fi

@@ -14,6 +14,8 @@ PACKAGES=(
   libgl-dev
   fonts-dejavu-core
   xvfb xauth socat poppler-utils
+  # the export test reads CSV back with Python's csv module, as a spreadsheet would
+  python3
   # the fuzz targets: clang++-14, libFuzzer with the sanitizer runtimes, llvm-symbolizer-14
   clang-14 libclang-rt-14-dev llvm-14
 )
@@ -22,7 +24,10 @@ export DEBIAN_FRONTEND=noninteractive
 $SUDO apt-get update -qq
 $SUDO apt-get install -y -qq --no-install-recommends "${PACKAGES[@]}"
 
-# The workstation's own PAM service. A site's edited copy is left as it is.
-if [ ! -f /etc/pam.d/sorvantel ]; then
+# The workstation's own PAM service. A site's edited copy is left as it is; the copy of an earlier
+# version, which had no lock-out, is replaced.
+EARLIER_SERVICES=(4291060557fdf528c747d66b03fc69feb0c3c5f7ca5b76498d6fb23da8d3db33)
+if [ ! -f /etc/pam.d/sorvantel ] ||
+    printf '%s\n' "${EARLIER_SERVICES[@]}" | grep -qx "$(sha256sum </etc/pam.d/sorvantel | cut -d' ' -f1)"; then
     $SUDO install -m 644 "$(dirname "$0")/pam/sorvantel" /etc/pam.d/sorvantel
 fi

@@ -10,6 +10,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QScopeGuard>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -40,6 +41,7 @@ private slots:
     void helperChecksOnlyWorkstationMembers();
     void nonRootWorkstationNeedsTheSetgidHelper();
     void installedHelperIsReachableOnlyByWorkstationUsers();
+    void lockOutHoldsForTheHelpersChecks();
 
 private:
     const QString m_alice = u"svtestalice"_s; // in the administrators' group, then the operators'
@@ -105,8 +107,30 @@ bool openToOthers(const QTemporaryDir& dir) {
                                                  QFile::ExeOther);
 }
 
+// A copy of the helper installed as it must be, root-owned and setgid shadow, in a folder that
+// others may enter; empty when that cannot be made.
+QString setgidHelperIn(const QTemporaryDir& dir) {
+    const group* shadow = getgrnam("shadow");
+    const QString setgid = dir.filePath("setgid-helper");
+    if (!shadow || !openToOthers(dir) || !QFile::copy(QStringLiteral(AUTHCHECK_PATH), setgid) ||
+        chown(setgid.toUtf8(), 0, shadow->gr_gid) != 0 || chmod(setgid.toUtf8(), 02755) != 0)
+        return {};
+    return setgid;
+}
+
+// The folder of lock-out records that the shipped PAM service names.
+QString shippedFaillockDir() {
+    const QRegularExpression dir(uR"(^[^#]*pam_faillock\.so.*\sdir=(\S+))"_s,
+                                 QRegularExpression::MultilineOption);
+    return dir
+        .match(QString::fromUtf8(readBytes(QStringLiteral(SOURCE_DIR "/scripts/pam/sorvantel"))))
+        .captured(1);
+}
+
 void removeAccounts() {
     for (const char* user : {"svtestalice", "svtestbob"}) {
+        if (const QString records = shippedFaillockDir(); !records.isEmpty())
+            QFile::remove(records + u'/' + QString::fromLatin1(user));
         if (const passwd* pw = getpwnam(user)) {
             QFile::remove(QStringLiteral(PACE_DIR "/pace-") + QString::number(pw->pw_uid));
             run("userdel", {QString::fromLatin1(user)});
@@ -316,11 +340,8 @@ void TstRealAccounts::nonRootWorkstationNeedsTheSetgidHelper() {
     const QStringList aliceArgs = asUser(m_alice, "--clear-groups");
     QVERIFY(!bobArgs.isEmpty() && !aliceArgs.isEmpty());
     QTemporaryDir dir;
-    QVERIFY(openToOthers(dir));
-    const QString setgid = dir.filePath("setgid-helper");
-    QVERIFY(QFile::copy(QStringLiteral(AUTHCHECK_PATH), setgid));
-    QCOMPARE(chown(setgid.toUtf8(), 0, shadow->gr_gid), 0);
-    QCOMPARE(chmod(setgid.toUtf8(), 02755), 0);
+    const QString setgid = setgidHelperIn(dir);
+    QVERIFY(!setgid.isEmpty());
     auto as = [&](const QStringList& caller, const QString& user, const QString& password,
                   const QStringList& extra = {}) {
         return run("setpriv", caller + QStringList{setgid} + extra, helperInput(user, password));
@@ -448,6 +469,66 @@ void TstRealAccounts::installedHelperIsReachableOnlyByWorkstationUsers() {
     };
     QCOMPARE(asBob("--clear-groups"), 126);
     QCOMPARE(asBob("--groups=" + QString::number(users)), 0);
+}
+
+void TstRealAccounts::lockOutHoldsForTheHelpersChecks() {
+    if (!m_made || QStandardPaths::findExecutable("setpriv").isEmpty() ||
+        QStandardPaths::findExecutable("faillock").isEmpty() || !getgrnam("shadow"))
+        QSKIP("Needs root, setpriv, faillock and a shadow group.");
+    // The service as shipped, installed as the workstation's own: a site's edited one is theirs.
+    if (readBytes("/etc/pam.d/sorvantel") !=
+        readBytes(QStringLiteral(SOURCE_DIR "/scripts/pam/sorvantel")))
+        QSKIP("/etc/pam.d/sorvantel is not the shipped service.");
+    // The site's limit, 3 when faillock.conf leaves it unset.
+    int deny = 3;
+    const QRegularExpression denyLine(uR"(^\s*deny\s*=\s*(\d+))"_s,
+                                      QRegularExpression::MultilineOption);
+    if (const auto m = denyLine.match(QString::fromUtf8(readBytes("/etc/security/faillock.conf")));
+        m.hasMatch())
+        deny = m.captured(1).toInt();
+    if (deny <= 0 || deny > 10)
+        QSKIP("The site's faillock.conf sets no usable lock-out to test.");
+
+    // The records' folder as install-accounts.sh makes it; a check that could not write there
+    // would let every guess through.
+    const QString records = shippedFaillockDir();
+    QVERIFY(!records.isEmpty());
+    QCOMPARE(run("install", {"-d", "-o", "root", "-g", "shadow", "-m", "2770", records}), 0);
+    QCOMPARE(
+        run("install", {"-d", "-o", "root", "-g", "shadow", "-m", "770", QStringLiteral(PACE_DIR)}),
+        0);
+    // The failures faillock lists as counting, one line each ending in "V".
+    auto faillock = [&](const QStringList& more) {
+        QProcess p;
+        p.start("faillock", QStringList{"--dir", records, "--user", m_alice} + more);
+        p.waitForFinished(10000);
+        const QStringList lines = QString::fromUtf8(p.readAllStandardOutput()).split(u'\n');
+        return std::count_if(lines.begin(), lines.end(),
+                             [](const QString& line) { return line.endsWith(u" V"_s); });
+    };
+    faillock({"--reset"});
+
+    // Bob's workstation checks Alice's signatures, as the workstation does it.
+    QTemporaryDir dir;
+    const QString setgid = setgidHelperIn(dir);
+    QVERIFY(!setgid.isEmpty());
+    PosixAccounts bobs(u"setpriv"_s, asUser(m_bob, u"--clear-groups"_s) + QStringList{setgid});
+    using C = PasswordCheck;
+    // Failures short of the limit lock nothing; a right password clears them.
+    for (int i = 1; i < deny; ++i)
+        QCOMPARE(bobs.checkPassword(m_alice, u"guess"_s), C::Refused);
+    QCOMPARE(bobs.checkPassword(m_alice, kAlicePassword), C::Accepted);
+    QCOMPARE(faillock({}), 0);
+
+    QList<C> checks;
+    for (int i = 0; i < deny; ++i)
+        checks << bobs.checkPassword(m_alice, u"guess"_s);
+    checks << bobs.checkPassword(m_alice, kAlicePassword);
+    QCOMPARE(checks, QList<C>(deny + 1, C::Refused));
+    // Root sees the lock and lifts it.
+    QCOMPARE(faillock({}), deny);
+    faillock({"--reset"});
+    QCOMPARE(bobs.checkPassword(m_alice, kAlicePassword), C::Accepted);
 }
 
 QTEST_MAIN(TstRealAccounts)
