@@ -96,7 +96,7 @@ RecordAppender::~RecordAppender() {
 bool RecordAppender::create(const QString& path, QString* error) {
     close();
     m_fd = ::open(QFile::encodeName(path).constData(),
-                  O_WRONLY | O_APPEND | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+                  O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (m_fd < 0)
         return fail(error, path);
     syncFolderOf(path);
@@ -155,7 +155,7 @@ RecordAppender::~RecordAppender() {
 bool RecordAppender::create(const QString& path, QString* error) {
     close();
     m_file = new QFile(path);
-    if (!m_file->open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+    if (!m_file->open(QIODevice::WriteOnly | QIODevice::NewOnly)) {
         if (error)
             *error = m_file->errorString();
         close();

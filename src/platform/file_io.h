@@ -23,7 +23,8 @@ public:
     RecordAppender(const RecordAppender&) = delete;
     RecordAppender& operator=(const RecordAppender&) = delete;
 
-    // Creates the file, or empties one that is there, and syncs its folder so the name survives.
+    // Creates the file and syncs its folder so the name survives. Anything already at the name,
+    // a link included, is refused and left as it is: a new record never costs an old one.
     bool create(const QString& path, QString* error = nullptr);
     bool append(const QByteArray& line, QString* error = nullptr);
     void close();

@@ -12,8 +12,10 @@
 #include "record_line.h"
 #include "record_paths.h"
 #include "security/session.h"
+#include "signatures.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QPointer>
 #include <QStringList>
@@ -68,12 +70,29 @@ bool writeLine(RecordAppender& file, const QString& plain, QString* why) {
     return appendEncipheredLine(file, plain, why) == RecordWrite::Written;
 }
 
-// A data file has its signature file from its first moment: the header alone, replacing any
-// signature file of an earlier file of the same name.
+// A data file has its signature file from its first moment: the header alone. Both are made new,
+// never over a file that is there, so a start cannot cost an earlier file its signatures.
 bool writeSignatureHeader(const QString& dataFile, QString* why) {
     RecordAppender sif;
-    return sif.create(pathWithoutExtension(dataFile) + QStringLiteral(".sif"), why) &&
-           writeLine(sif, kSignatureHeader, why);
+    return sif.create(signatureFileOf(dataFile), why) && writeLine(sif, kSignatureHeader, why);
+}
+
+// Anything at the name counts, a link to nowhere too.
+bool somethingAt(const QString& path) {
+    const QFileInfo info(path);
+    return info.exists() || info.isSymLink();
+}
+
+QString autoFileName(const QDateTime& at) {
+    const QDate d = at.date();
+    const QTime t = at.time();
+    return logFilesFolder() + QStringLiteral("/%1-%2-%3_%4H_%5M_%6S.slg")
+                                  .arg(d.month())
+                                  .arg(d.day())
+                                  .arg(d.year())
+                                  .arg(t.hour())
+                                  .arg(t.minute())
+                                  .arg(t.second());
 }
 
 void endLogging() {
@@ -140,6 +159,9 @@ bool startDataFile() {
     if (ok) {
         gLogging = true;
         ok = gDataFile.create(gDataFileName, &why);
+        // The signature file just made belongs to no data file now.
+        if (!ok)
+            QFile::remove(signatureFileOf(gDataFileName));
     }
     if (ok) {
         gDataLine = dataColumnsLine();
@@ -187,17 +209,21 @@ void stopDataFile() {
     gDataLine = dataFooterLine(regionalShortDate(now.date()), regionalLongTime(now.time()));
 }
 
+bool dataFileNameTaken(const QString& path) {
+    return fileExists(path) || somethingAt(path) || somethingAt(signatureFileOf(path));
+}
+
 void makeAutoFileName() {
+    // A log stopped and started again within one second would have the name of the file before:
+    // the name of the next free second serves instead. Nobody chose it, so nobody is asked.
     const QDateTime now = currentDateTime();
-    const QDate d = now.date();
-    const QTime t = now.time();
-    gDataFileName = logFilesFolder() + QStringLiteral("/%1-%2-%3_%4H_%5M_%6S.slg")
-                                           .arg(d.month())
-                                           .arg(d.day())
-                                           .arg(d.year())
-                                           .arg(t.hour())
-                                           .arg(t.minute())
-                                           .arg(t.second());
+    constexpr int kSecondsAhead = 3600;
+    for (int ahead = 0; ahead < kSecondsAhead; ++ahead) {
+        gDataFileName = autoFileName(now.addSecs(ahead));
+        if (!dataFileNameTaken(gDataFileName))
+            return;
+    }
+    // An hour of names taken: the start refuses the last one with its failure box.
 }
 
 bool isCurrentDataFile(const QString& path) {

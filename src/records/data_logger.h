@@ -24,7 +24,8 @@ inline QString gOperatorMessage;
 // stops it. Set once by the main window, or by a test.
 void installDataSaveTimer(QTimer* timer);
 
-// Opens gDataFileName afresh with its signature file beside it, writes the column line and the
+// Makes gDataFileName with its signature file beside it, both new (a name that is taken ends the
+// start with its failure box), writes the column line and the
 // start line, and starts the timer. The caller has set the name, the batch and lot numbers and
 // the log flags of the tag table. False after the start failure box.
 bool startDataFile();
@@ -33,8 +34,12 @@ void dataSaveTimerTick();
 // Ends logging. The footer is composed in gDataLine only: a stopped file ends with its last data
 // line, so that a signature made on it stays true.
 void stopDataFile();
-// Log Files/<m>-<d>-<yyyy>_<h>H_<m>M_<s>S.slg from the clock, into gDataFileName.
+// Log Files/<m>-<d>-<yyyy>_<h>H_<m>M_<s>S.slg from the clock, into gDataFileName; when that
+// name is taken, the first free one of the seconds after.
 void makeAutoFileName();
+// A file, or a link, stands at the data file's name or at its signature file's name (the name up
+// to the first dot, then .sif): a start there would overwrite a record.
+bool dataFileNameTaken(const QString& path);
 bool isCurrentDataFile(const QString& path);
 // The Timer3 half of an automatic log: at 0:00 one new file, whatever the rate of the ticks.
 void midnightRollover();

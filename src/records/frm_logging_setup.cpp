@@ -272,7 +272,8 @@ void FrmLoggingSetup::startLog() {
         const FileDialogResult chosenFile = dialogs().saveFile(request);
         if (chosenFile.cancelled)
             return;
-        if (fileExists(chosenFile.path)) {
+        // Its signature file counts too: batch7.rerun.slg signs into batch7.sif.
+        if (dataFileNameTaken(chosenFile.path)) {
             msgBox(QStringLiteral("File already exists. Please select another filename!"),
                    MsgIcon::Information);
             return;

@@ -5,6 +5,7 @@
 #include "records/frm_logging_setup.h"
 #include "records/frm_op_message.h"
 #include "records/record_file.h"
+#include "records/signatures.h"
 #include "security/rights.h"
 #include "security/session.h"
 #include "support/audit_files.h"
@@ -42,6 +43,7 @@ private slots:
     void midnightGivesOneNewFile();
     void logFailuresEndLoggingAndKeepTheFile();
     void setupStartsStopsAndKeepsTheChoice();
+    void aStartNeverOverwritesARecord();
     void operatorMessage();
 };
 
@@ -240,13 +242,14 @@ void TstDataLogger::setupStartsStopsAndKeepsTheChoice() {
     QCOMPARE(actionsOf(env.path("Audit/3-14-2026 Audit.atr")),
              (QStringList{"Data logging started. " + env.path("Log Files/new.slg"),
                           "Data logging stopped. " + env.path("Log Files/new.slg")}));
-    // With names from the clock, an existing file of that name is not asked about.
+    // With names from the clock nobody is asked: a name taken gives way to the next second's.
     g21CFR = false;
     gAutoLog = 1;
-    makeAutoFileName();
-    QVERIFY(writeBytes(gDataFileName, {}));
+    QVERIFY(writeBytes(env.path("Log Files/3-14-2026_10H_0M_0S.slg"), "kept"));
     dlg.startLog();
     QVERIFY(gLogging);
+    QCOMPARE(gDataFileName, env.path("Log Files/3-14-2026_10H_0M_1S.slg"));
+    QCOMPARE(readBytes(env.path("Log Files/3-14-2026_10H_0M_0S.slg")), QByteArray("kept"));
     stopDataFile();
 
     // The close keeps the channels in tags.tgn and the options in the settings.
@@ -263,6 +266,63 @@ void TstDataLogger::setupStartsStopsAndKeepsTheChoice() {
                           env.settings->value("DataSave", "gLogOnStartup", {})}),
              (QStringList{"30", "0", "0"}));
     QCOMPARE(gSaveInterval, 30);
+}
+
+void TstDataLogger::aStartNeverOverwritesARecord() {
+    TestEnv env;
+    plantOfTwo(env);
+    gTagTable[0][5] = QStringLiteral(" 1 ");
+    gSaveInterval = 1;
+    QTimer timer;
+    installDataSaveTimer(&timer);
+    // A signed file: batch7.rerun.slg would sign into batch7.sif as well, so it is refused.
+    const QByteArray sif = enciphered({kSignatureHeader, "3/14/2026,10:00:00,jdoe,Jane Doe,,"
+                                                         "Signed,ok," +
+                                                             QString(64, u'A')});
+    QVERIFY(writeBytes(env.path("Log Files/batch7.slg"), enciphered({"a,b,"})));
+    QVERIFY(writeBytes(env.path("Log Files/batch7.sif"), sif));
+    FrmLoggingSetup dlg;
+    dlg.grid()->setText(0, FrmLoggingSetup::WriteOnOff, "1");
+    env.dialogs->chooseFile(env.path("Log Files/batch7.rerun.slg"));
+    dlg.startLog();
+    QCOMPARE(env.dialogs->texts().last(),
+             QStringLiteral("File already exists. Please select another filename!"));
+    QVERIFY(!gLogging && !QFile::exists(env.path("Log Files/batch7.rerun.slg")));
+    QCOMPARE(readBytes(env.path("Log Files/batch7.sif")), sif);
+
+    // A log stopped and started again within its second takes the next second's name.
+    gAutoLog = 1;
+    makeAutoFileName();
+    QVERIFY(startDataFile());
+    tick(3);
+    stopDataFile();
+    const QString first = gDataFileName;
+    const QByteArray firstLog = readBytes(first);
+    const QByteArray firstSif = readBytes(signatureFileOf(first));
+    makeAutoFileName();
+    QCOMPARE(gDataFileName, env.path("Log Files/3-14-2026_10H_0M_1S.slg"));
+    QVERIFY(startDataFile());
+    stopDataFile();
+    QCOMPARE(plainLinesOf(first).size(), 5);
+    QCOMPARE((QList<QByteArray>{readBytes(first), readBytes(signatureFileOf(first))}),
+             (QList<QByteArray>{firstLog, firstSif}));
+
+    // A file that appeared after the name was chosen is not overwritten either: the start fails
+    // with its box, and leaves no signature file of its own behind.
+    env.dialogs->boxes.clear();
+    gDataFileName = env.path("Log Files/late.slg");
+    QVERIFY(writeBytes(gDataFileName, "someone else's"));
+    QVERIFY(!startDataFile());
+    QVERIFY(!gLogging && !QFile::exists(env.path("Log Files/late.sif")));
+    QCOMPARE(readBytes(gDataFileName), QByteArray("someone else's"));
+    QVERIFY(env.dialogs->texts().value(0).contains("Error occured during start of logger"));
+    // Nor is a signature file, nor what a link at its name points to.
+    gDataFileName = env.path("Log Files/linked.slg");
+    QVERIFY(QFile::link(env.path("Log Files/batch7.sif"), env.path("Log Files/linked.sif")));
+    QVERIFY(dataFileNameTaken(gDataFileName));
+    QVERIFY(!startDataFile());
+    QCOMPARE(readBytes(env.path("Log Files/batch7.sif")), sif);
+    QVERIFY(!QFile::exists(gDataFileName));
 }
 
 void TstDataLogger::operatorMessage() {
