@@ -9,6 +9,7 @@
 #include <QString>
 #include <QStringList>
 #include <QTableView>
+#include <functional>
 #include <span>
 #include <vector>
 
@@ -151,6 +152,9 @@ public:
     // Writes every row in Latin-1, replacing the file whole.
     bool exportText(const QString& path, const GridTextFormat& format,
                     QString* error = nullptr) const;
+    // Writes every row as the workstation's exports are written (csv_text.h), replacing the file
+    // whole; the column titles first when asked for.
+    bool exportCsv(const QString& path, bool columnTitles, QString* error = nullptr) const;
 
     // Heap bytes taken by the rows, for the record of what a large file costs.
     qsizetype rowBytes() const;
@@ -175,6 +179,11 @@ private:
 
     bool quiet() const { return m_bulkDepth > 0; }
     bool contains(int row, int column) const;
+    // Adds one row of UTF-8 fields to the text being written.
+    using RowWriter = std::function<void(QByteArray& out, const QList<QByteArrayView>& fields)>;
+    // The head, the titles when asked for, then every row, replacing the file whole.
+    bool writeRows(const QString& path, QByteArrayView head, bool columnTitles,
+                   const RowWriter& appendRow, QString* error) const;
     void storeRow(int row, PackedRow packed);
     void dropRowAttributesFrom(int row);
     void emitRowsChanged(int firstRow, int lastRow);
@@ -264,6 +273,9 @@ public:
     bool exportText(const QString& path, const GridTextFormat& format,
                     QString* error = nullptr) const {
         return m_model->exportText(path, format, error);
+    }
+    bool exportCsv(const QString& path, bool columnTitles, QString* error = nullptr) const {
+        return m_model->exportCsv(path, columnTitles, error);
     }
 
     // Prints page by page, each page with the header, the column titles and the footer. Columns

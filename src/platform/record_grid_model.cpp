@@ -1,3 +1,4 @@
+#include "csv_text.h"
 #include "record_grid.h"
 
 #include <QFile>
@@ -653,6 +654,37 @@ bool RecordGridModel::exportText(const QString& path, const GridTextFormat& form
     const QByteArray rowDelimiter = format.rowDelimiter.toLatin1();
     const QByteArray columnDelimiter = format.columnDelimiter.toLatin1();
     const QByteArray cellDelimiter = format.cellDelimiter.toLatin1();
+    return writeRows(
+        path, {}, format.columnTitles,
+        [&](QByteArray& out, const QList<QByteArrayView>& fields) {
+            for (qsizetype c = 0; c < fields.size(); ++c) {
+                if (c > 0)
+                    out.append(columnDelimiter);
+                out.append(cellDelimiter);
+                appendLatin1(out, fields.at(c));
+                out.append(cellDelimiter);
+            }
+            out.append(rowDelimiter);
+        },
+        error);
+}
+
+bool RecordGridModel::exportCsv(const QString& path, bool columnTitles, QString* error) const {
+    return writeRows(
+        path, kCsvByteOrderMark, columnTitles,
+        [](QByteArray& out, const QList<QByteArrayView>& fields) {
+            for (qsizetype c = 0; c < fields.size(); ++c) {
+                if (c > 0)
+                    out.append(',');
+                appendCsvField(out, fields.at(c));
+            }
+            out.append("\r\n");
+        },
+        error);
+}
+
+bool RecordGridModel::writeRows(const QString& path, QByteArrayView head, bool columnTitles,
+                                const RowWriter& appendRow, QString* error) const {
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly)) {
         setError(error, tr("Cannot write %1: %2").arg(path, file.errorString()));
@@ -661,29 +693,31 @@ bool RecordGridModel::exportText(const QString& path, const GridTextFormat& form
     constexpr qsizetype kChunk = 256 * 1024;
     QByteArray buffer;
     buffer.reserve(kChunk + 4096);
+    buffer.append(head);
     bool written = true;
-    auto flush = [&] {
-        written = written && file.write(buffer) == buffer.size();
-        buffer.truncate(0);
-    };
-    auto appendLine = [&](auto&& fieldAt) {
-        for (int c = 0; c < columnCount(); ++c) {
-            if (c > 0)
-                buffer.append(columnDelimiter);
-            buffer.append(cellDelimiter);
-            fieldAt(c);
-            buffer.append(cellDelimiter);
+    QList<QByteArrayView> fields(columnCount());
+    auto add = [&] {
+        appendRow(buffer, fields);
+        if (buffer.size() >= kChunk) {
+            written = written && file.write(buffer) == buffer.size();
+            buffer.truncate(0);
         }
-        buffer.append(rowDelimiter);
-        if (buffer.size() >= kChunk)
-            flush();
     };
     // A grid without columns has no titles: a blank title line would load back as one column.
-    if (format.columnTitles && columnCount() > 0)
-        appendLine([&](int c) { buffer.append(m_columns.at(c).title.toLatin1()); });
-    for (const PackedRow& row : m_rows)
-        appendLine([&](int c) { appendLatin1(buffer, row.field(c)); });
-    flush();
+    if (columnTitles && columnCount() > 0) {
+        QList<QByteArray> titles;
+        for (int c = 0; c < columnCount(); ++c)
+            titles.append(m_columns.at(c).title.toUtf8());
+        for (int c = 0; c < columnCount(); ++c)
+            fields[c] = titles.at(c);
+        add();
+    }
+    for (const PackedRow& row : m_rows) {
+        for (int c = 0; c < columnCount(); ++c)
+            fields[c] = row.field(c);
+        add();
+    }
+    written = written && file.write(buffer) == buffer.size();
     if (!written || !file.commit()) {
         setError(error, tr("Cannot write %1: %2").arg(path, file.errorString()));
         return false;

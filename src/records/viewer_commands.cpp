@@ -19,12 +19,8 @@ void exportGridAsCsv(RecordGrid& grid, const QString& title, const QString& filt
     const FileDialogResult chosen = dialogs().saveFile(request);
     if (chosen.cancelled)
         return;
-    GridTextFormat format;
-    format.columnDelimiter = QStringLiteral(",");
-    format.rowDelimiter = QStringLiteral("\r\n");
-    format.columnTitles = true;
     QString error;
-    if (!grid.exportText(chosen.path, format, &error))
+    if (!grid.exportCsv(chosen.path, true, &error))
         reportError(QStringLiteral("ExportHistoryFile"), 75, error);
 }
 

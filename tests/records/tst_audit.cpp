@@ -168,7 +168,8 @@ void TstAudit::viewerShowsOpensExportsAndPrints() {
                           env.path("Export Data"), "3-14-2026 Audit.csv"}));
     const QList<QByteArray> lines = readBytes(csv).split('\n');
     QCOMPARE(lines.size(), 5); // titles, three rows, and nothing after the last line end
-    QCOMPARE(lines[0] + lines[4], QByteArray("Date,Time,User ID,Full Name,Comment,Action\r"));
+    QCOMPARE(lines[0] + lines[4], QByteArray("\xEF\xBB\xBF"
+                                             "Date,Time,User ID,Full Name,Comment,Action\r"));
     QVERIFY(lines[1].endsWith(",anna,Anna Berg,QA,Clear Alarm Log\r"));
     QVERIFY(lines[3].endsWith(",System,Sorvantel System,System Manager,System Shutdown\r"));
 

