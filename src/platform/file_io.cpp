@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #endif
 #ifdef Q_OS_WIN
@@ -143,7 +144,48 @@ bool appendRecordLine(const QString& path, const QByteArray& line, QString* erro
         syncFolderOf(path);
     return true;
 }
+bool openPrivateScratch(QFile& file, QString* error) {
+    const QString path = file.fileName();
+    const QByteArray name = QFile::encodeName(path);
+    struct stat there {};
+    if (::lstat(name.constData(), &there) == 0) {
+        if (!S_ISREG(there.st_mode)) {
+            errno = EEXIST;
+            gLastErrno = errno;
+            if (error)
+                *error = path + QStringLiteral(": a link or no plain file stands at this name; it "
+                                               "is left as it is");
+            return false;
+        }
+        if (::unlink(name.constData()) != 0)
+            return fail(error, path);
+    } else if (errno != ENOENT) {
+        return fail(error, path);
+    }
+    const int fd =
+        ::open(name.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd < 0)
+        return fail(error, path);
+    if (!file.open(fd, QIODevice::WriteOnly, QFileDevice::AutoCloseHandle)) {
+        ::close(fd);
+        if (error)
+            *error = file.errorString();
+        return false;
+    }
+    return true;
+}
 #else
+bool openPrivateScratch(QFile& file, QString* error) {
+    QFile::remove(file.fileName());
+    if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly)) {
+        if (error)
+            *error = file.errorString();
+        return false;
+    }
+    file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    return true;
+}
+
 int lastFileErrorNumber() {
     return 75;
 }

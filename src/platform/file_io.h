@@ -3,6 +3,8 @@
 #include <QByteArray>
 #include <QString>
 
+class QFile;
+
 // Replaces a file whole: written beside it, synced to the disk, then renamed over it, so that a
 // crash leaves either the old file or the new one.
 bool writeFileAtomically(const QString& path, const QByteArray& bytes, QString* error = nullptr);
@@ -45,3 +47,10 @@ int lastFileErrorNumber();
 // Makes an empty file, and its folder, unless the file is already there; what it holds is left
 // alone. False with the reason in *error.
 bool ensureFileExists(const QString& path, QString* error = nullptr);
+
+// Opens the file's name for writing as a scratch file of this account's own: made new, readable
+// and writable by the owner alone, never through a link. A plain file at the name (the scratch
+// file of an earlier use) is removed first, which leaves whatever else shares it by a hard link
+// untouched; a link or anything else at the name is refused and left as it is, since the folder
+// may be one that others can write. False with the reason in *error.
+bool openPrivateScratch(QFile& file, QString* error = nullptr);

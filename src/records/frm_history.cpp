@@ -6,6 +6,7 @@
 #include "plant/plant_store.h"
 #include "platform/clock.h"
 #include "platform/dialogs.h"
+#include "platform/file_io.h"
 #include "platform/printers.h"
 #include "platform/record_grid.h"
 #include "platform/window_parts.h"
@@ -251,6 +252,9 @@ bool FrmHistory::showDataFile(const QString& path) {
     setLoading(true);
     gHistoryFileName = path;
     const bool shown = decryptDataFile() && loadDataGrid();
+    // The plain text has served once it is in the grid: it does not stay on the disk.
+    if (const QFileInfo plain(plainCopyPath()); plain.isFile() && !plain.isSymLink())
+        QFile::remove(plainCopyPath());
     if (shown) {
         loadSignatureGrid();
         enableSigning(g21CFR);
@@ -271,10 +275,8 @@ bool FrmHistory::copyAside(QString* why) {
         *why = from.errorString();
         return false;
     }
-    if (!to.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        *why = to.errorString();
+    if (!openPrivateScratch(to, why))
         return false;
-    }
     QByteArray block(kCopyBlock, Qt::Uninitialized);
     qint64 run = 0;
     qint64 lines = 1;
@@ -326,8 +328,8 @@ bool FrmHistory::decryptDataFile() {
     }
 
     QFile plain(plainCopyPath());
-    if (!plain.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        decryptionFailed(fileErrorNumber(plain), plain.errorString());
+    if (!openPrivateScratch(plain, &why)) {
+        decryptionFailed(75, why);
         clearHistoryGrids();
         return false;
     }

@@ -30,7 +30,8 @@ public:
     bool isLoading() const { return m_loading; }
 
     // The scratch files in Enc: the byte-exact copy of the data file and its plain text, which
-    // stays there until the next open overwrites it.
+    // lasts only until the grid has it. Both are the account's own (mode 0600), made new at each
+    // open and never written through a link.
     static QString encryptedCopyPath();
     static QString plainCopyPath();
 

@@ -15,6 +15,7 @@
 #include <QTimer>
 #include <QToolBar>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 // A data file with its signature file beside it, as the logger leaves them.
@@ -49,6 +50,7 @@ private slots:
     void damagedInputsSayWhatTheyMust();
     void searchesAndPrintsTheSelectedBlock();
     void exportIsSafeInASpreadsheet();
+    void scratchCopiesArePrivate();
     void menuOpensOneWindowThatWaitsForItsLoad();
 };
 
@@ -262,6 +264,50 @@ void TstHistory::exportIsSafeInASpreadsheet() {
     QCOMPARE(rows[0], lines[0].split(u',').mid(0, 7));
     QCOMPARE(rows[3], (QStringList{"3/14/2026", "10:00:02 AM", "'" + message + ".", ".", ".",
                                    "-2.5", "'@cmd"}));
+}
+
+void TstHistory::scratchCopiesArePrivate() {
+    TestEnv env;
+    const QString file = env.path("Log Files/run.slg");
+    writeSigned(file, enciphered(dataLines("7", 2)));
+    const QString victim = env.path("victim");
+    QVERIFY(writeBytes(victim, "victim") && QDir().mkpath(env.path("Enc")));
+    FrmHistory view;
+    auto open = [&] {
+        env.dialogs->boxes.clear();
+        env.dialogs->chooseFile(file);
+        trigger(view, "Open");
+        return view.dataGrid()->rowCount();
+    };
+    // Whatever the umask, the copy is the owner's alone, and the plain text is gone once shown.
+    const mode_t umaskBefore = umask(0);
+    const int rows = open();
+    umask(umaskBefore);
+    QCOMPARE(rows, 3);
+    struct stat copy {};
+    QCOMPARE(::stat(QFile::encodeName(FrmHistory::encryptedCopyPath()).constData(), &copy), 0);
+    QCOMPARE(copy.st_mode & 07777, 0600u);
+    QVERIFY(!QFileInfo::exists(FrmHistory::plainCopyPath()));
+
+    // A file sharing the copy's name by a hard link keeps what it holds.
+    QVERIFY(QFile::remove(FrmHistory::encryptedCopyPath()));
+    QCOMPARE(::link(QFile::encodeName(victim).constData(),
+                    QFile::encodeName(FrmHistory::encryptedCopyPath()).constData()),
+             0);
+    QCOMPARE(open(), 3);
+    QCOMPARE(readBytes(victim), QByteArray("victim"));
+
+    // A link planted at either name is neither written through nor removed: the open fails.
+    for (const QString& scratch : {FrmHistory::plainCopyPath(), FrmHistory::encryptedCopyPath()}) {
+        QFile::remove(scratch);
+        QVERIFY(QFile::link(victim, scratch));
+        QCOMPARE(open(), 0);
+        QVERIFY(env.dialogs->texts().value(0).startsWith(
+            "Error Number 75. - Decryption of data file failed!"));
+        QVERIFY(QFileInfo(scratch).isSymLink());
+        QCOMPARE(readBytes(victim), QByteArray("victim"));
+        QFile::remove(scratch);
+    }
 }
 
 void TstHistory::menuOpensOneWindowThatWaitsForItsLoad() {
