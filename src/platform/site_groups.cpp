@@ -1,6 +1,8 @@
 #include "site_groups.h"
 
 #include <cctype>
+#include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -28,19 +30,33 @@ bool rootOnly(int fd, bool folder) {
            st.st_uid == 0 && (st.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
+// A file or folder that is there but that this process may not read: the site's word is
+// unknown, not absent.
+bool deniedHere(int error) {
+    return error == EACCES || error == EPERM || error == EIO;
+}
+
 // The file opened through its folder, both owned by root and writable by nobody else, so that
-// nobody else can have written or swapped it; -1 otherwise.
-int openTrusted(const char* path) {
+// nobody else can have written or swapped it; -1 otherwise, with *denied set when it could not
+// be opened for lack of a right (or a failing disk) rather than because it is missing or
+// untrusted.
+int openTrusted(const char* path, int* denied) {
+    *denied = 0;
     std::string folder(path);
     const size_t slash = folder.rfind('/');
     const std::string name = slash == std::string::npos ? folder : folder.substr(slash + 1);
     folder = slash == std::string::npos ? "." : slash == 0 ? "/" : folder.substr(0, slash);
     const int dir = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (dir < 0)
+    if (dir < 0) {
+        if (deniedHere(errno))
+            *denied = errno;
         return -1;
+    }
     int fd = -1;
     if (rootOnly(dir, true)) {
         fd = openat(dir, name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+        if (fd < 0 && deniedHere(errno))
+            *denied = errno;
         if (fd >= 0 && !rootOnly(fd, false)) {
             close(fd);
             fd = -1;
@@ -90,16 +106,24 @@ SiteGroups parseSiteGroups(const std::string& text) {
 }
 
 SiteGroups readSiteGroups(const char* path) {
-    const int fd = openTrusted(path);
-    if (fd < 0)
-        return {};
+    int denied = 0;
+    const int fd = openTrusted(path, &denied);
+    if (fd < 0) {
+        SiteGroups defaults;
+        if (denied)
+            defaults.unreadable = std::string(path) + ": " + strerror(denied);
+        return defaults;
+    }
     std::string text;
     bool whole = true;
+    int failed = 0;
     char buffer[4096];
     while (whole) {
         const ssize_t n = read(fd, buffer, sizeof buffer);
         if (n == 0)
             break;
+        if (n < 0)
+            failed = errno;
         // A file of this kind is a few lines; anything else is not the site's word.
         if (n < 0 || text.size() + static_cast<size_t>(n) > kMaxSiteGroupsBytes)
             whole = false;
@@ -107,8 +131,12 @@ SiteGroups readSiteGroups(const char* path) {
             text.append(buffer, static_cast<size_t>(n));
     }
     close(fd);
-    if (!whole)
-        return {};
+    if (!whole) {
+        SiteGroups defaults;
+        if (failed)
+            defaults.unreadable = std::string(path) + ": " + strerror(failed);
+        return defaults;
+    }
     SiteGroups read = parseSiteGroups(text);
     read.fromFile = true;
     return read;

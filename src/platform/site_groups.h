@@ -28,6 +28,10 @@ struct SiteGroups {
     std::string supervisors = "sorvantel-supervisors";
     std::string administrators = "sorvantel-administrators";
     bool fromFile = false; // the file was there and trusted
+    // Why a file that is there (or whose folder is) could not be read, with the system's word:
+    // the names are the defaults then, but the site may have named others, which the password
+    // helper may be able to read. Empty when the file was read, is missing or is not trusted.
+    std::string unreadable;
 
     // The system's level of a group of this machine: 0, 1, 2, or -1 for any other group.
     int levelOf(const std::string& group) const;

@@ -1,5 +1,6 @@
 #include "frm_login.h"
 
+#include "plant/frm_logger.h"
 #include "platform/accounts.h"
 #include "platform/dialogs.h"
 #include "records/audit_trail.h"
@@ -21,6 +22,9 @@ const QString kInvalidGroup = QStringLiteral("Invalid Group Assignment, try agai
 const QString kCheckUnavailable =
     QStringLiteral("The password could not be checked: the system's password service is not "
                    "available.\nPlease check with administrator.");
+const QString kGroupsUnreadable =
+    QStringLiteral("The user level could not be decided: the site's group names cannot be "
+                   "read.\n%1\nPlease check with administrator.");
 } // namespace
 
 bool resolveGroupLevel(const QStringList& groups) {
@@ -155,6 +159,18 @@ void FrmLogin::cmdOK_Click() {
     }
     gComputerName = m_network.rgbGetComputerName();
     const QStringList groups = m_network.GetUserGroups(gComputerName, user, true);
+    if (const QString why = m_network.siteGroupsUnreadable(); !why.isEmpty()) {
+        // The defaults would be a guess at the level, where the password helper may go by the
+        // site's own names. As with a password service that is down, nobody typed anything
+        // wrong: no failed attempt.
+        gLoggedOn = false;
+        const QString text = kGroupsUnreadable.arg(why);
+        if (FrmLogger* logger = frmLogger())
+            logger->appendLine(text.section(u'\n', 0, 1).replace(u'\n', u' '));
+        msgBox(text, MsgIcon::Critical, MsgButtons::Ok, kLoginTitle);
+        m_password->setFocus();
+        return;
+    }
     if (groups.value(0).isEmpty() || !resolveGroupLevel(groups)) {
         failAttempt(kInvalidGroup);
         return;

@@ -16,7 +16,7 @@ void useSiteGroupsFile(const QString& path) {
     gSiteGroupsFile = path;
 }
 
-QStringList systemGroupNames(QStringList groups) {
+QStringList systemGroupNames(QStringList groups, QString* unreadable) {
 #if defined(Q_OS_UNIX)
     static const QString kSystemNames[] = {QStringLiteral("Sorvantel Operators"),
                                            QStringLiteral("Sorvantel Supervisors"),
@@ -25,12 +25,17 @@ QStringList systemGroupNames(QStringList groups) {
     const SiteGroups site = gSiteGroupsFile.isEmpty()
                                 ? readSiteGroups()
                                 : readSiteGroups(QFile::encodeName(gSiteGroupsFile).constData());
+    if (unreadable)
+        *unreadable = QString::fromLocal8Bit(site.unreadable);
     for (QString& g : groups) {
         if (const int level = site.levelOf(g.toStdString()); level >= 0)
             g = kSystemNames[level];
     }
-#endif
+#else
     // Windows group names hold blanks: the system's names serve as they are.
+    if (unreadable)
+        unreadable->clear();
+#endif
     return groups;
 }
 
@@ -42,9 +47,10 @@ bool NetworkInfo::Login(const QString& xi_strUserID, const QString& xi_strPasswo
 
 QStringList NetworkInfo::GetUserGroups(const QString&, const QString& UserName, bool) {
     const QStringList groups = accounts().groupsOf(UserName);
+    m_siteGroupsUnreadable.clear();
     if (groups.isEmpty())
         return QStringList{QString()};
-    return systemGroupNames(groups);
+    return systemGroupNames(groups, &m_siteGroupsUnreadable);
 }
 
 QString NetworkInfo::rgbGetComputerName() {

@@ -17,6 +17,9 @@ public:
     // this machine answers for both kinds of group.
     QStringList GetUserGroups(const QString& ServerName, const QString& UserName,
                               bool bLocalGroups);
+    // Why the last GetUserGroups could not read the site's names of the groups (the site file is
+    // there but this account may not read it); empty when it could. No level can be given then.
+    QString siteGroupsUnreadable() const { return m_siteGroupsUnreadable; }
     QString rgbGetComputerName();
     // Copies logon name, full name, comment and user comment of the account into the session;
     // see the length test in the definition.
@@ -31,11 +34,14 @@ private:
     };
     UserInfo10 readUserInfo10(const QString& serverName, const QString& userName);
     bool m_checkUnavailable = false;
+    QString m_siteGroupsUnreadable;
 };
 
 // The system's names of groups of this machine ("Sorvantel Operators"...), the others as they are.
 // On POSIX systems the site's own group names stand for the system's three, read from the
 // root-owned site file (see platform/site_groups.h), never from the operator's own settings.
-QStringList systemGroupNames(QStringList groups);
+// With *unreadable, why a site file that is there could not be read (the names then stay the
+// defaults, which may not be the site's).
+QStringList systemGroupNames(QStringList groups, QString* unreadable = nullptr);
 // Another site file, for tests; an empty path goes back to the installed one.
 void useSiteGroupsFile(const QString& path);

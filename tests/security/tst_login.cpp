@@ -3,6 +3,7 @@
 
 #include "app/frm_main.h"
 #include "app/startup.h"
+#include "plant/frm_logger.h"
 #include "security/frm_login.h"
 #include "security/frm_passwords.h"
 #include "security/login.h"
@@ -21,6 +22,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTreeWidget>
+#include <sys/stat.h>
 #include <unistd.h>
 
 class TstLogin : public QObject {
@@ -28,6 +30,7 @@ class TstLogin : public QObject {
 private slots:
     void groupOrderDecidesTheLevel();
     void siteGroupNamesMapToTheSystemsNames();
+    void unreadableSiteGroupsAreSaidNotGuessed();
     void menuLoginFailuresCancelAndSuccess();
     void signatureFailures();
     void everySignatureAsksAndTakesNamesByTheLengthTest();
@@ -142,6 +145,46 @@ void TstLogin::siteGroupNamesMapToTheSystemsNames() {
     QCOMPARE(net.GetUserGroups({}, "ann", true), defaults); // not root's alone
     // An unknown user, or one without groups, gives one empty element.
     QCOMPARE(net.GetUserGroups({}, "nobody-here", true), QStringList{QString()});
+}
+
+void TstLogin::unreadableSiteGroupsAreSaidNotGuessed() {
+    if (geteuid() != 0)
+        QSKIP("Only root makes a site file that is trusted yet unreadable to another account.");
+    TestEnv env;
+    signedPlant(env);
+    env.accounts->addUser("ann", "pw-ann", {"ann", "qa-leads"});
+    // Root's own file that no other account may read (a site may leave it to the password
+    // helper's group alone), or in a folder that no other account may enter.
+    QTemporaryDir site;
+    const QString file = site.filePath("accounts.conf");
+    QVERIFY(writeBytes(file, "supervisorsgroup = qa-leads\n"));
+    useSiteGroupsFile(file);
+    auto back = qScopeGuard([] { useSiteGroupsFile({}); });
+    const QString why = file + ": Permission denied";
+    for (const auto& [folderMode, fileMode] : {std::pair{0755, 0600}, std::pair{0700, 0644}}) {
+        QVERIFY(::chmod(QFile::encodeName(site.path()).constData(), mode_t(folderMode)) == 0 &&
+                ::chmod(QFile::encodeName(file).constData(), mode_t(fileMode)) == 0);
+        FrmLogger logger;
+        env.modals.login("ann", "pw-ann");
+        env.modals.cancelLogin();
+        QCOMPARE(seteuid(65534), 0); // nobody
+        const bool granted = checkAccessWithLogin(Right::SignDataFiles, kSign);
+        QCOMPARE(seteuid(0), 0);
+        // Neither a guess at the level nor a failed attempt: the box and the logger say why.
+        QVERIFY(!granted);
+        QCOMPARE(shown(env), QStringList{"Login: The user level could not be decided: the site's "
+                                         "group names cannot be read.\n" +
+                                         why + "\nPlease check with administrator."});
+        QCOMPARE(logger.text().trimmed(), "The user level could not be decided: the site's group "
+                                          "names cannot be read. " +
+                                              why);
+        QVERIFY(!QFile::exists(env.path(kAuditFile)));
+        QCOMPARE(session(), kJdoe);
+    }
+    // Read as root it maps as the site wants.
+    NetworkInfo net;
+    QCOMPARE(net.GetUserGroups({}, "ann", true), (QStringList{"ann", "Sorvantel Supervisors"}));
+    QVERIFY(net.siteGroupsUnreadable().isEmpty());
 }
 
 // Three failures end the dialog, a right password without a group among them; the attempt is on
