@@ -6,7 +6,7 @@ bool isDigit(char c) {
 }
 
 // A decimal number as a spreadsheet reads one: blanks around it, a sign, digits with one point,
-// an exponent.
+// an exponent, and a value a double holds.
 bool isNumber(QByteArrayView text) {
     qsizetype i = 0;
     qsizetype end = text.size();
@@ -35,7 +35,12 @@ bool isNumber(QByteArrayView text) {
         if (i == from)
             return false;
     }
-    return i == end;
+    if (i != end)
+        return false;
+    // Beyond what a double holds, a spreadsheet takes it for text, or for a formula.
+    bool fits = false;
+    text.toByteArray().trimmed().toDouble(&fits);
+    return fits;
 }
 
 bool startsAsFormula(QByteArrayView text) {
