@@ -115,6 +115,8 @@ public:
     // dropped. False only for a row the grid cannot hold.
     bool setRowFields(int row, const QStringList& fields);
     bool appendRow(const QStringList& fields);
+    // Takes one row out; the rows below move up with their colours and locks.
+    bool removeRow(int row);
     void clearRows();
     void clearText();
 
@@ -230,6 +232,7 @@ public:
         return m_model->setRowFields(row, fields);
     }
     bool appendRow(const QStringList& fields) { return m_model->appendRow(fields); }
+    bool removeRow(int row) { return m_model->removeRow(row); }
     void clearRows() { m_model->clearRows(); }
     void clearText() { m_model->clearText(); }
 

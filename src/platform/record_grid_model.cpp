@@ -425,6 +425,31 @@ void RecordGridModel::dropRowAttributesFrom(int row) {
     m_lockedCells.removeIf([row](quint64 key) { return static_cast<int>(key >> 32) >= row; });
 }
 
+bool RecordGridModel::removeRow(int row) {
+    if (row < 0 || row >= rowCount())
+        return false;
+    if (!quiet())
+        beginRemoveRows({}, row, row);
+    m_rows.erase(m_rows.begin() + row);
+    // The styles and locks of the rows below move up with them.
+    QHash<int, RowStyle> styles;
+    for (auto it = m_rowStyles.cbegin(); it != m_rowStyles.cend(); ++it) {
+        if (it.key() != row)
+            styles.insert(it.key() > row ? it.key() - 1 : it.key(), it.value());
+    }
+    m_rowStyles.swap(styles);
+    QSet<quint64> locks;
+    for (const quint64 key : std::as_const(m_lockedCells)) {
+        const int r = static_cast<int>(key >> 32);
+        if (r != row)
+            locks.insert(r > row ? key - (quint64(1) << 32) : key);
+    }
+    m_lockedCells.swap(locks);
+    if (!quiet())
+        endRemoveRows();
+    return true;
+}
+
 void RecordGridModel::clearRows() {
     if (!quiet())
         beginResetModel();

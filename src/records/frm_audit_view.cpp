@@ -184,7 +184,9 @@ void FrmAuditView::exportAuditFile() {
         return;
     }
     exportGridAsCsv(*m_vaGrid, QStringLiteral("Export audit file as?"),
-                    QStringLiteral("Exported Audit Files (*.csv)|*.csv"), m_fileName);
+                    QStringLiteral("Exported Audit Files (*.csv)|*.csv"),
+                    fileBaseName(m_fileName) + QStringLiteral(".csv"),
+                    QStringLiteral("ExportHistoryFile"));
 }
 
 void FrmAuditView::printAuditGrid() {

@@ -534,7 +534,9 @@ void FrmHistory::exportDataFile() {
         return;
     }
     exportGridAsCsv(*m_dataGrid, QStringLiteral("Export data file as?"),
-                    QStringLiteral("Exported Data Files (*.csv)|*.csv"), gHistoryFileName);
+                    QStringLiteral("Exported Data Files (*.csv)|*.csv"),
+                    fileBaseName(gHistoryFileName) + QStringLiteral(".csv"),
+                    QStringLiteral("ExportHistoryFile"));
 }
 
 void FrmHistory::searchDataFiles() {

@@ -8,20 +8,20 @@
 #include "record_paths.h"
 
 void exportGridAsCsv(RecordGrid& grid, const QString& title, const QString& filter,
-                     const QString& sourceFile) {
+                     const QString& fileName, const QString& errorWord) {
     FileDialogRequest request;
     request.title = title;
     request.filter = filter;
     request.defaultExtension = QStringLiteral(".csv");
     request.initialDirectory = gAppPath + QStringLiteral("/Export Data");
-    request.fileName = fileBaseName(sourceFile) + QStringLiteral(".csv");
+    request.fileName = fileName;
     request.overwritePrompt = true;
     const FileDialogResult chosen = dialogs().saveFile(request);
     if (chosen.cancelled)
         return;
     QString error;
     if (!grid.exportCsv(chosen.path, true, &error))
-        reportError(QStringLiteral("ExportHistoryFile"), 75, error);
+        reportError(errorWord, 75, error);
 }
 
 bool defaultPrinterOrSay() {

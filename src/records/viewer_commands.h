@@ -7,10 +7,10 @@ struct GridPrintJob;
 
 // The commands the record viewers share.
 
-// The save dialog for "<file's base name>.csv" in Export Data, then the grid with its column
-// titles as comma-separated lines; a failure is the general error box of ExportHistoryFile.
+// The save dialog for the file name in Export Data, then the grid with its column titles as
+// comma-separated lines; a failure is the general error box with the word given.
 void exportGridAsCsv(RecordGrid& grid, const QString& title, const QString& filter,
-                     const QString& sourceFile);
+                     const QString& fileName, const QString& errorWord);
 
 // False, after the box that says so, when the machine has no printer to print to.
 bool defaultPrinterOrSay();
