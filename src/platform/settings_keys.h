@@ -17,6 +17,7 @@ inline const QString LevelsAd = QStringLiteral("Levels\\ad");
 inline const QString LevelsSecurity = QStringLiteral("Levels\\security");
 inline const QString Link = QStringLiteral("Link");
 inline const QString Audit = QStringLiteral("Audit");
+inline const QString AlarmViewer = QStringLiteral("AlarmLog\\Alarm Viewer");
 } // namespace Sections
 
 namespace Keys {

@@ -1,26 +1,75 @@
 #include "alarm_log.h"
 
+#include "alm_log_viewer.h"
+#include "daily_files.h"
+#include "platform/beep.h"
+#include "platform/clock.h"
+#include "platform/dialogs.h"
+#include "platform/file_io.h"
 #include "platform/placement.h"
+#include "platform/printers.h"
 #include "platform/record_grid.h"
 #include "platform/settings_keys.h"
 #include "platform/window_parts.h"
+#include "record_line.h"
+#include "security/login.h"
+#include "security/rights.h"
+#include "viewer_commands.h"
 
-#include <QCloseEvent>
+#include <QCoreApplication>
+#include <QDir>
 #include <QHeaderView>
+#include <QLabel>
+#include <QMdiArea>
 #include <QPointer>
+#include <QPrinter>
 #include <QStatusBar>
+#include <QTimer>
+#include <QToolBar>
 #include <QVBoxLayout>
 
 namespace {
 QPointer<AlarmLog> gAlarmLogInstance;
 
-struct ColumnDef {
-    const char* title;
-    int widthChars;
-};
-constexpr ColumnDef kColumns[] = {
-    {"Tagname", 15}, {"Time Of Alarm", 16}, {"PV At Alarm", 9}, {"Ack", 5}};
+constexpr int kTickMs = 1000;
+const QColor kNewAlarm(255, 0, 0);
+const QColor kAcknowledged(0, 0, 255);
+
+// "<date> - <time>" of a moment, as the grid and the file stamp it.
+QString stamp(const QDateTime& at) {
+    return regionalShortDate(at.date()) + QStringLiteral(" - ") + regionalLongTime(at.time());
+}
 } // namespace
+
+void resetAlarmEngine() {
+    gAlarmSeen = {};
+}
+
+QString alarmLogFolder() {
+    return gAppPath + QStringLiteral("/Alarm Logs");
+}
+
+QString alarmLogPath(const QDate& date) {
+    return alarmLogFolder() + u'/' + dailyFileStem(date) + QStringLiteral(" AlmLog.alf");
+}
+
+void writeAlarmLog(const QString& text, const QString& action, const QDateTime& at) {
+    if (!gAlmLogging)
+        return;
+    // A site that lost its folder gets it back rather than losing the day's alarms.
+    QDir().mkpath(alarmLogFolder());
+    QString why;
+    const RecordWrite written =
+        appendEncipheredLine(alarmLogPath(at.date()), text + u',' + action, &why);
+    if (written == RecordWrite::Written)
+        return;
+    const int number = written == RecordWrite::NotEnciphered ? 5 : lastFileErrorNumber();
+    msgBox(QStringLiteral("Error %1 = %2. Error writing to alarm log!\nPlease contact Brenlock "
+                          "with this error.")
+               .arg(number)
+               .arg(why),
+           MsgIcon::Critical);
+}
 
 AlarmLog* alarmLog() {
     return gAlarmLogInstance.data();
@@ -30,31 +79,250 @@ AlarmLog::AlarmLog(QWidget* parent) : ChildWindow(Life::Resident, Sections::Alar
     QVBoxLayout* layout =
         makeWindowBody(this, QStringLiteral("AlarmLog"), QStringLiteral("System Alarm Log"));
     QWidget* body = widget();
+    m_toolbar = makeToolbar(body, Qt::ToolButtonIconOnly);
+    const std::tuple<QStyle::StandardPixmap, const char*, const char*, void (AlarmLog::*)()>
+        buttons[] = {
+            {QStyle::SP_FileDialogContentsView, "view", "Alarm Log Viewer",
+             &AlarmLog::showAlarmViewer},
+            {QStyle::SP_DialogDiscardButton, "Clear", "Clear Selected Alarm",
+             &AlarmLog::clearSelectedAlarm},
+            {QStyle::SP_TrashIcon, "clear1", "Clear All Alarms", &AlarmLog::clearAllAlarms},
+            {QStyle::SP_DialogSaveButton, "export", "Export Alarm Log", &AlarmLog::exportAlarmLog},
+            {QStyle::SP_FileDialogDetailedView, "print", "Print Alarm Log",
+             &AlarmLog::printAlarmLog},
+            {QStyle::SP_MediaVolumeMuted, "Silence Beeper", "Silence Beeper",
+             &AlarmLog::silenceBeeper}};
+    for (const auto& [icon, key, tip, handler] : buttons)
+        connect(addToolButton(m_toolbar, icon, QString::fromLatin1(key), QString::fromLatin1(tip)),
+                &QAction::triggered, this, handler);
+
     m_grid = new RecordGrid(body);
     m_grid->setObjectName(QStringLiteral("Grid1"));
+    const std::pair<const char*, int> columns[] = {
+        {"Tagname", 15}, {"Time Of Alarm", 16}, {"PV At Alarm", 9}, {"Ack", 5}};
     m_grid->setColumnCount(4);
     for (int c = 0; c < 4; ++c) {
-        m_grid->setColumnTitle(c, QString::fromLatin1(kColumns[c].title));
-        m_grid->setColumnWidthUnits(c, kColumns[c].widthChars);
+        m_grid->setColumnTitle(c, QString::fromLatin1(columns[c].first));
+        m_grid->setColumnWidthUnits(c, columns[c].second);
     }
     m_grid->setLocked(true);
     m_grid->setWholeRowSelection(true);
     m_grid->horizontalHeader()->setStretchLastSection(true);
+    connect(m_grid, &RecordGrid::cellDoubleClicked, this,
+            [this](int row, int) { acknowledgeAlarm(row); });
+
     m_status = new QStatusBar(body);
     m_status->setObjectName(QStringLiteral("AlmStatBar"));
     m_status->setSizeGripEnabled(false);
-    layout->addWidget(m_grid);
+    m_statusPanel = new QLabel(m_status);
+    m_statusPanel->setObjectName(QStringLiteral("Status"));
+    m_status->addWidget(m_statusPanel, 1);
+    layout->addWidget(m_toolbar);
+    layout->addWidget(m_grid, 1);
     layout->addWidget(m_status);
     updateStatusText();
+
+    m_timer1 = new QTimer(this);
+    m_timer1->setObjectName(QStringLiteral("Timer1"));
+    m_timer1->setInterval(kTickMs);
+    connect(m_timer1, &QTimer::timeout, this, &AlarmLog::timer1Tick);
+    m_timer1->start();
     gAlarmLogInstance = this;
 }
 
+AlarmLog::~AlarmLog() {
+    if (gAlarmLogInstance == this)
+        gAlarmLogInstance = nullptr;
+}
+
+QString AlarmLog::statusText() const {
+    return m_statusPanel->text();
+}
+
 void AlarmLog::updateStatusText() {
-    m_status->showMessage(QStringLiteral("Total number of system alarms is ") +
-                          QString::number(m_grid->rowCount()));
+    m_statusPanel->setText(QStringLiteral("Total number of system alarms is ") +
+                           QString::number(m_grid->rowCount()));
 }
 
 void AlarmLog::clearAlarms() {
     m_grid->clearRows();
     updateStatusText();
+}
+
+void AlarmLog::timer1Tick() {
+    if (m_beeping)
+        beep();
+    QCoreApplication::processEvents();
+    for (int position = 0; position < gActiveCount; ++position) {
+        const int c = gActiveList.value(position) - 1;
+        if (!validRow(c))
+            continue;
+        const qint16 word = gAlarmState[static_cast<size_t>(c)];
+        checkAlarm(c, 1, (word & 1) == 1);
+        checkAlarm(c, 2, (word & 2) != 0);
+    }
+}
+
+void AlarmLog::checkAlarm(int controller, int alarmNumber, bool on) {
+    bool& seen = gAlarmSeen[static_cast<size_t>(controller)][static_cast<size_t>(alarmNumber)];
+    if (!on) {
+        seen = false;
+        return;
+    }
+    if (seen)
+        return;
+    restoreAlarmWindow();
+    addAlarm(controller, alarmNumber);
+    seen = true;
+    if (gBeepOnAlarm)
+        beep();
+    if (gBeepUntilAck)
+        m_beeping = true;
+}
+
+void AlarmLog::addAlarm(int controller, int alarmNumber) {
+    if (!validRow(controller))
+        return;
+    const auto c = static_cast<size_t>(controller);
+    const QDateTime now = currentDateTime();
+    const QString pv = gPV[c].toText();
+    const int row = m_grid->rowCount();
+    m_grid->appendRow({gPvTag[c] + QStringLiteral(" Alm# ") + QString::number(alarmNumber),
+                       stamp(now), pv, QStringLiteral("NO")});
+    m_grid->setRowColors(row, {}, kNewAlarm);
+    updateStatusText();
+    writeAlarmLog(recordLine({gPvTag[c], stamp(now), pv}), QStringLiteral(",New Alarm"), now);
+}
+
+void AlarmLog::restoreAlarmWindow() {
+    if (isMinimized())
+        showNormal();
+}
+
+void AlarmLog::acknowledgeAlarm(int row) {
+    if (m_grid->rowCount() == 0 || row < 0 || row >= m_grid->rowCount())
+        return;
+    const QString tagname = m_grid->text(row, Tagname);
+    if (m_grid->text(row, Ack) == QLatin1String("YES"))
+        return;
+    if (msgBox(QStringLiteral("Acknowledge alarm for ") + tagname +
+                   QStringLiteral(".\nAre you sure?"),
+               MsgIcon::Question, MsgButtons::YesNo,
+               QStringLiteral("Alarm Acknowledge")) != MsgAnswer::Yes)
+        return;
+    if (!checkAccessWithLogin(Right::AcknowledgeAlarms,
+                              QStringLiteral("Acknowledge Alarm on ") + tagname))
+        return;
+    // The login ran the event loop: the row may have gone, or moved up, meanwhile.
+    if (row >= m_grid->rowCount() || m_grid->text(row, Tagname) != tagname)
+        return;
+    m_grid->setRowColors(row, {}, kAcknowledged);
+    m_grid->setText(row, Ack, QStringLiteral("YES"));
+    const QDateTime now = currentDateTime();
+    writeAlarmLog(recordLine({tagname, stamp(now), QString()}),
+                  QStringLiteral(",Alarm Acknowledged"), now);
+}
+
+void AlarmLog::clearSelectedAlarm() {
+    if (m_grid->rowCount() == 0) {
+        msgBox(QStringLiteral("There are no alarms to delete!"), MsgIcon::Information,
+               MsgButtons::Ok, QStringLiteral("Delete Alarms"));
+        return;
+    }
+    // The grid's active cell starts on the first row.
+    const int row = std::max(m_grid->activeRow(), 0);
+    const QString tagname = m_grid->text(row, Tagname);
+    if (msgBox(QStringLiteral("Delete alarm for ") + tagname + QStringLiteral(".\nAre you sure?"),
+               MsgIcon::Question, MsgButtons::YesNo) != MsgAnswer::Yes)
+        return;
+    if (!checkAccessWithLogin(Right::ClearAlarms, QStringLiteral("Clear alarm for ") + tagname))
+        return;
+    if (row >= m_grid->rowCount() || m_grid->text(row, Tagname) != tagname)
+        return;
+    m_grid->removeRow(row);
+    const QDateTime now = currentDateTime();
+    writeAlarmLog(recordLine({tagname, stamp(now), QString()}), QStringLiteral(",Alarm Cleared"),
+                  now);
+    updateStatusText();
+}
+
+void AlarmLog::clearAllAlarms() {
+    const QString title = QStringLiteral("Clear Alarms");
+    if (m_grid->rowCount() == 0) {
+        msgBox(QStringLiteral("There are no alarms to clear!"), MsgIcon::Information,
+               MsgButtons::Ok, title);
+        return;
+    }
+    if (msgBox(QStringLiteral("Clear all alarms.\nAre you sure?"), MsgIcon::Question,
+               MsgButtons::YesNo, title) != MsgAnswer::Yes)
+        return;
+    if (!checkAccessWithLogin(Right::ClearAlarms, QStringLiteral("Clear Alarm Log")))
+        return;
+    m_grid->clearRows();
+    const QDateTime now = currentDateTime();
+    writeAlarmLog(recordLine({QStringLiteral("All Controllers"), stamp(now), QString()}),
+                  QStringLiteral(",All Alarms Cleared"), now);
+    updateStatusText();
+}
+
+void AlarmLog::exportAlarmLog() {
+    exportAlarmGrid(*m_grid);
+}
+
+void AlarmLog::printAlarmLog() {
+    printAlarmGrid(*m_grid);
+}
+
+void AlarmLog::silenceBeeper() {
+    m_beeping = false;
+}
+
+void AlarmLog::showAlarmViewer() {
+    if (AlmLogViewer* open = almLogViewer()) {
+        open->showNormal();
+        if (QMdiArea* area = open->mdiArea())
+            area->setActiveSubWindow(open);
+        return;
+    }
+    auto* viewer = new AlmLogViewer;
+    if (QMdiArea* area = mdiArea())
+        area->addSubWindow(viewer);
+    viewer->restorePlacement({900, 900, 9000, 5000});
+    viewer->show();
+}
+
+// The two alarm grids export and print alike.
+void exportAlarmGrid(RecordGrid& grid) {
+    if (!checkAccess(Right::ExportDataFiles))
+        return;
+    if (grid.rowCount() == 0) {
+        msgBox(QStringLiteral("There are no alarms to export!"), MsgIcon::Information,
+               MsgButtons::Ok, QStringLiteral("Print Alarms"));
+        return;
+    }
+    exportGridAsCsv(grid, QStringLiteral("Export alarm file as?"),
+                    QStringLiteral("Exported Alarm Files (*.csv)|*.csv"),
+                    QStringLiteral("AlarmLog.csv"), QStringLiteral("ExportAlarmLogFile"));
+}
+
+void printAlarmGrid(RecordGrid& grid) {
+    if (grid.rowCount() == 0) {
+        msgBox(QStringLiteral("There are no alarms to print!"), MsgIcon::Information,
+               MsgButtons::Ok, QStringLiteral("Print Alarms"));
+        return;
+    }
+    if (!printers().hasDefaultPrinter()) {
+        msgBox(QStringLiteral("There is no default printer! Please install or select a default "
+                              "printer."),
+               MsgIcon::Information);
+        return;
+    }
+    // An old file prints under the heading of the current log and today's moment too.
+    const QDateTime now = currentDateTime();
+    const GridPrintJob job = viewerPrintJob(
+        QStringLiteral("System Alarm Log Printout"),
+        QStringLiteral("Current System Alarm Log on ") + regionalShortDate(now.date()) +
+            QStringLiteral(" at ") + regionalLongTime(now.time()));
+    const std::unique_ptr<QPrinter> printer = printers().defaultPrinter(job.jobName);
+    grid.print(*printer, job);
 }

@@ -3,6 +3,7 @@
 #include "app/frm_main.h"
 #include "audit_files.h"
 #include "plant/plant_store.h"
+#include "records/alarm_log.h"
 #include "records/data_logger.h"
 #include "security/rights.h"
 #include "security/session.h"
@@ -24,6 +25,7 @@ TestEnv::TestEnv() {
     resetSession();
     resetRights();
     resetDataLogger();
+    resetAlarmEngine();
     gProjectTitle.clear();
     m_previousDir = QDir::currentPath();
     QDir::setCurrent(m_dir.path());
