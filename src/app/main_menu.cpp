@@ -2,6 +2,7 @@
 
 #include "app/frm_about.h"
 #include "app/frm_main.h"
+#include "control/frm_alarm_settings.h"
 #include "plant/child_window.h"
 #include "plant/frm_control_setup.h"
 #include "records/alarm_log.h"
@@ -110,7 +111,13 @@ std::vector<MenuEntry> buildTable() {
     item(setup, QStringLiteral("loopTuning"), QStringLiteral("&Loop Tuning"), Right::LoopTuning);
     dash(setup, QStringLiteral("mnuDashS4"));
     item(setup, QStringLiteral("mnuAlarms"), QStringLiteral("&Alarms Setpoints"),
-         Right::AlarmSetpoints);
+         Right::AlarmSetpoints, [](FrmMain& main) {
+             if (!controllersEnabledOrSay())
+                 return;
+             auto* window = new FrmAlarmSettings;
+             main.showSingleWindow(QStringLiteral("mnuAlarms"), window);
+             window->centreInArea();
+         });
 
     menu({}, users, QStringLiteral("&Users"));
     item(users, QStringLiteral("mnuLogon"), QStringLiteral("&Log on.."), -1,

@@ -1,16 +1,24 @@
 #include "app/frm_main.h"
 #include "app/frm_splash.h"
+#include "control/frm_alarm_settings.h"
 #include "plant/comm_errors.h"
 #include "plant/frm_logger.h"
 #include "plant/frm_main_display.h"
+#include "plant/paced_sequence.h"
 #include "plant/plant_store.h"
 #include "plant/scan_controller.h"
 #include "platform/indicators.h"
 #include "platform/qt_modbus_backend.h"
+#include "platform/record_grid.h"
+#include "records/alarm_log.h"
+#include "security/rights.h"
+#include "security/session.h"
 #include "sim_plant.h"
 #include "sim_server.h"
+#include "support/audit_files.h"
 #include "support/test_env.h"
 
+#include <QComboBox>
 #include <QDoubleSpinBox>
 #include <QMdiArea>
 #include <QTest>
@@ -47,6 +55,7 @@ class TstEndToEnd : public QObject {
 private slots:
     void pollsTheSimulatedPlantAndSurvivesFailures();
     void bankWritesReachTheControllersAndComeBack();
+    void alarmSetpointsReachTheControllersAndTheAlarmLog();
 };
 
 void TstEndToEnd::pollsTheSimulatedPlantAndSurvivesFailures() {
@@ -125,6 +134,100 @@ void TstEndToEnd::bankWritesReachTheControllersAndComeBack() {
     // A run command starts the simulated profile.
     bank->profileCommand(1, FrmMainDisplay::ProfileCommand::Run);
     QTRY_VERIFY_WITH_TIMEOUT(sim.plant.profileState(2) >= 1, 5000);
+}
+
+void TstEndToEnd::alarmSetpointsReachTheControllersAndTheAlarmLog() {
+    Plant sim("1 K40 decimal=0 scaled=1 sp=150 pv=120 noise=0 alarm1=200 alarm2=50\n"
+              "2 K40 decimal=2 scaled=1 sp=5 pv=4.5 noise=0 alarm1=8.5 alarm2=1\n"
+              "3 K20 sp=30 pv=25 noise=0 alarm1=95 dev1=15\n");
+    sim.env.settings->setValue("Link", "Timeout", "300");
+    sim.start({{1, 0, true, "TIC-1"}, {2, 0, true, "PIC-2"}, {3, 2, true, "RMP-3"}});
+    QTRY_VERIFY_WITH_TIMEOUT(!frmMain()->scan().scanning(), 10000);
+    g21CFR = true;
+    gUserLevel = 1;
+    gSuRights[Right::AlarmSetpoints] = 1;
+    sim.env.accounts->addUser("jdoe", "pw", {"Sorvantel Supervisors"}, "Jane Doe");
+    frmMain()->menuItem("mnuAlarms")->trigger();
+    auto* window = frmMain()->mdiArea()->findChild<FrmAlarmSettings*>();
+    QVERIFY(window && !frmMain()->menuItem("mnuAlarms")->isEnabled());
+    auto value = [&](FrmAlarmSettings::Field f) {
+        return window->field(f)->value();
+    };
+    auto readBack = [&](int index) {
+        window->controlSelect()->setCurrentIndex(index);
+        window->field(FrmAlarmSettings::Alm2Dev)->setValue(-1);
+        window->readValues();
+        return QTest::qWaitFor([&] { return value(FrmAlarmSettings::Alm2Dev) != -1; }, 5000);
+    };
+    auto write = [&](FrmAlarmSettings::Field f, double v) {
+        window->field(f)->setValue(v);
+        sim.env.modals.login("jdoe", "pw");
+        window->writeValues();
+        return QTest::qWaitFor([&] { return !window->writer()->running(); }, 5000);
+    };
+
+    // A K40 in whole units: read, a high alarm set below the process value, the log fills.
+    QVERIFY(readBack(0));
+    QCOMPARE((QList<double>{value(FrmAlarmSettings::Alm1Set), value(FrmAlarmSettings::Alm2Set)}),
+             (QList<double>{200.0, 50.0}));
+    QCOMPARE(window->statusText(), QStringLiteral("Alarm values read from control."));
+    QVERIFY(write(FrmAlarmSettings::Alm1Set, 110.0));
+    QTRY_COMPARE_WITH_TIMEOUT(sim.plant.reg(1, 3), quint16(110 + 19999), 5000);
+    QCOMPARE(window->statusText(), QStringLiteral("Alarm values written to controller"));
+    QTRY_COMPARE_WITH_TIMEOUT(alarmLog()->grid()->text(0, AlarmLog::Tagname),
+                              QStringLiteral("TIC-1 Alm# 1"), 10000);
+    QVERIFY(readBack(0));
+    QCOMPARE(value(FrmAlarmSettings::Alm1Set), 110.0);
+
+    // Hundredths, and a profiler, which reads unscaled and writes tenths: 95.0 shows as 950.
+    QVERIFY(readBack(1));
+    QCOMPARE(value(FrmAlarmSettings::Alm1Set), 8.5);
+    QVERIFY(write(FrmAlarmSettings::Alm2Dev, 0.25));
+    QTRY_COMPARE_WITH_TIMEOUT(sim.plant.reg(2, 6), quint16(25 + 19999), 5000);
+    QVERIFY(readBack(2));
+    QCOMPARE((QList<double>{value(FrmAlarmSettings::Alm1Set), value(FrmAlarmSettings::Alm1Dev)}),
+             (QList<double>{950.0, 150.0}));
+    // A value its register cannot hold (tenths of 5000 above the offset) is refused before
+    // the login.
+    const qsizetype boxes = sim.env.dialogs->boxes.size();
+    window->field(FrmAlarmSettings::Alm1Set)->setValue(5000);
+    window->writeValues();
+    QCOMPARE(sim.env.dialogs->texts().value(boxes),
+             QStringLiteral("Error during write of alarm values.\n\nMake sure write value is "
+                            "within\nupper/lower setpoint limits."));
+    QVERIFY(!window->writer()->running());
+    // Its unset low alarm (a zero word) reads as far below any limit; all four set by hand.
+    for (const auto& [f, v] : {std::pair{FrmAlarmSettings::Alm1Set, 95.0},
+                               {FrmAlarmSettings::Alm1Dev, 12.0},
+                               {FrmAlarmSettings::Alm2Set, 10.0}})
+        window->field(f)->setValue(v);
+    QVERIFY(write(FrmAlarmSettings::Alm2Dev, 0));
+    QCOMPARE(window->statusText(), QStringLiteral("Alarm values written to controller"));
+    QTRY_COMPARE_WITH_TIMEOUT(sim.plant.reg(3, 6), quint16(19999), 5000);
+    QCOMPARE((QList<quint16>{sim.plant.reg(3, 3), sim.plant.reg(3, 4), sim.plant.reg(3, 5)}),
+             (QList<quint16>{950 + 19999, 120 + 19999, 100 + 19999}));
+
+    // A controller that stops answering in the middle: one box, the rest dropped, the status
+    // left at "Writing", and the window reads again once the controller is back.
+    sim.env.dialogs->boxes.clear();
+    QObject::connect(&sim.plant, &sim::SimPlant::registersWritten, &sim.plant,
+                     [&](int node, int address) {
+                         if (node == 3 && address == 3)
+                             sim.server.setDead(3, true);
+                     });
+    window->field(FrmAlarmSettings::Alm1Dev)->setValue(20);
+    QVERIFY(write(FrmAlarmSettings::Alm1Set, 90));
+    QCOMPARE((QList<quint16>{sim.plant.reg(3, 3), sim.plant.reg(3, 4)}),
+             (QList<quint16>{900 + 19999, 120 + 19999}));
+    QCOMPARE(sim.env.dialogs->texts(),
+             QStringList{"Error during write of alarm values.\n\nMake sure write value is "
+                         "within\nupper/lower setpoint limits."});
+    QCOMPARE(window->statusText(), QStringLiteral("Writing alarm values to controller"));
+    sim.server.setDead(3, false);
+    QVERIFY(readBack(2));
+    QCOMPARE(sim.env.dialogs->boxes.size(), 1);
+    QCOMPARE(actionsOf(sim.env.path("Audit/3-14-2026 Audit.atr")).count("Alarm Setpoint Change"),
+             4);
 }
 
 QTEST_MAIN(TstEndToEnd)
