@@ -32,6 +32,9 @@ address=127.0.0.1
 port=$PORT
 timeout=1000
 
+[cstatus]
+galmlogging=True
+
 [settings]
 mainleft=600
 maintop=600

@@ -65,6 +65,7 @@ FrmAlarmSettings::FrmAlarmSettings(QWidget* parent) : ChildWindow(Life::Closes, 
         m_fields[f] = new QDoubleSpinBox(frame);
         m_fields[f]->setObjectName(QString::fromLatin1(kFieldNames[f]));
         m_fields[f]->setAlignment(Qt::AlignRight);
+        m_fields[f]->setMinimumWidth(m_fields[f]->fontMetrics().horizontalAdvance(u'0') * 12);
         inFrame->addWidget(m_fields[f]);
         // Alarm 1 on the left, alarm 2 on the right; setpoints above, deviations below.
         fields->addWidget(frame, f % 2, f / 2);
@@ -128,7 +129,6 @@ FrmAlarmSettings::FrmAlarmSettings(QWidget* parent) : ChildWindow(Life::Closes, 
     setDecimals(first);
     connect(m_select, &QComboBox::currentIndexChanged, this,
             [this] { setDecimals(selectedRow()); });
-    adjustSize();
 }
 
 QString FrmAlarmSettings::statusText() const {
@@ -148,6 +148,8 @@ void FrmAlarmSettings::setDecimals(int row) {
 }
 
 void FrmAlarmSettings::centreInArea() {
+    // Its size is known once it stands, polished, in the area.
+    adjustSize();
     if (QMdiArea* area = mdiArea()) {
         const QSize client = area->viewport()->size();
         move((client.width() - width()) / 2, (client.height() - height()) / 2);

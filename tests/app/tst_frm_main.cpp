@@ -477,7 +477,7 @@ void TstFrmMain::fullStartLogsAndOpensResidentWindowsAfterOneSecond() {
     const double tpp = twipsPerPixel(alarms);
     alarms->showNormal();
     QCOMPARE(alarms->pos(), QPoint(qRound(2000 / tpp), qRound(1125 / tpp)));
-    QCOMPARE(alarms->size(), QSize(qRound(5650 / tpp), qRound(3000 / tpp)));
+    QCOMPARE(alarms->size(), QSize(qRound(9000 / tpp), qRound(3000 / tpp)));
 }
 
 QTEST_MAIN(TstFrmMain)
