@@ -63,6 +63,15 @@ FrmMain::FrmMain(QWidget* parent) : QMainWindow(parent) {
         if (AlarmLog* log = alarmLog(); log && log->grid())
             log->clearAlarms();
     });
+    // No alarm processing while the plant is being changed.
+    connect(m_scan, &ScanController::suspended, this, [](bool on) {
+        if (AlarmLog* log = alarmLog(); log && log->timer1()) {
+            if (on)
+                log->timer1()->stop();
+            else
+                log->timer1()->start();
+        }
+    });
     m_dataSaveTimer = new QTimer(this);
     m_dataSaveTimer->setObjectName(QStringLiteral("DataSaveTimer"));
     m_dataSaveTimer->setInterval(kDataSaveInterval);

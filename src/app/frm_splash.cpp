@@ -102,7 +102,7 @@ void FrmSplash::timer1Tick() {
         logger->showMinimized();
         auto* alarms = new AlarmLog;
         m_main->mdiArea()->addSubWindow(alarms);
-        alarms->restorePlacement(PlacementTwips{1170, 1125, 9000, 3600});
+        alarms->restorePlacement(PlacementTwips{1170, 1125, 5650, 2865});
         alarms->showMinimized();
         hide();
         deleteLater();

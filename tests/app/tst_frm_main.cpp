@@ -477,7 +477,12 @@ void TstFrmMain::fullStartLogsAndOpensResidentWindowsAfterOneSecond() {
     const double tpp = twipsPerPixel(alarms);
     alarms->showNormal();
     QCOMPARE(alarms->pos(), QPoint(qRound(2000 / tpp), qRound(1125 / tpp)));
-    QCOMPARE(alarms->size(), QSize(qRound(9000 / tpp), qRound(3000 / tpp)));
+    QCOMPARE(alarms->size(), QSize(qRound(5650 / tpp), qRound(3000 / tpp)));
+    // While the plant is being changed no alarm is processed.
+    main->scan().suspend();
+    QVERIFY(!alarms->timer1()->isActive());
+    main->scan().resume();
+    QVERIFY(alarms->timer1()->isActive());
 }
 
 QTEST_MAIN(TstFrmMain)
