@@ -195,8 +195,13 @@ void AlarmLog::addAlarm(int controller, int alarmNumber) {
 }
 
 void AlarmLog::restoreAlarmWindow() {
-    if (isMinimized())
-        showNormal();
+    if (!isMinimized())
+        return;
+    showNormal();
+    // The grid paints its new row before the area around the window has been repainted, and the
+    // area keeps a strip of it beside the window: repaint the area once the tick is over.
+    if (QMdiArea* area = mdiArea())
+        QTimer::singleShot(0, area->viewport(), qOverload<>(&QWidget::update));
 }
 
 void AlarmLog::acknowledgeAlarm(int row) {
