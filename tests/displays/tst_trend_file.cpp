@@ -1,0 +1,135 @@
+// The trend configuration file: what the writer puts on each line, and the reading rules on
+// damaged files.
+
+#include "displays/trend_file.h"
+
+#include <QTest>
+
+namespace {
+// One pen on the process value of controller 0, a span of one hour, as the setup writes it.
+TrendConfig onePen() {
+    TrendConfig c;
+    c.hours = 1;
+    c.plotTrend = 4;
+    c.tickMs = 1000;
+    c.yMin = -10;
+    c.ySpan = 12.6;
+    c.xSpanDays = 1.0 / 24;
+    c.xLabelColor = c.xScaleColor = 255;
+    c.xMinorTicks = 3;
+    c.yLabelColor = c.yScaleColor = c.legendColor = 16777215;
+    c.yMinorTicks = 2;
+    c.timeFormat = QStringLiteral("hh:nn:ss");
+    c.codes = {0};
+    c.channels = {{QStringLiteral("TIC-101"), 65280}};
+    return c;
+}
+
+QByteArray lines(const QList<QByteArray>& each) {
+    QByteArray out;
+    for (const QByteArray& line : each)
+        out += line + "\r\n";
+    return out;
+}
+} // namespace
+
+class TstTrendFile : public QObject {
+    Q_OBJECT
+private slots:
+    void writesEveryLineInItsPlace();
+    void readingRules_data();
+    void readingRules();
+};
+
+void TstTrendFile::writesEveryLineInItsPlace() {
+    const QByteArray text = trendConfigText(onePen());
+    QCOMPARE(text, lines({" 0 ",        " 1 ",        " 0 ",    " 4 ",
+                          " 1000 ",     "-10 ",       " 12.6 ", " 0.041666666666666664 ",
+                          " 255 ",      " 255 ",      " 3 ",    " 16777215 ",
+                          " 16777215 ", " 16777215 ", " 2 ",    " 0 ",
+                          "hh:nn:ss",   " 1 ",        " 0 ",    " 1 ",
+                          "TIC-101",    " 65280 "}));
+    // Read back it is the same configuration, and written again the same bytes.
+    const std::optional<TrendConfig> back = parseTrendConfig(text);
+    QVERIFY(back);
+    QCOMPARE(*back, onePen());
+    QCOMPARE(trendConfigText(*back), text);
+    // A trend without pens, and one of twelve: 55 lines, far below the limit.
+    TrendConfig twelve = onePen();
+    twelve.codes.clear();
+    twelve.channels.clear();
+    QVERIFY(trendConfigText(twelve).endsWith("hh:nn:ss\r\n 0 \r\n 0 \r\n"));
+    for (int i = 0; i < 12; ++i) {
+        twelve.codes << qint16(100 + i);
+        twelve.channels << TrendPen{QStringLiteral("SP-%1").arg(i), i};
+    }
+    QCOMPARE(trendConfigText(twelve).count('\n'), 55);
+    QCOMPARE(parseTrendConfig(trendConfigText(twelve)), std::optional(twelve));
+}
+
+void TstTrendFile::readingRules_data() {
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<bool>("reads");
+    QTest::addColumn<QString>("seen"); // a field of what was read, as "name=value"
+    const QByteArray head =
+        trendConfigText(onePen()).left(trendConfigText(onePen()).indexOf("hh:nn:ss\r\n") + 10);
+    // Lenient lines: the leading number counts, a text is 0.
+    QTest::newRow("prefix and text")
+        << QByteArray(head).replace(" 0 \r\n 1 \r\n 0 \r\n 4 \r\n",
+                                    " 0 \r\none\r\n 0 \r\n7.5 seconds\r\n") +
+               lines({" 1 ", " 0 ", " 1 ", "TIC-101", " 255 "})
+        << true << "hours=0 plotTrend=7.5";
+    // The codes are lenient too; a code past the 64 controllers is read as it stands.
+    QTest::newRow("codes") << head + lines({" 2 ", "312", "abc", " 2 ", "A", "1", "B", "2"}) << true
+                           << "codes=312,0";
+    // The channel count is found by counting the codes, not by its value; it may differ.
+    QTest::newRow("fewer channels")
+        << head + lines({" 2 ", "1", "2", " 1 ", "A", "1"}) << true << "codes=1,2";
+    QTest::newRow("no lines") << QByteArray() << false << "";
+    QTest::newRow("text for the pen count") << head + lines({"two"}) << false << "";
+    QTest::newRow("negative pen count") << head + lines({"-1", " 0 "}) << false << "";
+    QTest::newRow("channel count missing") << head + lines({" 1 ", " 0 "}) << false << "";
+    QTest::newRow("colour line missing")
+        << head + lines({" 1 ", " 0 ", " 1 ", "TIC"}) << false << "";
+    QTest::newRow("colour is text")
+        << head + lines({" 1 ", " 0 ", " 1 ", "TIC", "red"}) << false << "";
+    QTest::newRow("colour too large")
+        << head + lines({" 0 ", " 1 ", "TIC", "4294967296"}) << false << "";
+    QTest::newRow("code too large") << head + lines({" 1 ", "40000", " 0 "}) << false << "";
+    QTest::newRow("tick beyond a timer")
+        << QByteArray(head).replace(" 1000 ", " 70000 ") + lines({" 0 ", " 0 "}) << false << "";
+    // 102 lines are refused whatever they hold; 101 are not.
+    QByteArray full = head + lines({" 0 ", " 41 "});
+    for (int i = 0; i < 41; ++i)
+        full += lines({"T", " 1 "});
+    QTest::newRow("101 lines") << full << true << "channels=41";
+    QTest::newRow("102 lines") << full + "\r\n" << false << "";
+}
+
+void TstTrendFile::readingRules() {
+    QFETCH(QByteArray, text);
+    QFETCH(bool, reads);
+    QFETCH(QString, seen);
+    QString why;
+    const std::optional<TrendConfig> c = parseTrendConfig(text, &why);
+    QCOMPARE(bool(c), reads);
+    QCOMPARE(why.isEmpty(), reads);
+    if (!c)
+        return;
+    QStringList fields;
+    for (const QString& name : seen.split(u' ')) {
+        const QString key = name.section(u'=', 0, 0);
+        QStringList codes;
+        for (const qint16 code : c->codes)
+            codes << QString::number(code);
+        const QString value = key == u"hours"       ? QString::number(c->hours)
+                              : key == u"plotTrend" ? QString::number(c->plotTrend)
+                              : key == u"codes"     ? codes.join(u',')
+                                                    : QString::number(c->channels.size());
+        fields << key + u'=' + value;
+    }
+    QCOMPARE(fields.join(u' '), seen);
+}
+
+QTEST_MAIN(TstTrendFile)
+#include "tst_trend_file.moc"
