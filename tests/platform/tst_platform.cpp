@@ -1,5 +1,6 @@
 #include "platform/indicators.h"
 #include "platform/modctl.h"
+#include "platform/plot.h"
 #include "platform/qt_modbus_backend.h"
 #include "platform/settings_store.h"
 #include "platform/single_instance.h"
@@ -13,6 +14,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
+#include <qcustomplot.h>
 #include <unistd.h>
 
 namespace {
@@ -35,6 +37,7 @@ private slots:
     void modctlRejectsAShortReply();
     void lockFileAdmitsOneInstance();
     void digitsShowTheValueAtItsPrecisionAndRepaintOnlyOnChange();
+    void plotKeepsRingsTracksAndSavesProgressiveJpeg();
 };
 
 void TstPlatform::settingsFoldCaseAndKeepBlanks() {
@@ -224,6 +227,52 @@ void TstPlatform::digitsShowTheValueAtItsPrecisionAndRepaintOnlyOnChange() {
     QSignalSpy clicks(&light, &LedRectangle::clicked);
     QTest::mouseClick(&light, Qt::LeftButton);
     QCOMPARE(clicks.size(), 1);
+}
+
+void TstPlatform::plotKeepsRingsTracksAndSavesProgressiveJpeg() {
+    Plot plot;
+    QCOMPARE((QList<int>{plot.addChannel(), plot.addChannel()}), (QList<int>{0, 1}));
+    // Colours are the platform's values, red in the low byte.
+    plot.setChannelColor(1, 255);
+    plot.setChannelTitle(1, "TIC-101");
+    QCOMPARE(Plot::toColor(255), QColor(Qt::red));
+    QCOMPARE(Plot::fromColor(QColor(0, 0, 255)), qint32(16711680));
+    QCOMPARE(plot.channelColor(1), qint32(255));
+    // A ring keeps the newest points only.
+    const QDateTime t0(QDate(2026, 3, 14), QTime(10, 0, 0), Qt::UTC);
+    plot.setRingBufferSize(0, 3);
+    for (int s = 0; s < 5; ++s)
+        plot.addPoint(0, t0.addSecs(s), s);
+    QCOMPARE(plot.points(0).size(), 3);
+    QCOMPARE(plot.points(0).first(), QPointF(Plot::toDays(t0.addSecs(2)), 2));
+    plot.setRingBufferSize(0, 2);
+    QCOMPARE(plot.points(0).first().y(), 3.0);
+
+    // Tracking keeps the newest point at the right edge; a hand on the axis stops it.
+    plot.setXSpan(1.0 / 24);
+    plot.setTrackingEnabled(true);
+    plot.addPoint(1, t0.addSecs(3600), 1);
+    QCOMPARE(plot.xMin() + plot.xSpan(), Plot::toDays(t0.addSecs(3600)));
+    QSignalSpy stopped(&plot, &Plot::trackingStopped);
+    plot.customPlot()->xAxis->moveRange(-0.01);
+    QVERIFY(!plot.trackingEnabled() && stopped.count() == 1);
+    plot.addPoint(1, t0.addSecs(7200), 1);
+    QVERIFY(plot.xMin() + plot.xSpan() < Plot::toDays(t0.addSecs(3600)));
+
+    // The system's time formats in Qt's terms.
+    const QDateTime at(QDate(2026, 3, 4), QTime(15, 5, 9));
+    QCOMPARE((QStringList{at.toString(Plot::qtDateTimeFormat("hh:nn:ss.zzz")),
+                          at.toString(Plot::qtDateTimeFormat("m/d/yy h:nn:ss am/pm")),
+                          at.toString(Plot::qtDateTimeFormat("d mmm h:nn:ss am/pm"))}),
+             (QStringList{"15:05:09.000", "3/4/26 3:05:09 PM", "4 Mar 3:05:09 PM"}));
+
+    // JPEG at the quality asked, written progressive (its frame marker is SOF2).
+    QTemporaryDir dir;
+    plot.resize(400, 300);
+    QVERIFY(plot.saveJpeg(dir.filePath("trend.jpg"), 100));
+    const QByteArray jpeg = readBytes(dir.filePath("trend.jpg"));
+    QVERIFY(jpeg.startsWith("\xFF\xD8") && jpeg.contains("\xFF\xC2"));
+    QVERIFY(!plot.saveJpeg(dir.filePath("no such folder/trend.jpg"), 100));
 }
 
 QTEST_MAIN(TstPlatform)

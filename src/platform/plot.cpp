@@ -1,0 +1,339 @@
+#include "plot.h"
+
+#include <QImageWriter>
+#include <QVBoxLayout>
+#include <qcustomplot.h>
+
+namespace {
+constexpr double kMsPerDay = 86'400'000.0;
+
+// Steps in days, labels as date and time in the system's format, minor ticks as set.
+class DaysTicker : public QCPAxisTicker {
+public:
+    QString format;
+    int minor = 0;
+
+protected:
+    QString getTickLabel(double tick, const QLocale&, QChar, int) override {
+        return QDateTime::fromMSecsSinceEpoch(qint64(tick * kMsPerDay)).toString(format);
+    }
+    int getSubTickCount(double) override { return minor; }
+};
+
+class ValueTicker : public QCPAxisTicker {
+public:
+    int minor = 0;
+
+protected:
+    int getSubTickCount(double) override { return minor; }
+};
+
+void colorAxis(QCPAxis* axis, const QColor& labels, const QColor& lines) {
+    axis->setTickLabelColor(labels);
+    axis->setLabelColor(labels);
+    for (auto setPen : {&QCPAxis::setBasePen, &QCPAxis::setTickPen, &QCPAxis::setSubTickPen})
+        (axis->*setPen)(QPen(lines));
+}
+} // namespace
+
+Plot::Plot(QWidget* parent) : QWidget(parent), m_plot(new QCustomPlot(this)) {
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(m_plot);
+    m_plot->setObjectName(QStringLiteral("iPlotX"));
+    m_plot->xAxis->setTicker(QSharedPointer<DaysTicker>::create());
+    m_plot->yAxis->setTicker(QSharedPointer<ValueTicker>::create());
+    m_plot->legend->setVisible(true);
+    // The time axis may be pulled back through the past; that stops tracking.
+    m_plot->setInteraction(QCP::iRangeDrag, true);
+    m_plot->axisRect()->setRangeDrag(Qt::Horizontal);
+    connect(m_plot->xAxis, qOverload<const QCPRange&>(&QCPAxis::rangeChanged), this, [this] {
+        if (!m_settingRange && m_tracking) {
+            m_tracking = false;
+            emit trackingStopped();
+        }
+    });
+    m_cursor = new QCPItemTracer(m_plot);
+    m_cursor->setStyle(QCPItemTracer::tsCrosshair);
+    m_cursor->setVisible(false);
+    connect(m_plot, &QCustomPlot::mouseMove, this, [this](QMouseEvent* event) {
+        if (!m_cursor->visible() || channelCount() == 0)
+            return;
+        m_cursor->setGraph(graph(0));
+        m_cursor->setGraphKey(m_plot->xAxis->pixelToCoord(event->position().x()));
+        replotSoon();
+    });
+    setXColors(m_xLabelColor, m_xScaleColor);
+    setYColors(m_yLabelColor, m_yScaleColor);
+    setBackgroundColor(m_backgroundColor);
+}
+
+QColor Plot::toColor(qint32 value) {
+    const auto v = static_cast<quint32>(value);
+    return QColor(int(v & 0xFF), int((v >> 8) & 0xFF), int((v >> 16) & 0xFF));
+}
+
+qint32 Plot::fromColor(const QColor& color) {
+    return qint32(quint32(color.red()) | quint32(color.green()) << 8 | quint32(color.blue()) << 16);
+}
+
+double Plot::toDays(const QDateTime& at) {
+    return double(at.toMSecsSinceEpoch()) / kMsPerDay;
+}
+
+QString Plot::qtDateTimeFormat(const QString& format) {
+    QString out;
+    QString text = format;
+    const bool twelveHours = text.contains(QLatin1String("am/pm"), Qt::CaseInsensitive);
+    text.replace(QLatin1String("am/pm"), QLatin1String("\x01"), Qt::CaseInsensitive);
+    for (qsizetype i = 0; i < text.size();) {
+        const QChar c = text[i].toLower();
+        qsizetype run = 1;
+        while (i + run < text.size() && text[i + run].toLower() == c)
+            ++run;
+        i += run;
+        if (c == u'n')
+            out += QString(run, u'm');
+        else if (c == u'm')
+            out += run >= 3 ? QString(std::min<qsizetype>(run, 4), u'M') : QString(run, u'M');
+        else if (c == u'y')
+            out += run >= 3 ? QStringLiteral("yyyy") : QStringLiteral("yy");
+        else if (c == u'h' || c == u's' || c == u'z' || c == u'd')
+            out += QString(run, c);
+        else if (c == u'\x01')
+            out += QStringLiteral("AP");
+        else
+            out += u'\'' + QString(run, text[i - 1]) + u'\'';
+    }
+    Q_UNUSED(twelveHours) // Qt's "h" counts to 12 by itself beside "AP"
+    return out;
+}
+
+QCPGraph* Plot::graph(int i) const {
+    return i >= 0 && i < m_plot->graphCount() ? m_plot->graph(i) : nullptr;
+}
+
+void Plot::replotSoon() {
+    m_plot->replot(QCustomPlot::rpQueuedReplot);
+}
+
+int Plot::addChannel() {
+    QCPGraph* g = m_plot->addGraph();
+    g->setPen(QPen(Qt::black));
+    m_rings.append(kDefaultRing);
+    replotSoon();
+    return m_plot->graphCount() - 1;
+}
+
+void Plot::removeAllChannels() {
+    m_cursor->setGraph(nullptr);
+    m_plot->clearGraphs();
+    m_rings.clear();
+    replotSoon();
+}
+
+int Plot::channelCount() const {
+    return m_plot->graphCount();
+}
+
+QString Plot::channelTitle(int i) const {
+    return graph(i) ? graph(i)->name() : QString();
+}
+
+void Plot::setChannelTitle(int i, const QString& title) {
+    if (QCPGraph* g = graph(i)) {
+        g->setName(title);
+        replotSoon();
+    }
+}
+
+qint32 Plot::channelColor(int i) const {
+    return graph(i) ? fromColor(graph(i)->pen().color()) : 0;
+}
+
+void Plot::setChannelColor(int i, qint32 color) {
+    if (QCPGraph* g = graph(i)) {
+        QPen pen = g->pen();
+        pen.setColor(toColor(color));
+        g->setPen(pen);
+        replotSoon();
+    }
+}
+
+int Plot::traceLineWidth(int i) const {
+    return graph(i) ? graph(i)->pen().width() : 0;
+}
+
+void Plot::setTraceLineWidth(int i, int width) {
+    if (QCPGraph* g = graph(i)) {
+        QPen pen = g->pen();
+        pen.setWidth(std::max(width, 0));
+        g->setPen(pen);
+        replotSoon();
+    }
+}
+
+int Plot::ringBufferSize(int i) const {
+    return m_rings.value(i);
+}
+
+void Plot::setRingBufferSize(int i, int points) {
+    if (i < 0 || i >= m_rings.size())
+        return;
+    m_rings[i] = std::max(points, 1);
+    addPoint(i, {}, 0.0); // a null moment adds nothing and trims to the new ring
+}
+
+void Plot::addPoint(int i, const QDateTime& at, double value) {
+    QCPGraph* g = graph(i);
+    if (!g)
+        return;
+    if (at.isValid())
+        g->addData(toDays(at), value);
+    const int ring = m_rings.value(i, kDefaultRing);
+    const auto stored = g->data();
+    if (stored->size() > ring) {
+        const QVector<QCPGraphData> kept(stored->constEnd() - ring, stored->constEnd());
+        stored->set(kept, true);
+    }
+    follow();
+    replotSoon();
+}
+
+QVector<QPointF> Plot::points(int i) const {
+    QVector<QPointF> out;
+    if (const QCPGraph* g = graph(i)) {
+        for (auto it = g->data()->constBegin(); it != g->data()->constEnd(); ++it)
+            out.append({it->key, it->value});
+    }
+    return out;
+}
+
+void Plot::follow() {
+    if (!m_tracking)
+        return;
+    bool any = false;
+    double newest = 0.0;
+    for (int i = 0; i < channelCount(); ++i) {
+        if (!graph(i)->data()->isEmpty()) {
+            const double last = (graph(i)->data()->constEnd() - 1)->key;
+            newest = any ? std::max(newest, last) : last;
+            any = true;
+        }
+    }
+    if (!any)
+        return;
+    m_settingRange = true;
+    m_plot->xAxis->setRange(newest - xSpan(), newest);
+    m_settingRange = false;
+}
+
+double Plot::xMin() const {
+    return m_plot->xAxis->range().lower;
+}
+
+double Plot::xSpan() const {
+    return m_plot->xAxis->range().size();
+}
+
+void Plot::setXMin(double days) {
+    m_settingRange = true;
+    m_plot->xAxis->setRange(days, days + xSpan());
+    m_settingRange = false;
+    replotSoon();
+}
+
+void Plot::setXSpan(double days) {
+    m_settingRange = true;
+    m_plot->xAxis->setRange(xMin(), xMin() + days);
+    m_settingRange = false;
+    follow();
+    replotSoon();
+}
+
+double Plot::yMin() const {
+    return m_plot->yAxis->range().lower;
+}
+
+double Plot::ySpan() const {
+    return m_plot->yAxis->range().size();
+}
+
+void Plot::setYMin(double value) {
+    m_plot->yAxis->setRange(value, value + ySpan());
+    replotSoon();
+}
+
+void Plot::setYSpan(double span) {
+    m_plot->yAxis->setRange(yMin(), yMin() + span);
+    replotSoon();
+}
+
+void Plot::setXColors(qint32 labels, qint32 scaleLines) {
+    m_xLabelColor = labels;
+    m_xScaleColor = scaleLines;
+    colorAxis(m_plot->xAxis, toColor(labels), toColor(scaleLines));
+    replotSoon();
+}
+
+void Plot::setYColors(qint32 labels, qint32 scaleLines) {
+    m_yLabelColor = labels;
+    m_yScaleColor = scaleLines;
+    colorAxis(m_plot->yAxis, toColor(labels), toColor(scaleLines));
+    replotSoon();
+}
+
+void Plot::setLegendColor(qint32 color) {
+    m_legendColor = color;
+    m_plot->legend->setTextColor(toColor(color));
+    replotSoon();
+}
+
+void Plot::setBackgroundColor(qint32 color) {
+    m_backgroundColor = color;
+    const QColor c = toColor(color);
+    m_plot->setBackground(c);
+    m_plot->axisRect()->setBackground(c);
+    m_plot->legend->setBrush(c);
+    replotSoon();
+}
+
+void Plot::setMinorCounts(int x, int y) {
+    m_xMinor = std::max(x, 0);
+    m_yMinor = std::max(y, 0);
+    static_cast<DaysTicker*>(m_plot->xAxis->ticker().data())->minor = m_xMinor;
+    static_cast<ValueTicker*>(m_plot->yAxis->ticker().data())->minor = m_yMinor;
+    replotSoon();
+}
+
+void Plot::setDateTimeFormat(const QString& format) {
+    m_dateTimeFormat = format;
+    static_cast<DaysTicker*>(m_plot->xAxis->ticker().data())->format = qtDateTimeFormat(format);
+    replotSoon();
+}
+
+void Plot::setTrackingEnabled(bool on) {
+    m_tracking = on;
+    follow();
+    replotSoon();
+}
+
+bool Plot::dataCursorVisible() const {
+    return m_cursor->visible();
+}
+
+void Plot::setDataCursorVisible(bool visible) {
+    m_cursor->setVisible(visible);
+    replotSoon();
+}
+
+bool Plot::saveJpeg(const QString& path, int quality, QString* error) {
+    QImageWriter writer(path, "jpg");
+    writer.setQuality(quality);
+    writer.setProgressiveScanWrite(true);
+    if (writer.write(m_plot->toPixmap().toImage()))
+        return true;
+    if (error)
+        *error = writer.errorString();
+    return false;
+}

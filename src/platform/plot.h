@@ -1,0 +1,111 @@
+#pragma once
+
+#include <QColor>
+#include <QDateTime>
+#include <QPointF>
+#include <QString>
+#include <QVector>
+#include <QWidget>
+
+class QCustomPlot;
+class QCPGraph;
+class QCPItemTracer;
+
+// The one plot of the workstation (real-time trends, and the historical, tuning and profile
+// plots to come), over QCustomPlot. It keeps the points of its channels itself, so that tests
+// read them without a screen, and redraws at most once an event-loop turn. The time axis counts
+// in days, as the configuration files do; colours are the platform's 32-bit values with red in
+// the low byte (255 red, 16777215 white).
+class Plot : public QWidget {
+    Q_OBJECT
+public:
+    // The ring a channel keeps when nobody set one.
+    static constexpr int kDefaultRing = 1000;
+
+    explicit Plot(QWidget* parent = nullptr);
+
+    // Channels, numbered from 0 in the order they were added.
+    int addChannel();
+    void removeAllChannels();
+    int channelCount() const;
+    QString channelTitle(int i) const;
+    void setChannelTitle(int i, const QString& title);
+    qint32 channelColor(int i) const;
+    void setChannelColor(int i, qint32 color);
+    int traceLineWidth(int i) const;
+    void setTraceLineWidth(int i, int width);
+    int ringBufferSize(int i) const;
+    // Older points beyond the ring are dropped.
+    void setRingBufferSize(int i, int points);
+    // A point at the moment given (its X is that moment in days).
+    void addPoint(int i, const QDateTime& at, double value);
+    QVector<QPointF> points(int i) const;
+
+    double xMin() const;
+    double xSpan() const;
+    void setXSpan(double days);
+    void setXMin(double days);
+    double yMin() const;
+    double ySpan() const;
+    void setYMin(double value);
+    void setYSpan(double span);
+
+    qint32 xLabelColor() const { return m_xLabelColor; }
+    qint32 xScaleColor() const { return m_xScaleColor; }
+    qint32 yLabelColor() const { return m_yLabelColor; }
+    qint32 yScaleColor() const { return m_yScaleColor; }
+    qint32 legendColor() const { return m_legendColor; }
+    qint32 backgroundColor() const { return m_backgroundColor; }
+    int xMinorCount() const { return m_xMinor; }
+    int yMinorCount() const { return m_yMinor; }
+    QString dateTimeFormat() const { return m_dateTimeFormat; }
+    void setXColors(qint32 labels, qint32 scaleLines);
+    void setYColors(qint32 labels, qint32 scaleLines);
+    void setLegendColor(qint32 color);
+    void setBackgroundColor(qint32 color);
+    void setMinorCounts(int x, int y);
+    // The system's time format ("hh:nn:ss", "m/d/yy h:nn:ss am/pm"...), kept as given.
+    void setDateTimeFormat(const QString& format);
+
+    // Tracking: the time axis follows the newest point. Moving the axis by hand stops it.
+    bool trackingEnabled() const { return m_tracking; }
+    void setTrackingEnabled(bool on);
+
+    bool dataCursorVisible() const;
+    void setDataCursorVisible(bool visible);
+
+    // The chart as a JPEG of the quality given, progressive. False with the reason in *error.
+    bool saveJpeg(const QString& path, int quality, QString* error = nullptr);
+
+    QCustomPlot* customPlot() const { return m_plot; }
+
+    // The platform's colour value (red in the low byte) as a colour, and back.
+    static QColor toColor(qint32 value);
+    static qint32 fromColor(const QColor& color);
+    // "hh:nn:ss" style (nn minutes, am/pm) into Qt's date-time format.
+    static QString qtDateTimeFormat(const QString& format);
+    static double toDays(const QDateTime& at);
+
+signals:
+    void trackingStopped();
+
+private:
+    QCPGraph* graph(int i) const;
+    void follow();
+    void replotSoon();
+
+    QCustomPlot* m_plot;
+    QCPItemTracer* m_cursor;
+    QVector<int> m_rings;
+    qint32 m_xLabelColor = 0;
+    qint32 m_xScaleColor = 0;
+    qint32 m_yLabelColor = 0;
+    qint32 m_yScaleColor = 0;
+    qint32 m_legendColor = 0;
+    qint32 m_backgroundColor = 16777215;
+    int m_xMinor = 0;
+    int m_yMinor = 0;
+    QString m_dateTimeFormat;
+    bool m_tracking = false;
+    bool m_settingRange = false;
+};
