@@ -224,3 +224,12 @@ std::optional<TrendConfig> readTrendConfig(const QString& path, QString* why) {
 bool writeTrendConfig(const QString& path, const TrendConfig& config, QString* why) {
     return writeFileAtomically(path, trendConfigText(config), why);
 }
+
+TrendTick trendTickRule(double days, double hours, double minutes) {
+    const double t = (days * 86400.0 + hours * 3600.0 + minutes * 60.0) / 1000.0;
+    if (t < -1.0)
+        return {1.0, 1000};
+    if (t <= 0.06)
+        return {1.0, 100};
+    return {std::nearbyint(t), 1000};
+}

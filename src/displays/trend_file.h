@@ -68,3 +68,13 @@ bool writeTrendConfig(const QString& path, const TrendConfig& config, QString* w
 // The leading number of a text as the lenient lines take it: blanks, a sign, digits with one
 // point, an exponent; 0 when none stands there.
 double leadingNumber(const QString& text);
+
+// How often a trend samples for its span: the tick divisor (plotTrend) and the tick interval. A
+// sample is taken every divisor + 1 ticks, so that about a thousand points fill the span; a
+// minute or less samples every 200 ms.
+struct TrendTick {
+    double plotTrend = 1.0;
+    int intervalMs = 1000;
+    bool operator==(const TrendTick&) const = default;
+};
+TrendTick trendTickRule(double days, double hours, double minutes);

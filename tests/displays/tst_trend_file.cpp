@@ -39,6 +39,7 @@ private slots:
     void writesEveryLineInItsPlace();
     void readingRules_data();
     void readingRules();
+    void tickRuleOfTheSpan();
 };
 
 void TstTrendFile::writesEveryLineInItsPlace() {
@@ -129,6 +130,23 @@ void TstTrendFile::readingRules() {
         fields << key + u'=' + value;
     }
     QCOMPARE(fields.join(u' '), seen);
+}
+
+void TstTrendFile::tickRuleOfTheSpan() {
+    // Days, hours, minutes -> divisor and interval: nothing, exactly a minute (the fast case), a
+    // second more than that, two minutes (divisor 0: a point a second), an hour, a day, halves
+    // to the even neighbour, and a span before its start.
+    const std::tuple<double, double, double, TrendTick> rows[] = {{0, 0, 0, {1, 100}},
+                                                                  {0, 0, 1, {1, 100}},
+                                                                  {0, 0, 61.0 / 60, {0, 1000}},
+                                                                  {0, 0, 2, {0, 1000}},
+                                                                  {0, 1, 0, {4, 1000}},
+                                                                  {1, 0, 0, {86, 1000}},
+                                                                  {0, 0, 2500.0 / 60, {2, 1000}},
+                                                                  {0, 0, 3500.0 / 60, {4, 1000}},
+                                                                  {0, 0, -17, {1, 1000}}};
+    for (const auto& [d, h, m, tick] : rows)
+        QCOMPARE(trendTickRule(d, h, m), tick);
 }
 
 QTEST_MAIN(TstTrendFile)
