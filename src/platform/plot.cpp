@@ -84,7 +84,6 @@ double Plot::toDays(const QDateTime& at) {
 QString Plot::qtDateTimeFormat(const QString& format) {
     QString out;
     QString text = format;
-    const bool twelveHours = text.contains(QLatin1String("am/pm"), Qt::CaseInsensitive);
     text.replace(QLatin1String("am/pm"), QLatin1String("\x01"), Qt::CaseInsensitive);
     for (qsizetype i = 0; i < text.size();) {
         const QChar c = text[i].toLower();
@@ -101,11 +100,10 @@ QString Plot::qtDateTimeFormat(const QString& format) {
         else if (c == u'h' || c == u's' || c == u'z' || c == u'd')
             out += QString(run, c);
         else if (c == u'\x01')
-            out += QStringLiteral("AP");
+            out += QStringLiteral("AP"); // beside it Qt's "h" counts to 12 by itself
         else
             out += u'\'' + QString(run, text[i - 1]) + u'\'';
     }
-    Q_UNUSED(twelveHours) // Qt's "h" counts to 12 by itself beside "AP"
     return out;
 }
 

@@ -156,6 +156,13 @@ void RecordGrid::setRowNumbersVisible(bool visible) {
     verticalHeader()->setVisible(visible);
 }
 
+void RecordGrid::setColumns(const QStringList& titles, const QList<double>& widths) {
+    setColumnCount(int(titles.size()));
+    setColumnTitles(titles);
+    for (int c = 0; c < titles.size() && c < widths.size(); ++c)
+        setColumnWidthUnits(c, widths[c]);
+}
+
 void RecordGrid::setColumnWidthUnits(int column, double characters) {
     if (column < 0 || column >= RecordGridModel::kMaxColumns || !(characters >= 0.0) ||
         characters > 10000.0)

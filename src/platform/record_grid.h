@@ -245,6 +245,8 @@ public:
 
     // Widths in average characters of the grid's font, as the windows give them.
     void setColumnWidthUnits(int column, double characters);
+    // As many columns as titles, each titled and given its width in characters.
+    void setColumns(const QStringList& titles, const QList<double>& widths);
     // The height of every row, in points.
     void setRowHeightUnits(double points);
 

@@ -98,13 +98,9 @@ AlarmLog::AlarmLog(QWidget* parent) : ChildWindow(Life::Resident, Sections::Alar
 
     m_grid = new RecordGrid(body);
     m_grid->setObjectName(QStringLiteral("Grid1"));
-    const std::pair<const char*, int> columns[] = {
-        {"Tagname", 15}, {"Time Of Alarm", 16}, {"PV At Alarm", 9}, {"Ack", 5}};
-    m_grid->setColumnCount(4);
-    for (int c = 0; c < 4; ++c) {
-        m_grid->setColumnTitle(c, QString::fromLatin1(columns[c].first));
-        m_grid->setColumnWidthUnits(c, columns[c].second);
-    }
+    m_grid->setColumns({QStringLiteral("Tagname"), QStringLiteral("Time Of Alarm"),
+                        QStringLiteral("PV At Alarm"), QStringLiteral("Ack")},
+                       {15, 16, 9, 5});
     m_grid->setLocked(true);
     m_grid->setWholeRowSelection(true);
     m_grid->horizontalHeader()->setStretchLastSection(true);

@@ -49,13 +49,9 @@ AlmLogViewer::AlmLogViewer(QWidget* parent)
             });
     m_grid = new RecordGrid(body);
     m_grid->setObjectName(QStringLiteral("Grid1"));
-    const std::pair<const char*, int> columns[] = {
-        {"Tagname", 15}, {"Time Of Alarm", 16}, {"PV At Alarm", 9}, {"Action", 20}};
-    m_grid->setColumnCount(4);
-    for (int c = 0; c < 4; ++c) {
-        m_grid->setColumnTitle(c, QString::fromLatin1(columns[c].first));
-        m_grid->setColumnWidthUnits(c, columns[c].second);
-    }
+    m_grid->setColumns({QStringLiteral("Tagname"), QStringLiteral("Time Of Alarm"),
+                        QStringLiteral("PV At Alarm"), QStringLiteral("Action")},
+                       {15, 16, 9, 20});
     m_grid->setLocked(true);
     m_grid->horizontalHeader()->setStretchLastSection(true);
     auto* status = new QStatusBar(body);

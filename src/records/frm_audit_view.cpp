@@ -36,7 +36,6 @@ QPointer<FrmAuditView> gAuditViewInstance;
 const QStringList kTitles{QStringLiteral("Date"),    QStringLiteral("Time"),
                           QStringLiteral("User ID"), QStringLiteral("Full Name"),
                           QStringLiteral("Comment"), QStringLiteral("Action")};
-constexpr double kWidths[] = {13, 11, 12, 20, 18, 40};
 const QString kUseOpenIcon = QStringLiteral("Use the open file icon to load a audit trail file.");
 
 } // namespace
@@ -68,10 +67,7 @@ FrmAuditView::FrmAuditView(QWidget* parent) : ChildWindow(Life::Closes, Sections
     frameLayout->setContentsMargins(2, 2, 2, 2);
     m_vaGrid = new RecordGrid(m_label1);
     m_vaGrid->setObjectName(QStringLiteral("vaGrid"));
-    m_vaGrid->setColumnCount(int(kTitles.size()));
-    m_vaGrid->setColumnTitles(kTitles);
-    for (int c = 0; c < int(kTitles.size()); ++c)
-        m_vaGrid->setColumnWidthUnits(c, kWidths[c]);
+    m_vaGrid->setColumns(kTitles, {13, 11, 12, 20, 18, 40});
     m_vaGrid->setLocked(true);
     m_vaGrid->horizontalHeader()->setStretchLastSection(true);
     frameLayout->addWidget(m_vaGrid);

@@ -30,6 +30,13 @@ void plantOfTwo(TestEnv& env) {
     gPctOut[0] = 42.5F;
     gPV[1] = 12.25;
 }
+// The plant of two with controller 1's process value logged every second on the timer given.
+void loggingEverySecond(TestEnv& env, QTimer& timer) {
+    plantOfTwo(env);
+    gTagTable[0][5] = QStringLiteral(" 1 ");
+    gSaveInterval = 1;
+    installDataSaveTimer(&timer);
+}
 void tick(int times) {
     for (int i = 0; i < times; ++i)
         dataSaveTimerTick();
@@ -134,11 +141,8 @@ void TstDataLogger::midnightGivesOneNewFile() {
 
 void TstDataLogger::logFailuresEndLoggingAndKeepTheFile() {
     TestEnv env;
-    plantOfTwo(env);
-    gTagTable[0][5] = QStringLiteral(" 1 ");
-    gSaveInterval = 1;
     QTimer timer;
-    installDataSaveTimer(&timer);
+    loggingEverySecond(env, timer);
     // A start the disk refuses (a file where its folder should be): the start box, and no log.
     QVERIFY(writeBytes(env.path("Log Files/no such folder"), {}));
     gDataFileName = env.path("Log Files/no such folder/x.slg");
@@ -270,11 +274,8 @@ void TstDataLogger::setupStartsStopsAndKeepsTheChoice() {
 
 void TstDataLogger::aStartNeverOverwritesARecord() {
     TestEnv env;
-    plantOfTwo(env);
-    gTagTable[0][5] = QStringLiteral(" 1 ");
-    gSaveInterval = 1;
     QTimer timer;
-    installDataSaveTimer(&timer);
+    loggingEverySecond(env, timer);
     // A signed file: batch7.rerun.slg would sign into batch7.sif as well, so it is refused.
     const QByteArray sif = enciphered({kSignatureHeader, "3/14/2026,10:00:00,jdoe,Jane Doe,,"
                                                          "Signed,ok," +
