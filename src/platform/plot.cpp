@@ -1,6 +1,10 @@
 #include "plot.h"
 
+#include "page_print.h"
+
 #include <QImageWriter>
+#include <QPicture>
+#include <QPrinter>
 #include <QVBoxLayout>
 #include <qcustomplot.h>
 
@@ -44,6 +48,8 @@ Plot::Plot(QWidget* parent) : QWidget(parent), m_plot(new QCustomPlot(this)) {
     m_plot->xAxis->setTicker(QSharedPointer<DaysTicker>::create());
     m_plot->yAxis->setTicker(QSharedPointer<ValueTicker>::create());
     m_plot->legend->setVisible(true);
+    showXRange(0.0);
+    showYRange();
     // The time axis may be pulled back through the past; that stops tracking.
     m_plot->setInteraction(QCP::iRangeDrag, true);
     m_plot->axisRect()->setRangeDrag(Qt::Horizontal);
@@ -191,8 +197,15 @@ void Plot::addPoint(int i, const QDateTime& at, double value) {
     const int ring = m_rings.value(i, kDefaultRing);
     const auto stored = g->data();
     if (stored->size() > ring) {
-        const QVector<QCPGraphData> kept(stored->constEnd() - ring, stored->constEnd());
-        stored->set(kept, true);
+        const auto first = stored->constEnd() - ring;
+        // Dropping the oldest costs nothing while the moments differ; points of one moment
+        // cannot be told apart by their key, so then the newest are copied.
+        if (first->key > (first - 1)->key) {
+            stored->removeBefore(first->key);
+        } else {
+            const QVector<QCPGraphData> kept(first, stored->constEnd());
+            stored->set(kept, true);
+        }
     }
     follow();
     replotSoon();
@@ -221,9 +234,27 @@ void Plot::follow() {
     }
     if (!any)
         return;
+    showXRange(newest - m_xSpan);
+}
+
+// A span of zero or beyond what the axis can show is kept as set, and shown as the nearest
+// range the axis takes.
+QCPRange Plot::shownRange(double lower, double span) {
+    double upper = lower + span;
+    if (!(std::abs(upper - lower) > std::abs(lower) * 1e-12))
+        upper = lower + std::max(std::abs(lower) * 1e-12, 1e-12);
+    return QCPRange(lower, upper);
+}
+
+void Plot::showXRange(double lower) {
+    const QCPRange range = shownRange(lower, m_xSpan);
     m_settingRange = true;
-    m_plot->xAxis->setRange(newest - xSpan(), newest);
+    m_plot->xAxis->setRange(range);
     m_settingRange = false;
+}
+
+void Plot::showYRange() {
+    m_plot->yAxis->setRange(shownRange(m_yMin, m_ySpan));
 }
 
 double Plot::xMin() const {
@@ -231,39 +262,38 @@ double Plot::xMin() const {
 }
 
 double Plot::xSpan() const {
-    return m_plot->xAxis->range().size();
+    return m_xSpan;
 }
 
 void Plot::setXMin(double days) {
-    m_settingRange = true;
-    m_plot->xAxis->setRange(days, days + xSpan());
-    m_settingRange = false;
+    showXRange(days);
     replotSoon();
 }
 
 void Plot::setXSpan(double days) {
-    m_settingRange = true;
-    m_plot->xAxis->setRange(xMin(), xMin() + days);
-    m_settingRange = false;
+    m_xSpan = days;
+    showXRange(xMin());
     follow();
     replotSoon();
 }
 
 double Plot::yMin() const {
-    return m_plot->yAxis->range().lower;
+    return m_yMin;
 }
 
 double Plot::ySpan() const {
-    return m_plot->yAxis->range().size();
+    return m_ySpan;
 }
 
 void Plot::setYMin(double value) {
-    m_plot->yAxis->setRange(value, value + ySpan());
+    m_yMin = value;
+    showYRange();
     replotSoon();
 }
 
 void Plot::setYSpan(double span) {
-    m_plot->yAxis->setRange(yMin(), yMin() + span);
+    m_ySpan = span;
+    showYRange();
     replotSoon();
 }
 
@@ -334,4 +364,42 @@ bool Plot::saveJpeg(const QString& path, int quality, QString* error) {
     if (error)
         *error = writer.errorString();
     return false;
+}
+
+bool Plot::print(QPrinter& printer, const PrintJob& job, QString* error) {
+    PagePrinter pages(printer, job, *this);
+    if (!pages.begin(error))
+        return false;
+    pages.showProgress(1);
+    if (!pages.beginPage(error))
+        return false;
+    // A plot never laid out on screen has no shape of its own yet; it takes a window's.
+    QSize chart = size();
+    if (chart.width() < 100 || chart.height() < 100)
+        chart = QSize(640, 480);
+    const QRect body = pages.body();
+    const double scale =
+        std::min(double(body.width()) / chart.width(), double(body.height()) / chart.height());
+    if (scale > 0.0) {
+        // Recorded, then played on paper: a picture keeps the text in proportion to the chart at
+        // any printer resolution, where drawing straight on the printer would size the fonts for
+        // its dots per inch inside a chart scaled up from screen pixels. It stays vector output.
+        QPicture picture;
+        {
+            QCPPainter recorder(&picture);
+            recorder.setMode(QCPPainter::pmVectorized);
+            m_plot->toPainter(&recorder, chart.width(), chart.height());
+        }
+        QPainter& painter = pages.painter();
+        painter.save();
+        painter.translate(body.topLeft());
+        // Playing scales the picture from its own resolution to the printer's by itself.
+        painter.scale(scale * picture.logicalDpiX() / printer.logicalDpiX(),
+                      scale * picture.logicalDpiY() / printer.logicalDpiY());
+        painter.drawPicture(0, 0, picture);
+        painter.restore();
+    }
+    // The chart was laid out for paper; the next redraw lays it out for the screen again.
+    replotSoon();
+    return pages.endPage(error);
 }

@@ -9,7 +9,10 @@
 
 class QCustomPlot;
 class QCPGraph;
+class QCPRange;
 class QCPItemTracer;
+class QPrinter;
+struct PrintJob;
 
 // The one plot of the workstation (real-time trends, and the historical, tuning and profile
 // plots to come), over QCustomPlot. It keeps the points of its channels itself, so that tests
@@ -41,6 +44,7 @@ public:
     void addPoint(int i, const QDateTime& at, double value);
     QVector<QPointF> points(int i) const;
 
+    // The spans are kept as set, a span of zero too; the axes show the nearest range they can.
     double xMin() const;
     double xSpan() const;
     void setXSpan(double days);
@@ -77,6 +81,10 @@ public:
     // The chart as a JPEG of the quality given, progressive. False with the reason in *error.
     bool saveJpeg(const QString& path, int quality, QString* error = nullptr);
 
+    // One page: the job's header, the chart as large as the page's width allows at its shape on
+    // screen, and the footer. False with the reason in *error.
+    bool print(QPrinter& printer, const PrintJob& job, QString* error = nullptr);
+
     QCustomPlot* customPlot() const { return m_plot; }
 
     // The platform's colour value (red in the low byte) as a colour, and back.
@@ -93,6 +101,9 @@ private:
     QCPGraph* graph(int i) const;
     void follow();
     void replotSoon();
+    static QCPRange shownRange(double lower, double span);
+    void showXRange(double lower);
+    void showYRange();
 
     QCustomPlot* m_plot;
     QCPItemTracer* m_cursor;
@@ -106,6 +117,9 @@ private:
     int m_xMinor = 0;
     int m_yMinor = 0;
     QString m_dateTimeFormat;
+    double m_xSpan = 1.0 / 24;
+    double m_yMin = 0.0;
+    double m_ySpan = 100.0;
     bool m_tracking = false;
     bool m_settingRange = false;
 };

@@ -1,58 +1,11 @@
 #include "record_grid.h"
 
 #include <QComboBox>
-#include <QCoreApplication>
 #include <QHeaderView>
 #include <QPainter>
 #include <QPrinter>
-#include <QProgressDialog>
 #include <QStyledItemDelegate>
 #include <algorithm>
-
-// ---------------------------------------------------------------------------------------------
-// Footer codes
-
-QList<GridFooterLine> expandFooterCodes(const QString& footer, int page) {
-    QList<GridFooterLine> lines(1);
-    int section = 0; // left, centre, right
-    auto text = [&]() -> QString& {
-        GridFooterLine& line = lines.last();
-        return section == 0 ? line.left : section == 1 ? line.centre : line.right;
-    };
-    for (qsizetype i = 0; i < footer.size(); ++i) {
-        const QChar ch = footer.at(i);
-        if (ch != u'/' || i + 1 == footer.size()) {
-            text().append(ch);
-            continue;
-        }
-        const QChar code = footer.at(++i);
-        switch (code.unicode()) {
-        case u'l':
-            section = 0;
-            break;
-        case u'c':
-            section = 1;
-            break;
-        case u'r':
-            section = 2;
-            break;
-        case u'p':
-            text().append(QString::number(page));
-            break;
-        case u'n':
-            lines.emplaceBack(); // the text goes on in the same section
-            break;
-        case u'/':
-            text().append(u'/');
-            break;
-        default:
-            text().append(ch);
-            text().append(code);
-            break;
-        }
-    }
-    return lines;
-}
 
 // ---------------------------------------------------------------------------------------------
 // Packed rows
@@ -226,13 +179,9 @@ bool RecordGrid::setActiveCell(int row, int column) {
 // Printing
 
 namespace {
-// Where everything goes on a page, in printer pixels.
+// Where the cells go on a page, in printer pixels.
 struct PageLayout {
     int width = 0;
-    int height = 0;
-    int headerHeight = 0;
-    int footerHeight = 0;
-    int footerLineHeight = 0;
     int rowHeight = 0;
     int padding = 0;
     int rowsPerPage = 1;
@@ -304,19 +253,6 @@ void paintTitles(QPainter& painter, const RecordGridModel& model, const PageLayo
     painter.restore();
 }
 
-void paintFooter(QPainter& painter, const PageLayout& layout, const QString& footer, int page) {
-    const QList<GridFooterLine> lines = expandFooterCodes(footer, page);
-    int top = layout.height - layout.footerLineHeight * static_cast<int>(lines.size());
-    painter.setPen(Qt::black);
-    for (const GridFooterLine& line : lines) {
-        const QRect area(0, top, layout.width, layout.footerLineHeight);
-        painter.drawText(area, Qt::AlignLeft | Qt::AlignVCenter, line.left);
-        painter.drawText(area, Qt::AlignHCenter | Qt::AlignVCenter, line.centre);
-        painter.drawText(area, Qt::AlignRight | Qt::AlignVCenter, line.right);
-        top += layout.footerLineHeight;
-    }
-}
-
 } // namespace
 
 bool RecordGrid::print(QPrinter& printer, const GridPrintJob& job, QString* error) {
@@ -334,41 +270,23 @@ bool RecordGrid::print(QPrinter& printer, const GridPrintJob& job, QString* erro
         }
     }
 
-    printer.setDocName(job.jobName);
-    QPainter painter;
-    if (!painter.begin(&printer)) {
-        setError(error, tr("The printer could not be started."));
+    PagePrinter pages(printer, job, *this);
+    if (!pages.begin(error))
         return false;
-    }
-
-    // The font keeps its size in points on paper; one given in pixels is turned into points.
-    QFont font = this->font();
-    if (font.pixelSize() > 0)
-        font.setPointSizeF(font.pixelSize() * 72.0 / logicalDpiY());
-    painter.setFont(font);
-    const QFontMetrics metrics(font, &printer);
+    QPainter& painter = pages.painter();
+    const QFontMetrics& metrics = pages.metrics();
     const double scaleX = static_cast<double>(printer.logicalDpiX()) / logicalDpiX();
     const double scaleY = static_cast<double>(printer.logicalDpiY()) / logicalDpiY();
 
     PageLayout layout;
-    layout.width = printer.width();
-    layout.height = printer.height();
+    layout.width = pages.pageWidth();
     layout.padding = std::max(1, metrics.averageCharWidth() / 2);
     layout.rowHeight = std::max(qRound(verticalHeader()->defaultSectionSize() * scaleY),
                                 metrics.height() + layout.padding);
     layout.gridPen = QPen(QColor(128, 128, 128), std::max(1, printer.logicalDpiX() / 200));
-    if (!job.header.isEmpty()) {
-        const QRect bound = metrics.boundingRect(QRect(0, 0, layout.width, layout.height / 4),
-                                                 Qt::AlignLeft | Qt::TextWordWrap, job.header);
-        layout.headerHeight = bound.height() + layout.rowHeight / 2;
-    }
-    layout.footerLineHeight = metrics.height();
-    if (!job.footer.isEmpty()) {
-        const auto lines = static_cast<int>(expandFooterCodes(job.footer, 1).size());
-        layout.footerHeight = lines * layout.footerLineHeight + layout.rowHeight / 2;
-    }
-    const int bodyHeight =
-        layout.height - layout.headerHeight - layout.footerHeight - layout.rowHeight;
+    pages.setSpacing(layout.rowHeight / 2);
+    // The column titles take the first row of each page's body.
+    const int bodyHeight = pages.body().height() - layout.rowHeight;
     layout.rowsPerPage = std::max(1, bodyHeight / layout.rowHeight);
 
     // Columns that do not fit beside each other go on further pages.
@@ -392,58 +310,29 @@ bool RecordGrid::print(QPrinter& printer, const GridPrintJob& job, QString* erro
     firstRow = std::max(0, firstRow);
     const int rows = std::max(0, lastRow - firstRow + 1);
     const int rowPages = std::max(1, (rows + layout.rowsPerPage - 1) / layout.rowsPerPage);
-    const qint64 pages = static_cast<qint64>(rowPages) * bands.size();
-    if (pages > std::numeric_limits<int>::max()) {
-        painter.end();
+    const qint64 pageCount = static_cast<qint64>(rowPages) * bands.size();
+    if (pageCount > std::numeric_limits<int>::max()) {
         setError(error, tr("The grid needs more pages than can be printed."));
         return false;
     }
-    const auto pageCount = static_cast<int>(pages);
+    pages.showProgress(static_cast<int>(pageCount));
 
-    QProgressDialog progress(job.abortText.isEmpty() ? tr("Printing...") : job.abortText,
-                             tr("Cancel"), 0, pageCount, this);
-    progress.setWindowTitle(job.jobName);
-    progress.setWindowModality(Qt::WindowModal);
-    progress.setMinimumDuration(0);
-    progress.setAutoClose(false);
-    progress.setValue(0);
-
-    int page = 0;
     for (int rowPage = 0; rowPage < rowPages; ++rowPage) {
         const int pageFirst = firstRow + rowPage * layout.rowsPerPage;
         const int pageLast = std::min(firstRow + rows, pageFirst + layout.rowsPerPage) - 1;
         for (const Band& band : std::as_const(bands)) {
-            if (page > 0 && !printer.newPage()) {
-                painter.end();
-                setError(error, tr("The printer did not take another page."));
+            if (!pages.beginPage(error))
                 return false;
-            }
-            ++page;
-            painter.setPen(Qt::black);
-            if (!job.header.isEmpty()) {
-                painter.drawText(QRect(0, 0, layout.width, layout.headerHeight),
-                                 Qt::AlignLeft | Qt::AlignTop | Qt::TextWordWrap, job.header);
-            }
-            int top = layout.headerHeight;
+            int top = pages.body().top();
             paintTitles(painter, *m_model, layout, band, top);
             top += layout.rowHeight;
             for (int row = pageFirst; row <= pageLast; ++row) {
                 paintCells(painter, *m_model, layout, band, row, top);
                 top += layout.rowHeight;
             }
-            if (!job.footer.isEmpty())
-                paintFooter(painter, layout, job.footer, page);
-
-            progress.setValue(page);
-            QCoreApplication::processEvents();
-            if (progress.wasCanceled()) {
-                printer.abort();
-                painter.end();
-                setError(error, tr("Printing was cancelled."));
+            if (!pages.endPage(error))
                 return false;
-            }
         }
     }
-    painter.end();
     return true;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "page_print.h"
+
 #include <QAbstractTableModel>
 #include <QByteArray>
 #include <QColor>
@@ -41,26 +43,9 @@ struct GridTextFormat {
     bool columnTitles = false; // the first line holds the column titles
 };
 
-struct GridPrintJob {
-    QString jobName;   // the printer's document name and the title of the progress window
-    QString header;    // printed as it stands at the top of each page
-    QString footer;    // with the codes of expandFooterCodes()
-    QString abortText; // the text of the progress window
+struct GridPrintJob : PrintJob {
     bool selectedBlockOnly = false;
 };
-
-// One line of a page footer, in its three sections.
-struct GridFooterLine {
-    QString left;
-    QString centre;
-    QString right;
-    bool operator==(const GridFooterLine&) const = default;
-};
-
-// Expands a footer for one page: "/l", "/c" and "/r" switch to the left, centre or right
-// section, "/p" is the page number, "/n" starts a new line and "//" is a slash. Text starts in
-// the left section; anything else, a lone trailing slash included, is literal.
-QList<GridFooterLine> expandFooterCodes(const QString& footer, int page);
 
 // The fields of one row packed into a single allocation: a count, the end offset of each field,
 // then the UTF-8 text of the fields back to back. The offsets take two bytes each unless the

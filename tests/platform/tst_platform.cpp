@@ -1,5 +1,6 @@
 #include "platform/indicators.h"
 #include "platform/modctl.h"
+#include "platform/page_print.h"
 #include "platform/plot.h"
 #include "platform/qt_modbus_backend.h"
 #include "platform/settings_store.h"
@@ -7,9 +8,11 @@
 #include "support/audit_files.h"
 #include "support/fakes.h"
 
+#include <QPrinter>
 #include <QProcess>
 #include <QSettings>
 #include <QSignalSpy>
+#include <QStandardPaths>
 #include <QSysInfo>
 #include <QTemporaryDir>
 #include <QTest>
@@ -38,6 +41,7 @@ private slots:
     void lockFileAdmitsOneInstance();
     void digitsShowTheValueAtItsPrecisionAndRepaintOnlyOnChange();
     void plotKeepsRingsTracksAndSavesProgressiveJpeg();
+    void plotPrintsOnePageWithHeaderChartAndFooter();
 };
 
 void TstPlatform::settingsFoldCaseAndKeepBlanks() {
@@ -247,6 +251,21 @@ void TstPlatform::plotKeepsRingsTracksAndSavesProgressiveJpeg() {
     QCOMPARE(plot.points(0).first(), QPointF(Plot::toDays(t0.addSecs(2)), 2));
     plot.setRingBufferSize(0, 2);
     QCOMPARE(plot.points(0).first().y(), 3.0);
+    // Points of one moment are dropped oldest first all the same.
+    for (int s = 5; s < 9; ++s)
+        plot.addPoint(0, t0.addSecs(10), s);
+    QCOMPARE(plot.points(0).size(), 2);
+    QCOMPARE(plot.points(0).first().y(), 7.0);
+
+    // A span of zero is kept as set (it goes back into the configuration files) while the axis
+    // shows the narrowest range it can.
+    plot.setYMin(50);
+    plot.setYSpan(0);
+    plot.setXSpan(0);
+    QCOMPARE(std::make_tuple(plot.yMin(), plot.ySpan(), plot.xSpan()),
+             std::make_tuple(50., 0., 0.));
+    QVERIFY(plot.customPlot()->yAxis->range().lower == 50 &&
+            plot.customPlot()->yAxis->range().size() > 0);
 
     // Tracking keeps the newest point at the right edge; a hand on the axis stops it.
     plot.setXSpan(1.0 / 24);
@@ -273,6 +292,43 @@ void TstPlatform::plotKeepsRingsTracksAndSavesProgressiveJpeg() {
     const QByteArray jpeg = readBytes(dir.filePath("trend.jpg"));
     QVERIFY(jpeg.startsWith("\xFF\xD8") && jpeg.contains("\xFF\xC2"));
     QVERIFY(!plot.saveJpeg(dir.filePath("no such folder/trend.jpg"), 100));
+}
+
+// Never shown, as a plot printed from a hidden window is: the chart is still laid out and drawn
+// between the page's header and footer.
+void TstPlatform::plotPrintsOnePageWithHeaderChartAndFooter() {
+    Plot plot;
+    for (const char* title : {"FIC-201 Feed", "TIC-101 Jacket"})
+        plot.setChannelTitle(plot.addChannel(), title);
+    QTemporaryDir dir;
+    QPrinter broken;
+    broken.setOutputFormat(QPrinter::PdfFormat);
+    broken.setOutputFileName(dir.filePath("no/such/folder/out.pdf"));
+    QString error;
+    QTest::ignoreMessage(QtWarningMsg, "QPainter::begin(): Returned false");
+    QVERIFY(!plot.print(broken, {}, &error) && !error.isEmpty());
+    if (QStandardPaths::findExecutable("pdftotext").isEmpty())
+        QSKIP("pdftotext is not installed");
+
+    // Paper's resolution, not the screen's: the chart must still come out at its own shape.
+    QPrinter printer(QPrinter::HighResolution);
+    printer.setOutputFormat(QPrinter::PdfFormat);
+    printer.setPageSize(QPageSize(QPageSize::A4));
+    printer.setOutputFileName(dir.filePath("plot.pdf"));
+    QVERIFY(plot.print(printer, {"Trend", "Reactor 2 trend", "/c/rPage #/p", {}}, &error));
+    const QStringList pages = pdfText(dir.filePath("plot.pdf")).split(u'\f', Qt::SkipEmptyParts);
+    QCOMPARE(pages.size(), 1);
+    QStringList lines = pages.first().split(u'\n');
+    lines.removeIf([](const QString& line) { return line.trimmed().isEmpty(); });
+    QVERIFY2(lines.size() > 3, qPrintable(pages.first()));
+    // The legend lies between the header and the footer, whose page number ends further right
+    // than anything else on the page.
+    QCOMPARE(lines.first().trimmed(), QStringLiteral("Reactor 2 trend"));
+    QCOMPARE(lines.last().trimmed(), QStringLiteral("Page #1"));
+    for (const QString& line : std::as_const(lines))
+        QVERIFY2(line.size() <= lines.last().size(), qPrintable(line));
+    const QString chart = lines.mid(1, lines.size() - 2).join(u'\n');
+    QVERIFY2(chart.contains("FIC-201 Feed") && chart.contains("TIC-101 Jacket"), qPrintable(chart));
 }
 
 QTEST_MAIN(TstPlatform)

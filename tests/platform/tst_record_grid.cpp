@@ -350,7 +350,7 @@ void TstRecordGrid::footerCodes() {
         {"/P/C", 1, {"/P/C||"}}}; // capitals are text
     for (const auto& [footer, page, lines] : rows) {
         QStringList got;
-        for (const GridFooterLine& line : expandFooterCodes(footer, page))
+        for (const FooterLine& line : expandFooterCodes(footer, page))
             got << line.left + "|" + line.centre + "|" + line.right;
         QCOMPARE(got, lines);
     }
@@ -379,7 +379,7 @@ void TstRecordGrid::printsRowPagesColumnBandsAndTheSelectedBlock() {
     for (int c = 0; c < 8; ++c)
         grid.setColumnWidthUnits(c, 15);
     grid.setColumnWidthUnits(3, 500); // wider than the page: printed alone, cut at the edge
-    const GridPrintJob job{"Audit", "/data/Audit/2024-05-01.aud", "/c/rPage #/p", {}, false};
+    const GridPrintJob job{{"Audit", "/data/Audit/2024-05-01.aud", "/c/rPage #/p", {}}, false};
     const QStringList pages = printedPages(grid, job, m_dir->filePath("grid.pdf"));
     QVERIFY2(pages.size() >= 6, qPrintable(QString::number(pages.size())));
     for (int i = 0; i < pages.size(); ++i) {
@@ -401,7 +401,7 @@ void TstRecordGrid::printsRowPagesColumnBandsAndTheSelectedBlock() {
 
     // Only the selected block, when asked.
     grid.selectionModel()->select(block(grid, 10, 1, 12, 2), QItemSelectionModel::Select);
-    const GridPrintJob blockJob{"Block", {}, "Page /p", {}, true};
+    const GridPrintJob blockJob{{"Block", {}, "Page /p", {}}, true};
     const QStringList only = printedPages(grid, blockJob, m_dir->filePath("block.pdf"));
     QCOMPARE(only.size(), 1);
     QVERIFY(only.first().contains("Page 1"));
