@@ -1,6 +1,7 @@
 #include "frm_main.h"
 
 #include "app/main_menu.h"
+#include "displays/trend_window.h"
 #include "plant/child_window.h"
 #include "plant/comm_errors.h"
 #include "plant/frm_logger.h"
@@ -289,6 +290,15 @@ FrmMainDisplay* FrmMain::addControlBank(int firstRow, const QString& bankText) {
                             qRound((client.height() - bank->height()) / 2 * tpp), 0, 0});
     bank->show();
     return bank;
+}
+
+Ctrend1* FrmMain::showTrend(const QString& name, qint16 trendNumber) {
+    if (trendNumber >= 1 && trendNumber <= 8)
+        menuItem(QStringLiteral("mnuTrend") + QString::number(trendNumber))->setEnabled(false);
+    Ctrend1* trend = ::showTrend(m_mdi, name, trendNumber);
+    if (trendNumber >= 1 && trendNumber <= 8)
+        trend->guardMenuItem(menuItem(QStringLiteral("mnuTrend") + QString::number(trendNumber)));
+    return trend;
 }
 
 void FrmMain::arrangeCascade() {

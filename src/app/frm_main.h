@@ -5,6 +5,7 @@
 class QAction;
 class QLabel;
 class ChildWindow;
+class Ctrend1;
 class FrmMainDisplay;
 class QMdiSubWindow;
 class QMdiArea;
@@ -44,6 +45,8 @@ public:
     void showSingleWindow(const QString& menuItemName, ChildWindow* window);
     // Opens the bank of four controllers from this row, under its menu item.
     FrmMainDisplay* addControlBank(int firstRow, const QString& bankText);
+    // Opens trend window n tagged with the name; its menu item stays disabled while it lives.
+    Ctrend1* showTrend(const QString& name, qint16 trendNumber);
 
     // Cascade, tile one above the other, tile side by side.
     void arrangeCascade();

@@ -72,7 +72,8 @@ std::vector<MenuEntry> buildTable() {
     menu(view, QStringLiteral("mnuTrends"), QStringLiteral("&Control Trends"));
     for (int i = 1; i <= 8; ++i)
         item(QStringLiteral("mnuTrends"), QStringLiteral("mnuTrend%1").arg(i),
-             QStringLiteral("Trend %1").arg(i), -1);
+             QStringLiteral("Trend %1").arg(i), -1,
+             [i](FrmMain& main) { main.showTrend(QStringLiteral("Trend%1").arg(i), qint16(i)); });
     dash(view, QStringLiteral("mnuBarDash"));
     menu(view, QStringLiteral("mnuBars"), QStringLiteral("&Bar Graphs"));
     for (int i = 1; i <= 4; ++i)

@@ -39,6 +39,8 @@ public:
     std::deque<FileDialogResult> fileAnswers; // when empty: cancelled
     std::deque<QString> inputs;               // input box answers; when empty: cancelled
     QStringList openedDocuments;              // none opens: the help file cannot be shown
+    std::deque<QColor> colours;               // colour dialog answers; when empty: cancelled
+    QList<QColor> colourSeeds;                // the colour each colour dialog opened with
 
     MsgAnswer messageBox(MsgIcon icon, MsgButtons buttons, const QString& title,
                          const QString& text) override;
@@ -52,7 +54,10 @@ public:
     FileDialogResult saveFile(const FileDialogRequest& request) override {
         return openFile(request);
     }
-    std::optional<QColor> chooseColour(const QColor&) override { return std::nullopt; }
+    std::optional<QColor> chooseColour(const QColor& initial) override {
+        colourSeeds << initial;
+        return takeNext(colours);
+    }
     bool openDocument(const QString& path) override {
         openedDocuments << path;
         return false;
