@@ -1,13 +1,20 @@
 #!/usr/bin/env bash
-# Builds Release and runs the live-plant benchmark: 64 controllers (K40, K8 and K20 mixed) on
-# the plant simulator, scanned every 60 ms, all sixteen bank windows open, offscreen. Prints the
-# workstation's CPU share and resident memory over the measured window (default 60 s).
+# Builds Release and runs a live-plant benchmark: 64 controllers (K40, K8 and K20 mixed) on the
+# plant simulator, scanned every 60 ms, with all sixteen bank windows open (banks) or all eight
+# trend windows of twelve pens (trends). Prints the workstation's CPU share and resident memory
+# over the measured window (default 60 s). Offscreen unless QT_QPA_PLATFORM says otherwise.
+# Usage: bench/run-bench-live.sh banks|trends [seconds] [warm-up seconds]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 REPO=$(pwd)
+case "${1:-}" in
+banks | trends) BENCH=bench_$1 ;;
+*) echo "usage: $0 banks|trends [seconds] [warm-up seconds]" >&2; exit 2 ;;
+esac
+shift
 cmake -S . -B build-release -G Ninja -DCMAKE_BUILD_TYPE=Release -DSORVANTEL_BUILD_TESTS=OFF \
     -DSORVANTEL_BUILD_BENCH=ON >/dev/null
-cmake --build build-release --target bench_banks plant-simulator
+cmake --build build-release --target "$BENCH" plant-simulator
 work=$(mktemp -d)
 trap 'kill ${SIM_PID:-0} 2>/dev/null || true; rm -rf "$work"' EXIT
 PORT=${BENCH_PORT:-5031}
@@ -50,5 +57,5 @@ INI
 SIM_PID=$!
 sleep 0.5
 cd "$work/app"
-XDG_CONFIG_HOME="$work/xdg" XDG_RUNTIME_DIR="$work/run" QT_QPA_PLATFORM=offscreen ${BENCH_WRAP:-} \
-    "$REPO/build-release/bench/bench_banks" "${1:-60}" "${2:-5}"
+XDG_CONFIG_HOME="$work/xdg" XDG_RUNTIME_DIR="$work/run" QT_QPA_PLATFORM=${QT_QPA_PLATFORM:-offscreen} \
+    ${BENCH_WRAP:-} "$REPO/build-release/bench/$BENCH" "${1:-60}" "${2:-5}"
