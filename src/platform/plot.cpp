@@ -59,15 +59,29 @@ Plot::Plot(QWidget* parent) : QWidget(parent), m_plot(new QCustomPlot(this)) {
             emit trackingStopped();
         }
     });
-    m_cursor = new QCPItemTracer(m_plot);
-    m_cursor->setStyle(QCPItemTracer::tsCrosshair);
-    m_cursor->setVisible(false);
+    // The data cursor: a line across the plot where the mouse is, and a box naming the moment
+    // and every pen's value there.
+    m_cursorLine = new QCPItemStraightLine(m_plot);
+    m_cursorLine->setPen(QPen(Qt::gray, 1, Qt::DashLine));
+    m_cursorLine->setVisible(false);
+    m_cursorText = new QCPItemText(m_plot);
+    m_cursorText->position->setType(QCPItemPosition::ptAxisRectRatio);
+    m_cursorText->position->setCoords(0.01, 0.02);
+    m_cursorText->setPositionAlignment(Qt::AlignLeft | Qt::AlignTop);
+    m_cursorText->setTextAlignment(Qt::AlignLeft);
+    m_cursorText->setPadding(QMargins(4, 2, 4, 2));
+    m_cursorText->setPen(QPen(Qt::gray));
+    m_cursorText->setBrush(QColor(255, 255, 255, 215));
+    m_cursorText->setColor(Qt::black);
+    m_cursorText->setVisible(false);
     connect(m_plot, &QCustomPlot::mouseMove, this, [this](QMouseEvent* event) {
-        if (!m_cursor->visible() || channelCount() == 0)
-            return;
-        m_cursor->setGraph(graph(0));
-        m_cursor->setGraphKey(m_plot->xAxis->pixelToCoord(event->position().x()));
-        replotSoon();
+        if (dataCursorVisible())
+            setDataCursorKey(m_plot->xAxis->pixelToCoord(event->position().x()));
+    });
+    // New points change what stands at the cursor.
+    connect(m_plot, &QCustomPlot::beforeReplot, this, [this] {
+        if (dataCursorVisible())
+            m_cursorText->setText(dataCursorText());
     });
     setXColors(m_xLabelColor, m_xScaleColor);
     setYColors(m_yLabelColor, m_yScaleColor);
@@ -130,7 +144,6 @@ int Plot::addChannel() {
 }
 
 void Plot::removeAllChannels() {
-    m_cursor->setGraph(nullptr);
     m_plot->clearGraphs();
     m_rings.clear();
     replotSoon();
@@ -347,12 +360,41 @@ void Plot::setTrackingEnabled(bool on) {
 }
 
 bool Plot::dataCursorVisible() const {
-    return m_cursor->visible();
+    return m_cursorLine->visible();
 }
 
 void Plot::setDataCursorVisible(bool visible) {
-    m_cursor->setVisible(visible);
+    m_cursorLine->setVisible(visible);
+    m_cursorText->setVisible(visible);
+    // It comes up in the middle of what is shown.
+    if (visible)
+        setDataCursorKey(xMin() + xSpan() / 2);
     replotSoon();
+}
+
+void Plot::setDataCursorKey(double days) {
+    m_cursorKey = days;
+    m_cursorLine->point1->setCoords(days, 0);
+    m_cursorLine->point2->setCoords(days, 1);
+    m_cursorText->setText(dataCursorText());
+    replotSoon();
+}
+
+QString Plot::dataCursorText() const {
+    const QString format = m_dateTimeFormat.isEmpty() ? QStringLiteral("hh:mm:ss")
+                                                      : qtDateTimeFormat(m_dateTimeFormat);
+    QStringList lines{QDateTime::fromMSecsSinceEpoch(qint64(std::round(m_cursorKey * kMsPerDay)))
+                          .toString(format)};
+    for (int i = 0; i < channelCount(); ++i) {
+        // The newest point at or before the cursor.
+        const auto stored = graph(i)->data();
+        const auto after = stored->findEnd(m_cursorKey, false);
+        const QString value = after == stored->constBegin()
+                                  ? QStringLiteral("-")
+                                  : QString::number((after - 1)->value, 'g', 6);
+        lines << channelTitle(i) + QStringLiteral(": ") + value;
+    }
+    return lines.join(u'\n');
 }
 
 bool Plot::saveJpeg(const QString& path, int quality, QString* error) {

@@ -10,7 +10,8 @@
 class QCustomPlot;
 class QCPGraph;
 class QCPRange;
-class QCPItemTracer;
+class QCPItemStraightLine;
+class QCPItemText;
 class QPrinter;
 struct PrintJob;
 
@@ -75,8 +76,14 @@ public:
     bool trackingEnabled() const { return m_tracking; }
     void setTrackingEnabled(bool on);
 
+    // The data cursor: a line at a moment and the value of every pen there (its newest point
+    // at or before the moment). It follows the mouse.
     bool dataCursorVisible() const;
     void setDataCursorVisible(bool visible);
+    void setDataCursorKey(double days);
+    double dataCursorKey() const { return m_cursorKey; }
+    // The moment in the time format, then "title: value" a pen ("-" before its first point).
+    QString dataCursorText() const;
 
     // The chart as a JPEG of the quality given, progressive. False with the reason in *error.
     bool saveJpeg(const QString& path, int quality, QString* error = nullptr);
@@ -106,7 +113,9 @@ private:
     void showYRange();
 
     QCustomPlot* m_plot;
-    QCPItemTracer* m_cursor;
+    QCPItemStraightLine* m_cursorLine;
+    QCPItemText* m_cursorText;
+    double m_cursorKey = 0.0;
     QVector<int> m_rings;
     qint32 m_xLabelColor = 0;
     qint32 m_xScaleColor = 0;

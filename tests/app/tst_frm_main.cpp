@@ -1,6 +1,7 @@
 #include "app/frm_main.h"
 #include "app/frm_splash.h"
 #include "app/startup.h"
+#include "displays/trend_window.h"
 #include "plant/comm_errors.h"
 #include "plant/frm_logger.h"
 #include "plant/frm_main_display.h"
@@ -60,6 +61,7 @@ private slots:
     void openProjectMenuFollowsLoadedWindowsAndHelpIsReported();
     void bankWalkShowsTheStoreAndStopsEndedProfiles();
     void bankSetpointEntryAndProfileCommandsWrite();
+    void trendMenuOpensOneTrendThatClosesOnlyWhenItMay();
 
     void secondInstanceOrMissingTagFileStopsTheStart();
     void startWithNothingToScanOrLogAndTheSettingsRead();
@@ -368,6 +370,52 @@ void TstFrmMain::bankSetpointEntryAndProfileCommandsWrite() {
     QTest::qWait(20);
     QCOMPARE(env.modbus->requests.size(), sent);
     QCOMPARE(gProfState[5], qint16(0));
+}
+
+// A trend opens centred at its first size and guards its menu item; it will not close during the
+// walk of the bank windows or while minimized; its close and the exit keep its file.
+void TstFrmMain::trendMenuOpensOneTrendThatClosesOnlyWhenItMay() {
+    TestEnv env;
+    TrendConfig config;
+    config.minutes = 1;
+    config.codes = {0};
+    config.channels = {{QStringLiteral("TIC-101"), 255}};
+    QVERIFY(writeTrendConfig(env.path("Trend1.trn"), config));
+    auto* main = new FrmMain;
+    main->resize(1000, 800);
+    main->show();
+    main->menuItem("mnuTrend1")->trigger();
+    auto* trend = qobject_cast<Ctrend1*>(main->mdiArea()->activeSubWindow());
+    QVERIFY(trend);
+    QCOMPARE(trend->tag(), QStringLiteral("Trend1"));
+    QVERIFY(!main->menuItem("mnuTrend1")->isEnabled());
+    QVERIFY(main->menuItem("mnuTrend2")->isEnabled());
+    const double tpp = twipsPerPixel(main);
+    QCOMPARE(trend->size(), QSize(qRound(7380 / tpp), qRound(3930 / tpp)));
+    const QSize area = main->mdiArea()->viewport()->size();
+    QCOMPARE(trend->pos().x(), qRound(qRound((area.width() * tpp - 7380) / 2) / tpp));
+
+    gBankUpdating = true;
+    QVERIFY(!trend->close());
+    gBankUpdating = false;
+    trend->showMinimized();
+    QVERIFY(!trend->close());
+    trend->showNormal();
+    QFile::remove(env.path("Trend1.trn"));
+    const int width = trend->width();
+    QVERIFY(trend->close());
+    QTRY_VERIFY(main->menuItem("mnuTrend1")->isEnabled());
+    QCOMPARE(readTrendConfig(env.path("Trend1.trn"))->codes, QVector<qint16>{0});
+    QCOMPARE(env.settings->value("Trends\\Ctrend1", "MainWidth", ""),
+             QString::number(qRound(width * tpp)));
+
+    // The exit unloads a trend like any window, and the trend writes its file on the way.
+    main->menuItem("mnuTrend1")->trigger();
+    QFile::remove(env.path("Trend1.trn"));
+    env.dialogs->answerNext(MsgAnswer::Yes);
+    QVERIFY(main->close());
+    QVERIFY(readTrendConfig(env.path("Trend1.trn")));
+    delete main;
 }
 
 void TstFrmMain::secondInstanceOrMissingTagFileStopsTheStart() {

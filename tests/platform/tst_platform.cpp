@@ -275,8 +275,20 @@ void TstPlatform::plotKeepsRingsTracksAndSavesProgressiveJpeg() {
     QSignalSpy stopped(&plot, &Plot::trackingStopped);
     plot.customPlot()->xAxis->moveRange(-0.01);
     QVERIFY(!plot.trackingEnabled() && stopped.count() == 1);
-    plot.addPoint(1, t0.addSecs(7200), 1);
+    plot.addPoint(1, t0.addSecs(7200), 2);
     QVERIFY(plot.xMin() + plot.xSpan() < Plot::toDays(t0.addSecs(3600)));
+
+    // The data cursor names the moment and each pen's newest value at or before it.
+    plot.setChannelTitle(0, "FIC-1");
+    plot.setDateTimeFormat("hh:nn:ss");
+    plot.setDataCursorVisible(true);
+    const QDateTime between = t0.addSecs(5000);
+    plot.setDataCursorKey(Plot::toDays(between));
+    QCOMPARE(plot.dataCursorText(),
+             between.toLocalTime().toString("hh:mm:ss") + "\nFIC-1: 8\nTIC-101: 1");
+    plot.setDataCursorKey(Plot::toDays(t0.addSecs(5)));
+    QVERIFY(plot.dataCursorText().endsWith("\nFIC-1: -\nTIC-101: -"));
+    plot.setDataCursorVisible(false);
 
     // The system's time formats in Qt's terms.
     const QDateTime at(QDate(2026, 3, 4), QTime(15, 5, 9));
