@@ -248,7 +248,8 @@ bool TrendSetup::transferScales(Plot& plot) {
     // The field called the span is the top of the scale.
     const double span = TrendSpanAnalog->value() - zero;
     if (span <= 0) {
-        msgBox(QStringLiteral("The Trend Span must be above the Trend Zero."),
+        msgBox(QStringLiteral("The Trend Span is taken as the top of the scale: it must be above "
+                              "the Trend Zero."),
                MsgIcon::Information);
         return false;
     }

@@ -387,6 +387,8 @@ void Ctrend1::printTrend() {
         windowTitle(), windowTitle() + QStringLiteral(" on ") + regionalShortDate(now.date()) +
                            QStringLiteral(" at ") + regionalLongTime(now.time()));
     const std::unique_ptr<QPrinter> printer = printers().defaultPrinter(job.jobName);
+    // A chart is wider than it is high.
+    printer->setPageOrientation(QPageLayout::Landscape);
     QString why;
     if (!iPlotX->print(*printer, job, &why))
         reportError(QStringLiteral("printTrend"), kFileAccessError, why);

@@ -48,6 +48,15 @@ Plot::Plot(QWidget* parent) : QWidget(parent), m_plot(new QCustomPlot(this)) {
     m_plot->xAxis->setTicker(QSharedPointer<DaysTicker>::create());
     m_plot->yAxis->setTicker(QSharedPointer<ValueTicker>::create());
     m_plot->legend->setVisible(true);
+    // Beside the chart, not over it: the newest points are drawn at the right edge.
+    auto* legendCell = new QCPLayoutGrid;
+    m_plot->plotLayout()->addElement(0, 1, legendCell);
+    m_plot->plotLayout()->setColumnStretchFactor(1, 0.001);
+    m_plot->axisRect()->insetLayout()->take(m_plot->legend);
+    legendCell->addElement(0, 0, m_plot->legend);
+    legendCell->addElement(1, 0, new QCPLayoutElement(m_plot)); // keeps the legend at the top
+    legendCell->setRowStretchFactor(0, 0.001);
+    m_plot->plotLayout()->setMargins(QMargins(0, 0, 4, 0));
     showXRange(0.0);
     showYRange();
     // The time axis may be pulled back through the past; that stops tracking.

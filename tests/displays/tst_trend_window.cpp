@@ -312,7 +312,8 @@ void TstTrendWindow::setupServesTheTrendItsCallerNames() {
     spans << two->iPlotX->ySpan();
     QCOMPARE(spans, (QList<double>{300.0, 300.0}));
     QCOMPARE(env.dialogs->texts().last(),
-             QStringLiteral("The Trend Span must be above the Trend Zero."));
+             QStringLiteral("The Trend Span is taken as the top of the scale: it must be above the "
+                            "Trend Zero."));
 
     // Cancel starts the timer of the trend being set up, and of no other.
     two->Timer1->stop();
