@@ -260,8 +260,10 @@ void TstTrendWindow::setupServesTheTrendItsCallerNames() {
         setup->TrendSpanAnalog->setValue(500);
         setup->OKButton->click();
     });
+    two->timerCounter = 3;
     two->setupTrend();
     QCOMPARE(env.modals.pending(), 0);
+    QCOMPARE(two->timerCounter, 0);
     QCOMPARE(lists, (QStringList{"TIC-101", "TIC-101.SP", "TIC-101.OUT", "DRYER-105",
                                  "DRYER-105.SP", "DRYER-105.OUT"}));
     // The swatch's dialog opened on the row's own colour.
