@@ -390,7 +390,7 @@ void Ctrend1::printTrend() {
     // A chart is wider than it is high.
     printer->setPageOrientation(QPageLayout::Landscape);
     QString why;
-    if (!iPlotX->print(*printer, job, &why))
+    if (!iPlotX->print(*printer, job, &why) && !why.isEmpty())
         reportError(QStringLiteral("printTrend"), kFileAccessError, why);
 }
 

@@ -147,7 +147,10 @@ bool PagePrinter::endPage(QString* error) {
     QCoreApplication::processEvents();
     if (m_progress->wasCanceled()) {
         m_printer.abort();
-        return fail(error, tr("Printing was cancelled."));
+        // The user's own choice: nothing to report.
+        if (error)
+            error->clear();
+        return false;
     }
     return true;
 }

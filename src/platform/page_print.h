@@ -38,8 +38,8 @@ QList<FooterLine> expandFooterCodes(const QString& footer, int page);
 // One print job on one printer: starts the printer, draws the job's header at the top and its
 // footer at the bottom of each page, and shows the progress window whose Cancel stops the job.
 // The caller draws each page's body with painter() inside body(), between beginPage() and
-// endPage(). A false return ends the job with the reason in *error; the job ends, at the
-// latest, with this.
+// endPage(). A false return ends the job with the reason in *error, or no reason when the user
+// cancelled it; the job ends, at the latest, with this.
 class PagePrinter {
     Q_DECLARE_TR_FUNCTIONS(PagePrinter)
 public:

@@ -1,5 +1,6 @@
 #include "plot.h"
 
+#include "clock.h"
 #include "page_print.h"
 
 #include <QImageWriter>
@@ -57,7 +58,7 @@ Plot::Plot(QWidget* parent) : QWidget(parent), m_plot(new QCustomPlot(this)) {
     legendCell->addElement(1, 0, new QCPLayoutElement(m_plot)); // keeps the legend at the top
     legendCell->setRowStretchFactor(0, 0.001);
     m_plot->plotLayout()->setMargins(QMargins(0, 0, 4, 0));
-    showXRange(0.0);
+    showXRange(toDays(currentDateTime()) - m_xSpan);
     showYRange();
     // The time axis may be pulled back through the past; that stops tracking.
     m_plot->setInteraction(QCP::iRangeDrag, true);
@@ -91,6 +92,7 @@ Plot::Plot(QWidget* parent) : QWidget(parent), m_plot(new QCustomPlot(this)) {
     connect(m_plot, &QCustomPlot::beforeReplot, this, [this] {
         if (dataCursorVisible())
             m_cursorText->setText(dataCursorText());
+        fitTimeLabels();
     });
     setXColors(m_xLabelColor, m_xScaleColor);
     setYColors(m_yLabelColor, m_yScaleColor);
@@ -254,9 +256,8 @@ void Plot::follow() {
             any = true;
         }
     }
-    if (!any)
-        return;
-    showXRange(newest - m_xSpan);
+    // A trend without points yet shows the span that ends now.
+    showXRange((any ? newest : toDays(currentDateTime())) - m_xSpan);
 }
 
 // A span of zero or beyond what the axis can show is kept as set, and shown as the nearest
@@ -277,6 +278,18 @@ void Plot::showXRange(double lower) {
 
 void Plot::showYRange() {
     m_plot->yAxis->setRange(shownRange(m_yMin, m_ySpan));
+}
+
+void Plot::fitTimeLabels() {
+    // As many time labels as fit side by side with room between them.
+    const QFontMetrics metrics(m_plot->xAxis->tickLabelFont());
+    const auto* ticker = static_cast<const DaysTicker*>(m_plot->xAxis->ticker().data());
+    const int label =
+        metrics.horizontalAdvance(
+            QDateTime(QDate(2026, 12, 28), QTime(23, 58, 58)).toString(ticker->format)) +
+        4 * metrics.horizontalAdvance(u'0');
+    m_plot->xAxis->ticker()->setTickCount(
+        std::clamp(m_plot->axisRect()->width() * 2 / (3 * std::max(label, 1)), 1, 5));
 }
 
 double Plot::xMin() const {

@@ -111,6 +111,7 @@ private:
     static QCPRange shownRange(double lower, double span);
     void showXRange(double lower);
     void showYRange();
+    void fitTimeLabels();
 
     QCustomPlot* m_plot;
     QCPItemStraightLine* m_cursorLine;
