@@ -3,6 +3,8 @@
 #include "app/frm_about.h"
 #include "app/frm_main.h"
 #include "control/frm_alarm_settings.h"
+#include "displays/bar_graph.h"
+#include "displays/digital_values.h"
 #include "plant/child_window.h"
 #include "plant/frm_control_setup.h"
 #include "records/alarm_log.h"
@@ -14,6 +16,7 @@
 #include "security/login.h"
 #include "security/rights.h"
 
+#include <QAction>
 #include <QMdiArea>
 
 namespace {
@@ -60,7 +63,8 @@ std::vector<MenuEntry> buildTable() {
          [](FrmMain& main) { main.mnuFileExit_Click(); });
 
     menu({}, view, QStringLiteral("&View"));
-    item(view, QStringLiteral("mnuDigValues"), QStringLiteral("&Digital Values"), -1);
+    item(view, QStringLiteral("mnuDigValues"), QStringLiteral("&Digital Values"), -1,
+         [](FrmMain& main) { showDigitalValues(main.mdiArea()); });
     item(view, QStringLiteral("mnuAlarmLog"), QStringLiteral("&Alarm Log"), -1, [](FrmMain& main) {
         if (AlarmLog* log = alarmLog()) {
             log->showNormal();
@@ -78,7 +82,13 @@ std::vector<MenuEntry> buildTable() {
     menu(view, QStringLiteral("mnuBars"), QStringLiteral("&Bar Graphs"));
     for (int i = 1; i <= 4; ++i)
         item(QStringLiteral("mnuBars"), QStringLiteral("mnuBarGraph%1").arg(i),
-             QStringLiteral("Bar Graphs (%1 To %2)").arg(16 * (i - 1) + 1).arg(16 * i), -1);
+             QStringLiteral("Bar Graphs (%1 To %2)").arg(16 * (i - 1) + 1).arg(16 * i), -1,
+             [i](FrmMain& main) {
+                 const QString name = QStringLiteral("mnuBarGraph%1").arg(i);
+                 main.menuItem(name)->setEnabled(false);
+                 showBarGraph(main.mdiArea(), qint16(16 * (i - 1)))
+                     ->guardMenuItem(main.menuItem(name));
+             });
     dash(view, QStringLiteral("mnuProfDash"));
     item(view, QStringLiteral("mnuProfiler"), QStringLiteral("&Profiler"), Right::Profiler);
     dash(view, QStringLiteral("mnuDash1"));

@@ -1,0 +1,139 @@
+#include "digital_values.h"
+
+#include "plant/comm_errors.h"
+#include "plant/plant_store.h"
+#include "platform/clock.h"
+#include "platform/dialogs.h"
+#include "platform/placement.h"
+#include "platform/printers.h"
+#include "platform/record_grid.h"
+#include "platform/window_parts.h"
+#include "records/daily_files.h"
+#include "records/viewer_commands.h"
+
+#include <QAction>
+#include <QCoreApplication>
+#include <QMdiArea>
+#include <QPointer>
+#include <QPrinter>
+#include <QTimer>
+#include <QToolBar>
+#include <QVBoxLayout>
+
+namespace {
+constexpr int kWidthTwips = 4515;
+constexpr int kHeightTwips = 2868;
+
+QPointer<DigitalValues> gDigitalValues;
+
+// A number as the grid shows it: a blank where a plus sign would stand.
+QString valueText(double value) {
+    const QString text = QString::number(value, 'g', QLocale::FloatingPointShortest);
+    return value < 0 ? text : u' ' + text;
+}
+} // namespace
+
+DigitalValues::DigitalValues(QWidget* parent)
+    : ChildWindow(Life::Display, QStringLiteral("digitalValues"), parent) {
+    setAttribute(Qt::WA_DeleteOnClose);
+    QVBoxLayout* layout = makeWindowBody(this, QStringLiteral("DigitalValues"),
+                                         QStringLiteral("System Digital Values"));
+    QWidget* body = widget();
+    Toolbar1 = makeToolbar(body, Qt::ToolButtonTextUnderIcon);
+    QAction* print = addToolButton(Toolbar1, QStyle::SP_FileIcon, QStringLiteral("Print"),
+                                   QStringLiteral("Print Digital Values"));
+    connect(print, &QAction::triggered, this, &DigitalValues::printDigitalValues);
+    layout->addWidget(Toolbar1);
+    Grid1 = new RecordGrid(body);
+    Grid1->setObjectName(QStringLiteral("Grid1"));
+    Grid1->setColumns({QStringLiteral("Tagname"), QStringLiteral("Value"),
+                       QStringLiteral("Tagname"), QStringLiteral("Value")},
+                      {20, 7, 20, 7});
+    Grid1->setRowHeightUnits(11);
+    Grid1->setLocked(true);
+    layout->addWidget(Grid1, 1);
+
+    Timer1 = new QTimer(this);
+    Timer1->setObjectName(QStringLiteral("Timer1"));
+    Timer1->setInterval(1000);
+    connect(Timer1, &QTimer::timeout, this, &DigitalValues::timer1Tick);
+    Timer1->start();
+}
+
+void DigitalValues::timer1Tick() {
+    if (gActiveCount <= 0) {
+        Grid1->setRowCount(0);
+        return;
+    }
+    QPointer<DigitalValues> alive(this);
+    for (int i = 0; i < gActiveCount; ++i) {
+        QCoreApplication::processEvents();
+        if (!alive)
+            return;
+        // The list may have been rebuilt while the events ran.
+        Grid1->setRowCount(gActiveCount);
+        const int c = gActiveList.value(i) - 1;
+        if (!validRow(c))
+            continue;
+        const auto row = size_t(c);
+        Grid1->setText(i, 0, gPvTag[row]);
+        // A reading that is no number (an error display) leaves the cell as it was.
+        if (const std::optional<double> pv = gPV[row].asNumber())
+            Grid1->setText(i, 1, valueText(*pv));
+        Grid1->setText(i, 2, gSpTag[row]);
+        if (const std::optional<double> sp = gSP[row].asNumber())
+            Grid1->setText(i, 3, valueText(*sp));
+    }
+}
+
+void DigitalValues::printDigitalValues() {
+    // The alarm log's texts: this window has always said so.
+    if (Grid1->rowCount() == 0) {
+        msgBox(QStringLiteral("There are no alarms to print!"), MsgIcon::Question, MsgButtons::Ok,
+               QStringLiteral("Print Alarms"));
+        return;
+    }
+    if (!printers().hasDefaultPrinter()) {
+        msgBox(QStringLiteral("There is no default printer! Please install or select a default "
+                              "printer."),
+               MsgIcon::Critical);
+        return;
+    }
+    const QDateTime now = currentDateTime();
+    const GridPrintJob job = viewerPrintJob(
+        QStringLiteral("System Digital Values Printout"),
+        QStringLiteral("Current System Digital Values on ") + regionalShortDate(now.date()) +
+            QStringLiteral(" at ") + regionalLongTime(now.time()));
+    const std::unique_ptr<QPrinter> printer = printers().defaultPrinter(job.jobName);
+    int copies = 1;
+    if (!printers().choosePrinter(*printer, &copies))
+        return;
+    for (int copy = 0; copy < std::max(1, copies); ++copy) {
+        QString error;
+        if (!Grid1->print(*printer, job, &error)) {
+            if (!error.isEmpty()) // a cancel in the progress window wants no box
+                reportError(QStringLiteral("printDigitalValues"), 75, error);
+            return;
+        }
+    }
+}
+
+DigitalValues* showDigitalValues(QMdiArea* area) {
+    if (DigitalValues* open = gDigitalValues.data()) {
+        open->showNormal();
+        area->setActiveSubWindow(open);
+        open->raise();
+        return open;
+    }
+    auto* window = new DigitalValues;
+    gDigitalValues = window;
+    area->addSubWindow(window);
+    const double tpp = twipsPerPixel(area);
+    const QSize client = area->viewport()->size();
+    window->restorePlacement({qRound((client.width() * tpp - kWidthTwips) / 2),
+                              qRound((client.height() * tpp - kHeightTwips) / 2), kWidthTwips,
+                              kHeightTwips});
+    window->show();
+    window->timer1Tick();
+    return window;
+}
