@@ -1,19 +1,14 @@
 #include "trend_window.h"
 
+#include "displays/plot_commands.h"
 #include "displays/trend_setup.h"
-#include "plant/comm_errors.h"
 #include "plant/plant_store.h"
 #include "platform/clock.h"
 #include "platform/dialogs.h"
-#include "platform/page_print.h"
 #include "platform/placement.h"
 #include "platform/plot.h"
-#include "platform/printers.h"
-#include "platform/record_grid.h"
 #include "platform/window_parts.h"
-#include "records/daily_files.h"
 #include "records/record_paths.h"
-#include "records/viewer_commands.h"
 #include "security/rights.h"
 
 #include <QCoreApplication>
@@ -21,7 +16,6 @@
 #include <QGridLayout>
 #include <QMdiArea>
 #include <QPointer>
-#include <QPrinter>
 #include <QSlider>
 #include <QSpinBox>
 #include <QTimer>
@@ -362,36 +356,11 @@ void Ctrend1::assignChannelsForUser(TrendSetup& setup) {
 }
 
 void Ctrend1::saveTrendJPG() {
-    if (!checkAccess(Right::OpenSaveFiles))
-        return;
-    FileDialogRequest request;
-    request.title = QStringLiteral("Save trend jpeg as?");
-    request.filter = QStringLiteral("Jpeg Files(*.jpg)|*.jpg");
-    request.defaultExtension = QStringLiteral(".jpg");
-    request.initialDirectory = gAppPath;
-    request.fileName = windowTitle() + QStringLiteral(".jpg");
-    request.overwritePrompt = true;
-    const FileDialogResult chosen = dialogs().saveFile(request);
-    if (chosen.cancelled)
-        return;
-    if (!iPlotX->saveJpeg(chosen.path, 100))
-        msgBox(QStringLiteral("Jpeg file can not be saved. Check filename or disk space"),
-               MsgIcon::Critical);
+    savePlotJpeg(*iPlotX, windowTitle() + QStringLiteral(".jpg"));
 }
 
 void Ctrend1::printTrend() {
-    if (!defaultPrinterOrSay())
-        return;
-    const QDateTime now = currentDateTime();
-    const PrintJob job = viewerPrintJob(
-        windowTitle(), windowTitle() + QStringLiteral(" on ") + regionalShortDate(now.date()) +
-                           QStringLiteral(" at ") + regionalLongTime(now.time()));
-    const std::unique_ptr<QPrinter> printer = printers().defaultPrinter(job.jobName);
-    // A chart is wider than it is high.
-    printer->setPageOrientation(QPageLayout::Landscape);
-    QString why;
-    if (!iPlotX->print(*printer, job, &why) && !why.isEmpty())
-        reportError(QStringLiteral("printTrend"), kFileAccessError, why);
+    printPlot(*iPlotX, windowTitle());
 }
 
 bool Ctrend1::readyToClose() {

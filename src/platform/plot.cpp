@@ -235,6 +235,37 @@ void Plot::addPoint(int i, const QDateTime& at, double value) {
     replotSoon();
 }
 
+void Plot::addPoints(int i, const QVector<double>& days, const QVector<double>& values) {
+    QCPGraph* g = graph(i);
+    if (!g || days.size() != values.size())
+        return;
+    g->addData(days, values);
+    addPoint(i, {}, 0.0); // trims to the ring and follows
+}
+
+void Plot::setTitle(const QString& title) {
+    if (title.isEmpty()) {
+        if (m_title) {
+            m_plot->plotLayout()->remove(m_title);
+            m_plot->plotLayout()->simplify();
+            m_title = nullptr;
+        }
+    } else if (m_title) {
+        m_title->setText(title);
+    } else {
+        m_plot->plotLayout()->insertRow(0);
+        m_title = new QCPTextElement(m_plot, title,
+                                     QFont(font().family(), font().pointSize() + 1, QFont::Bold));
+        m_title->setTextColor(toColor(m_legendColor));
+        m_plot->plotLayout()->addElement(0, 0, m_title);
+    }
+    replotSoon();
+}
+
+QString Plot::title() const {
+    return m_title ? m_title->text() : QString();
+}
+
 QVector<QPointF> Plot::points(int i) const {
     QVector<QPointF> out;
     if (const QCPGraph* g = graph(i)) {
@@ -349,6 +380,8 @@ void Plot::setYColors(qint32 labels, qint32 scaleLines) {
 void Plot::setLegendColor(qint32 color) {
     m_legendColor = color;
     m_plot->legend->setTextColor(toColor(color));
+    if (m_title)
+        m_title->setTextColor(toColor(color));
     replotSoon();
 }
 

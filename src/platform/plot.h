@@ -12,6 +12,7 @@ class QCPGraph;
 class QCPRange;
 class QCPItemStraightLine;
 class QCPItemText;
+class QCPTextElement;
 class QPrinter;
 struct PrintJob;
 
@@ -44,6 +45,12 @@ public:
     // A point at the moment given (its X is that moment in days).
     void addPoint(int i, const QDateTime& at, double value);
     QVector<QPointF> points(int i) const;
+    // Many points at once, their X in days, in any order; the ring applies as to single points.
+    void addPoints(int i, const QVector<double>& days, const QVector<double>& values);
+
+    // A title above the chart; none when empty.
+    void setTitle(const QString& title);
+    QString title() const;
 
     // The spans are kept as set, a span of zero too; the axes show the nearest range they can.
     double xMin() const;
@@ -114,6 +121,7 @@ private:
     void fitTimeLabels();
 
     QCustomPlot* m_plot;
+    QCPTextElement* m_title = nullptr;
     QCPItemStraightLine* m_cursorLine;
     QCPItemText* m_cursorText;
     double m_cursorKey = 0.0;

@@ -162,6 +162,17 @@ GridBlock RecordGrid::selectedBlock() const {
     return block;
 }
 
+QList<GridBlock> RecordGrid::selectedBlocks() const {
+    QList<GridBlock> blocks;
+    if (!selectionModel())
+        return blocks;
+    for (const QItemSelectionRange& range : selectionModel()->selection()) {
+        if (range.isValid())
+            blocks.append({range.top(), range.left(), range.bottom(), range.right()});
+    }
+    return blocks;
+}
+
 int RecordGrid::activeRow() const {
     const QModelIndex current = currentIndex();
     return current.isValid() ? current.row() : -1;

@@ -254,6 +254,8 @@ public:
     void setWholeRowSelection(bool wholeRows);
     // The smallest block holding every selected cell; invalid when nothing is selected.
     GridBlock selectedBlock() const;
+    // Each selected block on its own, in the order they were made.
+    QList<GridBlock> selectedBlocks() const;
     int activeRow() const;
     bool setActiveCell(int row, int column);
 

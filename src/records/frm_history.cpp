@@ -12,6 +12,7 @@
 #include "platform/window_parts.h"
 #include "record_file.h"
 #include "record_paths.h"
+#include "records/frm_history_plot.h"
 #include "security/rights.h"
 #include "security/session.h"
 #include "signatures.h"
@@ -77,9 +78,8 @@ FrmHistory::FrmHistory(QWidget* parent) : ChildWindow(Life::Closes, kPlacementSe
     };
     connect(button(QStyle::SP_DialogOpenButton, "Open", "Open history file"), &QAction::triggered,
             this, &FrmHistory::openHistoryFile);
-    // The historical plot comes with its own window; until then Plot and Cancel Plot hold their
-    // places on the toolbar and do nothing.
-    button(QStyle::SP_FileDialogContentsView, "Plot", "Plot history data");
+    connect(button(QStyle::SP_FileDialogContentsView, "Plot", "Plot history data"),
+            &QAction::triggered, this, &FrmHistory::plotHistory);
     m_sign = button(QStyle::SP_DialogApplyButton, "Sign", "Sign file");
     connect(m_sign, &QAction::triggered, this, &FrmHistory::signDataFile);
     m_verify = button(QStyle::SP_DialogYesButton, "Verify", "Verify signature");
@@ -90,7 +90,8 @@ FrmHistory::FrmHistory(QWidget* parent) : ChildWindow(Life::Closes, kPlacementSe
             &QAction::triggered, this, &FrmHistory::searchDataFiles);
     connect(button(QStyle::SP_FileDialogDetailedView, "Print", "Print history grid"),
             &QAction::triggered, this, &FrmHistory::printHistoryGrid);
-    button(QStyle::SP_BrowserStop, "Cancel Plot", "Cancel historical Plotting");
+    connect(button(QStyle::SP_BrowserStop, "Cancel Plot", "Cancel historical Plotting"),
+            &QAction::triggered, this, &FrmHistory::cancelPlot);
     enableSigning(false);
 
     // Label1 holds both frames and follows the window's size; the splitter lets the user give
@@ -618,7 +619,50 @@ void FrmHistory::printHistoryGrid() {
     }
 }
 
+void FrmHistory::plotHistory() {
+    if (m_loading || gPlotRunning)
+        return;
+    const QList<GridBlock> blocks = m_dataGrid->selectedBlocks();
+    if (!checkPlotSelection(blocks))
+        return;
+    setStatus(QStringLiteral(
+        "Plotting data, please wait. Large files could take some time to plot data."));
+    // Only Cancel Plot stays at hand while the grid is read.
+    QList<QAction*> disabled;
+    for (QAction* action : m_toolbar->actions()) {
+        if (action->objectName() != QStringLiteral("Cancel Plot") && action->isEnabled()) {
+            action->setEnabled(false);
+            disabled << action;
+        }
+    }
+    QPointer<FrmHistory> alive(this);
+    PlotHistoryData(*m_dataGrid, blocks, mdiArea());
+    if (!alive)
+        return;
+    for (QAction* action : std::as_const(disabled))
+        action->setEnabled(true);
+    setStatus(QStringLiteral("Current File is ") + gHistoryFileName);
+}
+
+void FrmHistory::cancelPlot() {
+    gPlotRunning = false;
+}
+
+void FrmHistory::showPlotProgress(bool visible) {
+    if (visible)
+        showProgress(100);
+    else
+        hideProgress();
+}
+
+void FrmHistory::setPlotProgress(int percent) {
+    setProgress(percent);
+}
+
 bool FrmHistory::readyToClose() {
+    // A plot on its way reads this window's grid.
+    if (gPlotRunning)
+        return false;
     // The load or search yields to the event loop; a close then is ignored, not put off.
     if (m_loading)
         return false;

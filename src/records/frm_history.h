@@ -44,6 +44,12 @@ public:
     void exportDataFile();
     void searchDataFiles();
     void printHistoryGrid();
+    // Plot: the selected blocks into the historical plot. Cancel Plot stops a plot on its way.
+    void plotHistory();
+    void cancelPlot();
+    // The progress of a plot, in percent, beside the status.
+    void showPlotProgress(bool visible);
+    void setPlotProgress(int percent);
     // True with a file on show, otherwise the box that asks for one.
     bool dataFileOpened();
     void clearHistoryGrids();

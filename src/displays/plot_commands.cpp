@@ -1,0 +1,47 @@
+#include "plot_commands.h"
+
+#include "plant/comm_errors.h"
+#include "plant/plant_store.h"
+#include "platform/clock.h"
+#include "platform/dialogs.h"
+#include "platform/plot.h"
+#include "platform/printers.h"
+#include "platform/record_grid.h"
+#include "records/daily_files.h"
+#include "records/viewer_commands.h"
+#include "security/rights.h"
+
+#include <QPrinter>
+
+void savePlotJpeg(Plot& plot, const QString& proposedName) {
+    if (!checkAccess(Right::OpenSaveFiles))
+        return;
+    FileDialogRequest request;
+    request.title = QStringLiteral("Save trend jpeg as?");
+    request.filter = QStringLiteral("Jpeg Files(*.jpg)|*.jpg");
+    request.defaultExtension = QStringLiteral(".jpg");
+    request.initialDirectory = gAppPath;
+    request.fileName = proposedName;
+    request.overwritePrompt = true;
+    const FileDialogResult chosen = dialogs().saveFile(request);
+    if (chosen.cancelled)
+        return;
+    if (!plot.saveJpeg(chosen.path, 100))
+        msgBox(QStringLiteral("Jpeg file can not be saved. Check filename or disk space"),
+               MsgIcon::Critical);
+}
+
+void printPlot(Plot& plot, const QString& caption) {
+    if (!defaultPrinterOrSay())
+        return;
+    const QDateTime now = currentDateTime();
+    const PrintJob job =
+        viewerPrintJob(caption, caption + QStringLiteral(" on ") + regionalShortDate(now.date()) +
+                                    QStringLiteral(" at ") + regionalLongTime(now.time()));
+    const std::unique_ptr<QPrinter> printer = printers().defaultPrinter(job.jobName);
+    // A chart is wider than it is high.
+    printer->setPageOrientation(QPageLayout::Landscape);
+    QString why;
+    if (!plot.print(*printer, job, &why) && !why.isEmpty())
+        reportError(QStringLiteral("printPlot"), 75, why);
+}
