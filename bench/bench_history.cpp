@@ -196,13 +196,8 @@ int main(int argc, char** argv) {
                     static_cast<long long>(longestWait));
     }
 
-    // What the open is made of: the scratch copy's load into a grid, and the copy itself.
-    RecordGrid other;
-    GridTextFormat format;
-    format.columnTitles = true;
-    t.restart();
-    other.loadText(FrmHistory::plainCopyPath(), format);
-    report("  part: loadText of the plain scratch file", t.elapsed(), lines);
+    // What the open is made of beside the grid's load (the plain scratch copy is gone by now:
+    // it lasts only until the grid holds it): the copy of the data file.
     t.restart();
     QFile::remove(gAppPath + QStringLiteral("/copy.enc"));
     QFile::copy(file, gAppPath + QStringLiteral("/copy.enc"));
