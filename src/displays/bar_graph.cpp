@@ -67,7 +67,9 @@ FrmBarGraph::FrmBarGraph(qint16 firstController, QWidget* parent)
     Bar1X1->setBarCount(2 * kControllers);
     Bar1X1->clearPeaks();
     connect(Bar1X1, &BarDisplay::barsClicked, this, &FrmBarGraph::barsClicked);
-    middle->addWidget(Bar1X1, 1);
+    // As wide as its bars: a click is read from the bars' left edge.
+    Bar1X1->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Expanding);
+    middle->addWidget(Bar1X1);
     auto* limits = new QFormLayout;
     BarUpper = limitEntry(QStringLiteral("BarUpper"), body);
     BarLower = limitEntry(QStringLiteral("BarLower"), body);

@@ -13,6 +13,7 @@
 
 #include <QAction>
 #include <QCoreApplication>
+#include <QHeaderView>
 #include <QMdiArea>
 #include <QPointer>
 #include <QPrinter>
@@ -26,9 +27,10 @@ constexpr int kHeightTwips = 2868;
 
 QPointer<DigitalValues> gDigitalValues;
 
-// A number as the grid shows it: a blank where a plus sign would stand.
+// A number as the grid shows it: seven significant digits, as readings of single precision
+// hold, and a blank where a plus sign would stand.
 QString valueText(double value) {
-    const QString text = QString::number(value, 'g', QLocale::FloatingPointShortest);
+    const QString text = QString::number(value, 'g', 7);
     return value < 0 ? text : u' ' + text;
 }
 } // namespace
@@ -130,8 +132,15 @@ DigitalValues* showDigitalValues(QMdiArea* area) {
     area->addSubWindow(window);
     const double tpp = twipsPerPixel(area);
     const QSize client = area->viewport()->size();
-    window->restorePlacement({qRound((client.width() * tpp - kWidthTwips) / 2),
-                              qRound((client.height() * tpp - kHeightTwips) / 2), kWidthTwips,
+    // Wide enough for its four columns at first: the grid's characters are wider here than the
+    // window's old size allowed for.
+    RecordGrid* grid = window->Grid1;
+    const int columnsPx = grid->horizontalHeader()->length() +
+                          grid->verticalHeader()->sizeHint().width() +
+                          grid->style()->pixelMetric(QStyle::PM_ScrollBarExtent) + 24;
+    const int width = std::max(kWidthTwips, qRound(columnsPx * tpp));
+    window->restorePlacement({qRound((client.width() * tpp - width) / 2),
+                              qRound((client.height() * tpp - kHeightTwips) / 2), width,
                               kHeightTwips});
     window->show();
     window->timer1Tick();

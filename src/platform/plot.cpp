@@ -147,8 +147,13 @@ void Plot::replotSoon() {
 }
 
 int Plot::addChannel() {
+    // Each channel in a colour of its own until it is given one.
+    static const QColor kColours[] = {
+        Qt::red,      Qt::blue,    QColor(0, 160, 0), Qt::magenta,         QColor(255, 128, 0),
+        Qt::darkCyan, Qt::darkRed, Qt::darkBlue,      QColor(128, 128, 0), Qt::darkMagenta,
+        Qt::gray,     Qt::black};
     QCPGraph* g = m_plot->addGraph();
-    g->setPen(QPen(Qt::black));
+    g->setPen(QPen(kColours[(m_plot->graphCount() - 1) % std::size(kColours)]));
     m_rings.append(kDefaultRing);
     replotSoon();
     return m_plot->graphCount() - 1;
