@@ -111,6 +111,8 @@ FrmHistory::FrmHistory(QWidget* parent) : ChildWindow(Life::Closes, kPlacementSe
     m_dataGrid->setObjectName(QStringLiteral("vaGrid"));
     m_dataGrid->setProperty("index", 0);
     m_dataGrid->setLocked(true);
+    // Several blocks at once (with Ctrl), each its channels in a historical plot.
+    m_dataGrid->setSelectionMode(QAbstractItemView::ExtendedSelection);
     dataLayout->addWidget(m_dataGrid);
 
     auto* sigFrame = new QGroupBox(QStringLiteral("Electronic Signatures:"), splitter);
