@@ -1,6 +1,7 @@
 #include "frm_main.h"
 
 #include "app/main_menu.h"
+#include "displays/project_file.h"
 #include "displays/trend_window.h"
 #include "plant/child_window.h"
 #include "plant/comm_errors.h"

@@ -13,8 +13,6 @@ class QMenu;
 class QTimer;
 class ScanController;
 
-inline const QString kMainCaption = QStringLiteral("Brenlock Controls Sorvantel");
-
 // The multiple-document main window: menus, status bar, the poll timer Timer2 and the
 // housekeeping timer Timer3. Every other window of the workstation opens inside it.
 class FrmMain : public QMainWindow {
@@ -78,6 +76,5 @@ private:
 
 // The main window while it is loaded.
 FrmMain* frmMain();
-inline QString gProjectTitle;
 // Help file of the application, set at start.
 inline QString gHelpFile;

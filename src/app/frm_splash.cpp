@@ -2,6 +2,7 @@
 
 #include "app/frm_main.h"
 #include "app/startup.h"
+#include "displays/project_file.h"
 #include "plant/comm_errors.h"
 #include "plant/frm_logger.h"
 #include "plant/plant_store.h"

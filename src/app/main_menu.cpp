@@ -5,6 +5,7 @@
 #include "control/frm_alarm_settings.h"
 #include "displays/bar_graph.h"
 #include "displays/digital_values.h"
+#include "displays/project_file.h"
 #include "plant/child_window.h"
 #include "plant/frm_control_setup.h"
 #include "records/alarm_log.h"
@@ -27,6 +28,12 @@ template <typename Window> Handler single(const QString& item) {
     return [item](FrmMain& main) {
         main.showSingleWindow(item, new Window);
     };
+}
+
+// A project command names the caption the main window takes when it changes.
+void takeCaption(FrmMain& main, const std::optional<QString>& caption) {
+    if (caption)
+        main.setWindowTitle(*caption);
 }
 
 std::vector<MenuEntry> buildTable() {
@@ -52,12 +59,15 @@ std::vector<MenuEntry> buildTable() {
     // Commands with a right and no handler belong to windows still to come: until then they
     // ask their right and stop there.
     menu({}, file, QStringLiteral("&File"));
-    item(file, QStringLiteral("mnuOpenP"), QStringLiteral("&Open Project"), Right::OpenProject);
-    item(file, QStringLiteral("mnuCloseP"), QStringLiteral("&Close Project"), Right::CloseProject);
+    item(file, QStringLiteral("mnuOpenP"), QStringLiteral("&Open Project"), Right::OpenProject,
+         [](FrmMain& main) { takeCaption(main, openProject()); });
+    item(file, QStringLiteral("mnuCloseP"), QStringLiteral("&Close Project"), Right::CloseProject,
+         [](FrmMain& main) { takeCaption(main, closeProject(main.mdiArea())); });
     dash(file, QStringLiteral("mnuFileDash"));
-    item(file, QStringLiteral("mnuSaveP"), QStringLiteral("S&ave Project"), Right::SaveProject);
+    item(file, QStringLiteral("mnuSaveP"), QStringLiteral("S&ave Project"), Right::SaveProject,
+         [](FrmMain& main) { takeCaption(main, saveProject()); });
     item(file, QStringLiteral("mnuSavePas"), QStringLiteral("S&ave Project As.."),
-         Right::SaveProject);
+         Right::SaveProject, [](FrmMain& main) { takeCaption(main, saveProjectAs()); });
     dash(file, QStringLiteral("mnuSaveDash"));
     item(file, QStringLiteral("mnuFileExit"), QStringLiteral("E&xit"), -1,
          [](FrmMain& main) { main.mnuFileExit_Click(); });

@@ -8,26 +8,98 @@
 #include <cmath>
 
 namespace {
-constexpr int kTagColumn = 2;
-
-// The number a cell holds, as a numeric conversion reads it: " 1 ", "1" and "1.0" are all 1, and
-// a fraction rounds half to even. Nothing for text that is no number or will not fit 16 bits,
-// nor, when exact, for a fraction.
-std::optional<int> wholeNumber(const QString& text, bool exact = false) {
+// Blanks around the number allowed, as the readers have always taken the print form.
+std::optional<double> cellNumber(const QString& text) {
     bool ok = false;
     const double v = QLocale::c().toDouble(text.trimmed(), &ok);
     if (!ok || !std::isfinite(v))
         return std::nullopt;
-    const double rounded = std::nearbyint(v);
-    if (rounded < -32768 || rounded > 32767 || (exact && rounded != v))
+    return v;
+}
+
+// A fraction stays as it stands when written: its print form would round, and the enable flag,
+// read as it stands, would change (0.8 is no 1, " 1 " is).
+std::optional<int> exactWholeNumber(const QString& text) {
+    const auto v = cellNumber(text);
+    const auto n = wholeNumber(text);
+    if (!n || *v != *n)
         return std::nullopt;
-    return static_cast<int>(rounded);
+    return n;
 }
 } // namespace
 
 QString numberPrintForm(long long value) {
     return (value >= 0 ? QStringLiteral(" ") : QString()) + QString::number(value) +
            QStringLiteral(" ");
+}
+
+QStringList textFileLines(const QByteArray& bytes) {
+    QStringList lines = QString::fromLatin1(bytes).split(u'\n');
+    if (lines.last().isEmpty())
+        lines.removeLast();
+    for (QString& line : lines)
+        line.remove(u'\r');
+    return lines;
+}
+
+QByteArray cellLine(QString text) {
+    return text.remove(u'\r').remove(u'\n').toLatin1() + "\r\n";
+}
+
+std::optional<int> wholeNumber(const QString& text, int min, int max, NumberFault* fault) {
+    const auto v = cellNumber(text);
+    const double rounded = v ? std::nearbyint(*v) : 0.0;
+    const NumberFault found = !v                               ? NumberFault::NotANumber
+                              : rounded < min || rounded > max ? NumberFault::OutOfRange
+                                                               : NumberFault::None;
+    if (fault)
+        *fault = found;
+    if (found != NumberFault::None)
+        return std::nullopt;
+    return static_cast<int>(rounded);
+}
+
+int fillTagTable(TagTable& table, const QStringList& lines) {
+    const int cells = static_cast<int>(std::min<qsizetype>(lines.size(), kTagLines));
+    for (int i = 0; i < cells; ++i)
+        table[i / kTagColumns][i % kTagColumns] = lines[i];
+    return cells;
+}
+
+std::optional<ControllerIdentity> controllerIdentity(const TagTable& table, CellFault* fault) {
+    ControllerIdentity id;
+    for (int c = 0; c < kControllerCount; ++c) {
+        const int row = 3 * c;
+        const auto& pvRow = table[row];
+        NumberFault familyFault = NumberFault::None;
+        NumberFault logFault = NumberFault::None;
+        const auto flag = cellNumber(pvRow[1]);
+        const auto family = wholeNumber(pvRow[4], -32768, 32767, &familyFault);
+        const auto log = wholeNumber(pvRow[5], -32768, 32767, &logFault);
+        if (!flag || !family || !log) {
+            if (fault)
+                *fault = !flag     ? CellFault{row, 1, NumberFault::NotANumber}
+                         : !family ? CellFault{row, 4, familyFault}
+                                   : CellFault{row, 5, logFault};
+            return std::nullopt;
+        }
+        id.enabled[c] = *flag == 1.0;
+        id.type[c] = static_cast<qint16>(*family);
+        id.logChannel[c] = static_cast<qint16>(*log);
+    }
+    return id;
+}
+
+void applyControllerIdentity(const TagTable& table, const ControllerIdentity& identity) {
+    for (int c = 0; c < kControllerCount; ++c) {
+        const int r = 3 * c;
+        gPvTag[c] = table[r][kTagColumnText];
+        gSpTag[c] = table[r + 1][kTagColumnText];
+        gOutTag[c] = table[r + 2][kTagColumnText];
+    }
+    gControlEnabled = identity.enabled;
+    gControlType = identity.type;
+    gLogChannel = identity.logChannel;
 }
 
 bool readTagFile(const QString& path, QString* error) {
@@ -37,78 +109,39 @@ bool readTagFile(const QString& path, QString* error) {
             *error = file.errorString();
         return false;
     }
-    const QByteArray bytes = file.readAll();
-    // Lines end with CR LF; a file edited elsewhere may have bare LF.
-    QList<QByteArray> lines = bytes.split('\n');
-    if (!lines.isEmpty() && lines.last().isEmpty())
-        lines.removeLast();
-    if (lines.size() < kTagRows * kTagColumns) {
+    const QStringList lines = textFileLines(file.readAll());
+    if (lines.size() < kTagLines) {
         if (error)
             *error = QStringLiteral("%1 holds %2 lines, %3 needed")
                          .arg(path)
                          .arg(lines.size())
-                         .arg(kTagRows * kTagColumns);
+                         .arg(kTagLines);
         return false;
     }
-    auto table = std::make_unique<std::array<std::array<QString, kTagColumns>, kTagRows>>();
-    for (int r = 0; r < kTagRows; ++r) {
-        for (int c = 0; c < kTagColumns; ++c) {
-            // Not only the CR of the line end: the writer drops every CR from a cell (another
-            // editor takes one for a line end), so a cell read with one would not read back.
-            const QByteArray line = QByteArray(lines[r * kTagColumns + c]).replace('\r', "");
-            (*table)[r][c] = QString::fromLatin1(line);
-        }
-    }
-    std::array<bool, kControllerCount> enabled{};
-    std::array<qint16, kControllerCount> type{};
-    std::array<qint16, kControllerCount> logChannel{};
-    for (int c = 0; c < kControllerCount; ++c) {
-        const auto& pvRow = (*table)[3 * c];
-        bool flagIsNumber = false;
-        const double flag = QLocale::c().toDouble(pvRow[1].trimmed(), &flagIsNumber);
-        const auto family = wholeNumber(pvRow[4]);
-        const auto log = wholeNumber(pvRow[5]);
-        if (!flagIsNumber || !family || !log) {
-            if (error)
-                *error = QStringLiteral("%1: controller %2 has a flag that is not a number")
-                             .arg(path)
-                             .arg(c + 1);
-            return false;
-        }
-        enabled[c] = flag == 1.0;
-        type[c] = static_cast<qint16>(*family);
-        logChannel[c] = static_cast<qint16>(*log);
+    auto table = std::make_unique<TagTable>();
+    fillTagTable(*table, lines);
+    CellFault fault;
+    const std::optional<ControllerIdentity> identity = controllerIdentity(*table, &fault);
+    if (!identity) {
+        if (error)
+            *error = QStringLiteral("%1: controller %2 has a flag that is not a number")
+                         .arg(path)
+                         .arg(fault.row / 3 + 1);
+        return false;
     }
     gTagTable = *table;
-    for (int c = 0; c < kControllerCount; ++c) {
-        const int r = 3 * c;
-        gPvTag[c] = gTagTable[r][kTagColumn];
-        gSpTag[c] = gTagTable[r + 1][kTagColumn];
-        gOutTag[c] = gTagTable[r + 2][kTagColumn];
-        gControlEnabled[c] = enabled[c];
-        gControlType[c] = type[c];
-        gLogChannel[c] = logChannel[c];
-    }
+    applyControllerIdentity(gTagTable, *identity);
     return true;
 }
 
 bool writeTagFile(const QString& path, QString* error) {
     QByteArray out;
-    out.reserve(kTagRows * kTagColumns * 12);
+    out.reserve(kTagLines * 12);
     for (int r = 0; r < kTagRows; ++r) {
         for (int c = 0; c < kTagColumns; ++c) {
             const QString& cell = gTagTable[r][c];
-            QString line = cell;
-            // A fraction stays as it stands: its print form would round, and the enable flag, read
-            // as it stands, would change (0.8 is no 1, " 1 " is).
-            if (c != kTagColumn) {
-                if (const auto n = wholeNumber(cell, true))
-                    line = numberPrintForm(*n);
-            }
-            // A line break inside a tag would shift every later line of the file.
-            line.remove(QLatin1Char('\r')).remove(QLatin1Char('\n'));
-            out += line.toLatin1();
-            out += "\r\n";
+            const auto n = c != kTagColumnText ? exactWholeNumber(cell) : std::nullopt;
+            out += cellLine(n ? numberPrintForm(*n) : cell);
         }
     }
     return writeFileAtomically(path, out, error);

@@ -26,6 +26,23 @@ bool writeFileAtomically(const QString& path, const QByteArray& bytes, QString* 
     return true;
 }
 
+bool copyFileOver(const QString& from, const QString& to, QString* error) {
+    QFile source(from);
+    if (!source.open(QIODevice::ReadOnly)) {
+        if (error)
+            *error = source.errorString();
+        return false;
+    }
+    const QByteArray bytes = source.readAll();
+    // A read cut short must not become a short copy.
+    if (source.error() != QFileDevice::NoError) {
+        if (error)
+            *error = source.errorString();
+        return false;
+    }
+    return writeFileAtomically(to, bytes, error);
+}
+
 bool ensureFileExists(const QString& path, QString* error) {
     QDir().mkpath(QFileInfo(path).absolutePath());
     QFile file(path);

@@ -8,6 +8,8 @@ class QFile;
 // Replaces a file whole: written beside it, synced to the disk, then renamed over it, so that a
 // crash leaves either the old file or the new one.
 bool writeFileAtomically(const QString& path, const QByteArray& bytes, QString* error = nullptr);
+// Copies a file over another the same way: a copy that fails leaves the target as it was.
+bool copyFileOver(const QString& from, const QString& to, QString* error = nullptr);
 
 // Appends one record line (the caller adds the line end) as one write, synced to the disk before
 // it returns, so that a crash loses at most the line being written. A file made by this call has

@@ -71,9 +71,13 @@ private slots:
 void TstFrmMain::menuCommandsAskTheirRight_data() {
     QTest::addColumn<QString>("name");
     QTest::addColumn<int>("right");
-    // One command that asks through the menu table, and those that ask in code of their own.
+    // Commands that ask through the menu table, and those that ask in code of their own.
     // Going back to real time asks the data viewer's right.
     for (const auto& [name, right] : {std::pair{"mnuAudit", 19},
+                                      {"mnuOpenP", 0},
+                                      {"mnuCloseP", 1},
+                                      {"mnuSaveP", 2},
+                                      {"mnuSavePas", 2},
                                       {"mnuRtMode", 9},
                                       {"mnuSimMode", 10},
                                       {"mnuPasswords", 11},

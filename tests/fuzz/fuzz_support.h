@@ -3,6 +3,8 @@
 // What the fuzz targets share: the failure of a property, a folder of the run's own and whole
 // files in and out. Each target stands alone otherwise, so that a replay needs nothing else.
 
+#include "plant/plant_store.h"
+
 #include <QByteArray>
 #include <QByteArrayView>
 #include <QFile>
@@ -42,4 +44,15 @@ inline QByteArray readBytes(const QString& path) {
 
 inline QByteArrayView inputBytes(const uint8_t* data, size_t size) {
     return {reinterpret_cast<const char*>(data), static_cast<qsizetype>(size)};
+}
+
+// Enabled controllers of all three families at these rows of the store, tagged TIC-<101 + row>.
+inline void enableSamplePlant(std::initializer_list<int> rows) {
+    for (int c : rows) {
+        gControlEnabled[c] = true;
+        gControlType[c] = static_cast<qint16>(c % 3);
+        gPvTag[c] = QStringLiteral("TIC-%1").arg(101 + c);
+        gSpTag[c] = gPvTag[c] + QStringLiteral(".SP");
+        gOutTag[c] = gPvTag[c] + QStringLiteral(".OUT");
+    }
 }

@@ -34,13 +34,7 @@ bool readsTheSame(const Plant& a, const Plant& b) {
 const Plant& knownPlant() {
     static const Plant known = [] {
         resetPlantStore();
-        for (int c : {0, 1, 5, 63}) {
-            gControlEnabled[c] = true;
-            gControlType[c] = static_cast<qint16>(c % 3);
-            gPvTag[c] = QStringLiteral("TIC-%1").arg(101 + c);
-            gSpTag[c] = gPvTag[c] + QStringLiteral(".SP");
-            gOutTag[c] = gPvTag[c] + QStringLiteral(".OUT");
-        }
+        enableSamplePlant({0, 1, 5, 63});
         tagTableFromStore();
         gTagTable[0][5] = numberPrintForm(1);
         const QString path = scratchFolder() + QStringLiteral("/known.tgn");

@@ -2,9 +2,11 @@
 // argument vectors of each records tool command. Run once by hand with the seed root (this
 // folder) as its argument; a seed found by a fuzzer is added beside them.
 
+#include "displays/project_file.h"
 #include "plant/plant_store.h"
 #include "plant/tag_file.h"
 #include "platform/line_cipher.h"
+#include "records/data_logger.h"
 #include "records/file_cipher.h"
 #include "records/record_file.h"
 #include "records/record_line.h"
@@ -71,6 +73,14 @@ int main(int argc, char* argv[]) {
         tagBytes.left(tagBytes.lastIndexOf("\r\n", tagBytes.size() - 3) + 2));
     put(QStringLiteral("tag_file/flag-not-a-number.tgn"),
         QByteArray(tagBytes).replace(5, 3, "yes"));
+
+    // A project of that plant, and the same without its last line.
+    gSaveInterval = 5;
+    gAlmLogging = true;
+    const QByteArray project = projectFileText(gTagTable, currentProjectOptions());
+    put(QStringLiteral("project_file/plant.svt"), project);
+    put(QStringLiteral("project_file/one-line-short.svt"),
+        project.left(project.lastIndexOf("\r\n", project.size() - 3) + 2));
 
     const QStringList data = {
         QStringLiteral("Date,Time,Operator Message,Batch Number,Lot Number,TIC-101,TIC-101.SP,"),

@@ -2,6 +2,7 @@
 
 #include "app/frm_main.h"
 #include "audit_files.h"
+#include "displays/project_file.h"
 #include "plant/plant_store.h"
 #include "records/alarm_log.h"
 #include "records/data_logger.h"
