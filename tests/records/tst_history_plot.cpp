@@ -6,6 +6,9 @@
 #include "platform/record_grid.h"
 #include "records/frm_history.h"
 #include "records/frm_history_plot.h"
+#include "records/record_file.h"
+#include "records/signatures.h"
+#include "support/audit_files.h"
 #include "support/test_env.h"
 
 #include <QAction>
@@ -49,6 +52,7 @@ private slots:
     void selectionsAPlotCannotBeMadeOf();
     void blocksBecomeChannelsOverTheirRows();
     void cancelPlotKeepsWhatWasDone();
+    void plotButtonOfTheViewerOnARealDataFile();
 };
 
 void TstHistoryPlot::selectionsAPlotCannotBeMadeOf() {
@@ -163,6 +167,38 @@ void TstHistoryPlot::cancelPlotKeepsWhatWasDone() {
     gPlotRunning = true;
     QVERIFY(!viewer.close());
     gPlotRunning = false;
+}
+
+// The viewer's own buttons on an enciphered data file as the logger writes it.
+void TstHistoryPlot::plotButtonOfTheViewerOnARealDataFile() {
+    TestEnv env;
+    QDir().mkpath(env.path("Log Files"));
+    const QString file = env.path("Log Files/batch7.slg");
+    QStringList lines{"Date,Time,Operator Message,Batch Number,Lot Number,TIC-1,TIC-2,",
+                      "3/14/2026,9:59:59 AM,File started,7,9,181.6,12.25,"};
+    for (int i = 0; i < 6; ++i)
+        lines << QStringLiteral("3/14/2026,10:00:0%1 AM,.,.,.,%2,12.5,").arg(i).arg(180 + i);
+    QVERIFY(writeBytes(file, enciphered(lines)) &&
+            writeBytes(signatureFileOf(file), enciphered({kSignatureHeader})));
+    QMdiArea area;
+    area.show();
+    FrmHistory* view = new FrmHistory;
+    area.addSubWindow(view);
+    view->show();
+    QVERIFY(view->showDataFile(file));
+    RecordGrid* grid = view->dataGrid();
+    select(*grid, 1, 5, 6, 5);
+    view->toolbar()->findChild<QAction*>("Plot")->trigger();
+    QCOMPARE(view->statusText(), "Current File is " + file);
+    Plot* plot = frmHistoryPlot()->iPlotX;
+    QCOMPARE(plot->channelTitle(0), QStringLiteral("TIC-1"));
+    QList<double> values;
+    for (const QPointF& p : plot->points(0))
+        values << p.y();
+    QCOMPARE(values, (QList<double>{180, 181, 182, 183, 184, 185}));
+    QCOMPARE(plot->xMin(), dayOf(QDateTime(QDate(2026, 3, 14), QTime(10, 0))));
+    QCOMPARE(frmHistoryPlot()->fullXSpan, 5.0 / 86400);
+    QVERIFY(env.dialogs->texts().isEmpty());
 }
 
 QTEST_MAIN(TstHistoryPlot)
