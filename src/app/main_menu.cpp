@@ -3,6 +3,7 @@
 #include "app/frm_about.h"
 #include "app/frm_main.h"
 #include "control/frm_alarm_settings.h"
+#include "control/frm_single_sp.h"
 #include "displays/bar_graph.h"
 #include "displays/digital_values.h"
 #include "displays/project_file.h"
@@ -103,7 +104,7 @@ std::vector<MenuEntry> buildTable() {
     item(view, QStringLiteral("mnuProfiler"), QStringLiteral("&Profiler"), Right::Profiler);
     dash(view, QStringLiteral("mnuDash1"));
     item(view, QStringLiteral("mnuSingleSpRecipe"), QStringLiteral("&Single Setpoint Recipes"),
-         Right::SingleSetpointRecipes);
+         Right::SingleSetpointRecipes, single<FrmSingleSP>(QStringLiteral("mnuSingleSpRecipe")));
     dash(view, QStringLiteral("mnuDash"));
     item(view, QStringLiteral("mnuHistory"), QStringLiteral("&Data File Viewer"), Right::DataViewer,
          single<FrmHistory>(QStringLiteral("mnuHistory")));
