@@ -20,6 +20,7 @@
 #include <QAction>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QLocale>
 #include <QPrinter>
 #include <QPushButton>
 #include <QStatusBar>
@@ -38,9 +39,10 @@ QString recipesFolder() {
     return gAppPath + QStringLiteral("/Recipes");
 }
 
-// A number in its signed text form: a blank where a plus sign would stand.
+// A number in its signed text form: a blank where a plus sign would stand, and the fewest
+// digits that read back to the same number.
 QString signedText(double value) {
-    const QString text = QString::number(value, 'g', 15);
+    const QString text = QString::number(value, 'g', QLocale::FloatingPointShortest);
     return value < 0 ? text : u' ' + text;
 }
 } // namespace
@@ -143,33 +145,52 @@ void FrmSingleSP::newRecipe() {
     setStatus(QStringLiteral("All fields cleared for new recipe."));
 }
 
-QStringList FrmSingleSP::recipeLines() const {
+QStringList spRecipeLines(const SpRecipe& recipe) {
     QStringList lines;
-    for (int row = 0; row < kControllerCount; ++row)
-        lines << signedText(spDataGrid->text(row, ValueColumn).trimmed().toDouble());
-    for (int row = 0; row < kControllerCount; ++row)
-        lines << signedText(spDataGrid->text(row, WriteColumn) == QStringLiteral("1") ? 1 : 0);
+    for (const double value : recipe.values)
+        lines << signedText(value);
+    for (const bool ticked : recipe.ticked)
+        lines << signedText(ticked ? 1 : 0);
     return lines;
 }
 
-bool FrmSingleSP::applyRecipeLines(const QStringList& lines) {
+std::optional<SpRecipe> parseSpRecipe(const QStringList& lines) {
     if (lines.size() < 2 * kControllerCount)
-        return false;
-    QVector<double> values;
+        return std::nullopt;
+    SpRecipe recipe;
     for (int row = 0; row < kControllerCount; ++row) {
         bool ok = false;
-        values << lines[row].trimmed().toDouble(&ok);
-        if (!ok || !std::isfinite(values.last()))
-            return false;
+        const double value = lines[row].trimmed().toDouble(&ok);
+        if (!ok || !std::isfinite(value))
+            return std::nullopt;
+        recipe.values << value + 0.0; // -0 is the setpoint 0
     }
+    for (int row = 0; row < kControllerCount; ++row)
+        recipe.ticked << (lines[kControllerCount + row].trimmed().toDouble() == 1.0);
+    return recipe;
+}
+
+QStringList FrmSingleSP::recipeLines() const {
+    SpRecipe recipe;
+    for (int row = 0; row < kControllerCount; ++row) {
+        recipe.values << spDataGrid->text(row, ValueColumn).trimmed().toDouble();
+        recipe.ticked << (spDataGrid->text(row, WriteColumn) == QStringLiteral("1"));
+    }
+    return spRecipeLines(recipe);
+}
+
+bool FrmSingleSP::applyRecipeLines(const QStringList& lines) {
+    const std::optional<SpRecipe> recipe = parseSpRecipe(lines);
+    if (!recipe)
+        return false;
     for (int row = 0; row < kControllerCount; ++row) {
         // A locked row's value and tick mean nothing: they are cleared.
         const bool locked = rowLocked(row);
-        const bool ticked = lines[kControllerCount + row].trimmed().toDouble() == 1.0;
         spDataGrid->setText(row, ValueColumn,
-                            locked ? QString() : QString::number(values[row], 'g', 15));
+                            locked ? QString() : QString::number(recipe->values[row], 'g', 15));
         spDataGrid->setText(row, WriteColumn,
-                            !locked && ticked ? QStringLiteral("1") : QStringLiteral("0"));
+                            !locked && recipe->ticked[row] ? QStringLiteral("1")
+                                                           : QStringLiteral("0"));
     }
     return true;
 }

@@ -2,6 +2,7 @@
 
 #include "plant/child_window.h"
 
+#include <QStringList>
 #include <QVector>
 #include <optional>
 
@@ -11,6 +12,18 @@ class QMdiArea;
 class QPushButton;
 class QToolBar;
 class RecordGrid;
+
+// A setpoint recipe as its .spr file holds it, one line a value before encipherment: the 64
+// setpoints in their signed text form, then the 64 ticks, 0 or 1.
+struct SpRecipe {
+    QVector<double> values;
+    QVector<bool> ticked;
+    bool operator==(const SpRecipe&) const = default;
+};
+QStringList spRecipeLines(const SpRecipe& recipe);
+// Nothing for fewer lines than a recipe has or a setpoint that is no number; a tick is any line
+// that reads as 1.
+std::optional<SpRecipe> parseSpRecipe(const QStringList& lines);
 
 // "Single Setpoint Recipes": one setpoint for each K40 controller of the plant, kept as a .spr
 // recipe and written to every ticked controller one after the other, after a signed login.
