@@ -3,6 +3,7 @@
 #include "app/frm_about.h"
 #include "app/frm_main.h"
 #include "control/frm_alarm_settings.h"
+#include "control/frm_profile.h"
 #include "control/frm_single_sp.h"
 #include "displays/bar_graph.h"
 #include "displays/digital_values.h"
@@ -101,7 +102,8 @@ std::vector<MenuEntry> buildTable() {
                      ->guardMenuItem(main.menuItem(name));
              });
     dash(view, QStringLiteral("mnuProfDash"));
-    item(view, QStringLiteral("mnuProfiler"), QStringLiteral("&Profiler"), Right::Profiler);
+    item(view, QStringLiteral("mnuProfiler"), QStringLiteral("&Profiler"), Right::Profiler,
+         single<FrmProfile>(QStringLiteral("mnuProfiler")));
     dash(view, QStringLiteral("mnuDash1"));
     item(view, QStringLiteral("mnuSingleSpRecipe"), QStringLiteral("&Single Setpoint Recipes"),
          Right::SingleSetpointRecipes, single<FrmSingleSP>(QStringLiteral("mnuSingleSpRecipe")));

@@ -193,6 +193,13 @@ void Plot::setChannelColor(int i, qint32 color) {
     }
 }
 
+void Plot::setChannelDots(int i, qint32 color) {
+    if (QCPGraph* g = graph(i)) {
+        g->setScatterStyle(QCPScatterStyle(QCPScatterStyle::ssDisc, toColor(color), 5));
+        replotSoon();
+    }
+}
+
 int Plot::traceLineWidth(int i) const {
     return graph(i) ? graph(i)->pen().width() : 0;
 }
@@ -244,7 +251,8 @@ void Plot::addPoints(int i, const QVector<double>& days, const QVector<double>& 
     QCPGraph* g = graph(i);
     if (!g || days.size() != values.size())
         return;
-    g->addData(days, values);
+    // Points in order keep it, those of one moment too (the steps of a profile).
+    g->addData(days, values, std::is_sorted(days.cbegin(), days.cend()));
     addPoint(i, {}, 0.0); // trims to the ring and follows
 }
 

@@ -37,6 +37,8 @@ public:
     void setChannelTitle(int i, const QString& title);
     qint32 channelColor(int i) const;
     void setChannelColor(int i, qint32 color);
+    // Dots of this colour on the channel's points.
+    void setChannelDots(int i, qint32 color);
     int traceLineWidth(int i) const;
     void setTraceLineWidth(int i, int width);
     int ringBufferSize(int i) const;
