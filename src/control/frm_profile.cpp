@@ -318,7 +318,7 @@ FrmProfile::FrmProfile(QWidget* parent) : ChildWindow(Life::Closes, {}, parent) 
     });
     setProfile(Profile{});
     newRecipe();
-    resize(760, 520);
+    resize(940, 540);
 }
 
 Profile FrmProfile::profile() const {
