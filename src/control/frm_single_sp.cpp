@@ -114,7 +114,7 @@ FrmSingleSP::FrmSingleSP(QWidget* parent) : ChildWindow(Life::Closes, {}, parent
                MsgIcon::Critical);
         setStatus(QStringLiteral("Error during setpoint writes!"));
     });
-    resize(560, 480);
+    resize(660, 540);
 }
 
 bool FrmSingleSP::rowLocked(int row) const {
