@@ -9,6 +9,7 @@
 #include <QSocketNotifier>
 #include <QStringList>
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <functional>
 #include <optional>
@@ -32,10 +33,28 @@ of a plant file. Nodes that the file does not list never answer.
 Plant file: one controller per line, '#' starts a comment, blank lines are allowed:
     <node> <K40|K8|K20> [key=value]...
   keys: decimal=0..3 scaled=0|1 (K40 only), sp= pv= alarm1= dev1= alarm2= dev2=
-        tau= noise= wander= pb= ti= td= coolpb= deadband= rev=
+        tau= noise= wander=
         profile=SP:RAMP:SOAK[,SP:RAMP:SOAK]... (K8/K20 only, times in minutes)
-  e.g.  1 K40 decimal=1 scaled=1 sp=150 alarm1=180
+  tuning keys:
+        pb=       proportional band, 0 = on/off (default 100 digits, 10.0 at one decimal);
+                  at this band the loop follows SP with time constant tau
+        ti=       integral (reset) in whole seconds, 0 = none (default 120)
+        td=       derivative (rate) in seconds, tenths kept (default 0)
+        coolpb=   cool proportional band word (default 0)
+        deadband= heat/cool dead band (default 0)
+        rev=      revision word (default 1240); last two digits 39 or less: no dead band
+                  register (it reads 0 and refuses writes)
+        tunetime= seconds an auto-tune runs (default 30)
+  e.g.  1 K40 decimal=1 scaled=1 sp=150 alarm1=180 pb=12.5 ti=90 rev=1239
         5 K8 sp=25 profile=120:10:20,250:15:30
+
+Tuning registers 11..15 (band, reset, rate, cool band, dead band), revision 141,
+auto-tune state 142 (0 off, 2 running), command 143: 26664 starts an auto-tune,
+26661 prepares a tuning write and ends a running auto-tune. Tuning words above 9999
+are refused, and so are writes to them while an auto-tune runs. The profile block
+1057..1080 (eight setpoints in tenths, then ramp and soak minutes of each segment)
+is written whole with one 24-register write; the next run command starts it; a
+write while a profile runs or is held is refused with exception 6.
 
 Commands on standard input while running:
   dead N | alive N | exception N CODE | delay N MS | cut N | garble N
@@ -104,6 +123,8 @@ QString statusText(const sim::SimPlant& plant, const sim::SimServer& server) {
                                 4, 16, QLatin1Char('0'));
         if (!k40)
             line += QStringLiteral(" profile %1").arg(plant.profileState(node));
+        if (plant.reg(node, sim::reg::AutoTuneState) == sim::reg::AutoTuneRunning)
+            line += QStringLiteral(" auto-tuning");
         line += QStringLiteral(" requests %1 faults %2")
                     .arg(server.requestCount(node))
                     .arg(faultText(server.faults(node)));
@@ -186,7 +207,7 @@ QString runCommand(const QString& input, sim::SimPlant& plant, sim::SimServer& s
     if (cmd == QLatin1String("pv") || cmd == QLatin1String("sp")) {
         bool ok = false;
         const double value = w.size() == 3 ? w.at(2).toDouble(&ok) : 0.0;
-        if (!node || !ok)
+        if (!node || !ok || !std::isfinite(value))
             return QStringLiteral("usage: %1 N VALUE").arg(cmd);
         if (!plant.hasNode(*node))
             return QStringLiteral("node %1 is not in the plant").arg(*node);

@@ -1,7 +1,6 @@
 #include "sim_plant.h"
 
 #include <QFile>
-#include <QRegularExpression>
 #include <QtSerialBus/QModbusServer>
 #include <algorithm>
 #include <cmath>
@@ -22,12 +21,18 @@ constexpr Range kK40ReadOnly[] = {{129, 129}, {131, 133}, {141, 142}};
 constexpr Range kProfHolding[] = {{3, 15}, {141, 143}, {1001, 1009}, {1057, 1082}};
 constexpr Range kProfInput[] = {{1001, 1009}};
 constexpr Range kProfReadOnly[] = {{141, 142}, {1001, 1002}, {1004, 1009}, {1081, 1081}};
+constexpr Range kTuningWords[] = {{reg::PropBand, reg::DeadBand}};
+constexpr Range kDeadBandWord[] = {{reg::DeadBand, reg::DeadBand}};
+constexpr Range kProfileBlock[] = {
+    {reg::ProfileBlock, reg::ProfileBlock + reg::ProfileBlockSize - 1}};
 constexpr int kImageSize = 1083;
-constexpr int kOffset = 19999;
-constexpr int kSegments = 8;
+constexpr int kOffset = reg::OffsetZero;
+constexpr int kSegments = reg::Segments;
 constexpr double kOutputBias = 35.0;
-constexpr double kAutoTuneSeconds = 20.0;
-constexpr double kAutoTunePeriod = 8.0;
+// The loop is integrated in steps of at most this many seconds.
+constexpr double kSubStep = 0.05;
+constexpr int kMaxSubSteps = 100000;
+constexpr double kIntegralLimit = 1000.0;
 
 bool covers(std::span<const Range> ranges, int first, int count) {
     for (int a = first; a < first + count; ++a) {
@@ -61,6 +66,39 @@ int fromWord(quint16 word) {
     return static_cast<qint16>(word);
 }
 
+quint16 tuneWord(double value) {
+    return static_cast<quint16>(std::clamp(roundEven(value), 0L, long{reg::TuneWordMax}));
+}
+
+// The registers and values of a write request, or nothing when the request is malformed.
+struct WriteRequest {
+    int address = 0;
+    QList<quint16> values;
+};
+
+std::optional<WriteRequest> decodeWrite(const QModbusRequest& request) {
+    const QByteArray data = request.data();
+    auto word = [&data](qsizetype at) {
+        return static_cast<quint16>((static_cast<quint8>(data.at(at)) << 8) |
+                                    static_cast<quint8>(data.at(at + 1)));
+    };
+    if (request.functionCode() == QModbusPdu::WriteSingleRegister) {
+        if (data.size() != 4)
+            return std::nullopt;
+        return WriteRequest{word(0), {word(2)}};
+    }
+    if (data.size() < 5)
+        return std::nullopt;
+    const int count = word(2);
+    const int bytes = static_cast<quint8>(data.at(4));
+    if (count < 1 || count > 123 || bytes != 2 * count || data.size() != 5 + bytes)
+        return std::nullopt;
+    WriteRequest write{word(0), {}};
+    for (int i = 0; i < count; ++i)
+        write.values.append(word(5 + 2 * i));
+    return write;
+}
+
 } // namespace
 
 QString familyName(Family family) {
@@ -76,6 +114,14 @@ double engineeringStep(const NodeConfig& config) {
 
 // One controller: a transport-less Modbus server over a single register image, so that a
 // profiler's input registers 1001..1009 are the same words as its holding registers.
+//
+// The loop: the controller's PID (derivative on PV) drives an integrating process, PV rising
+// with the output above the bias that holds it steady. The process gain is chosen so that at the
+// plant file's band the loop follows a setpoint change with time constant tau; the tuning words
+// in force shape every response after that. The output word shows 0..100 %, but the process
+// takes the whole of the PID's output, as if the final element had room to spare, so that a
+// large setpoint change is followed as readily as a small one. The relay of the auto-tune and of
+// an on/off controller (band 0) gives exactly 0 or 100 %.
 class SimController : public QModbusServer {
 public:
     SimController(const NodeConfig& config, QObject* parent)
@@ -84,15 +130,19 @@ public:
         setServerAddress(config.node);
         pv_ = measured_ = config.pv.value_or(config.sp);
         noise_ = config.noise.value_or(1.5 * step_);
+        const double pb = config.pb.value_or(100.0 * step_);
+        naturalBand_ = pb > 0.0 ? pb : 100.0 * step_;
+        gain_ = naturalBand_ / (100.0 * config.tau);
+        deadBandExists_ = revisionHasDeadBand(config.revision);
         image_[reg::Alarm1Set] = config.alarm1 ? encodeOffset(*config.alarm1) : 65535;
         image_[reg::Alarm1Dev] = encodeOffset(config.dev1);
         image_[reg::Alarm2Set] = config.alarm2 ? encodeOffset(*config.alarm2) : 0;
         image_[reg::Alarm2Dev] = encodeOffset(config.dev2);
-        image_[reg::PropBand] = static_cast<quint16>(roundEven(config.pb / step_));
-        image_[reg::Reset] = static_cast<quint16>(config.ti);
-        image_[reg::Rate] = static_cast<quint16>(roundEven(config.td * 10.0));
-        image_[reg::CoolPb] = static_cast<quint16>(config.coolPb);
-        image_[reg::DeadBand] = encodeOffset(config.deadBand);
+        image_[reg::PropBand] = tuneWord(pb / step_);
+        image_[reg::Reset] = tuneWord(config.ti);
+        image_[reg::Rate] = tuneWord(config.td * 10.0);
+        image_[reg::CoolPb] = tuneWord(config.coolPb);
+        image_[reg::DeadBand] = deadBandExists_ ? encodeOffset(config.deadBand) : 0;
         image_[reg::Revision] = static_cast<quint16>(config.revision);
         if (profiler()) {
             for (int s = 0; s < config.profile.size(); ++s) {
@@ -103,40 +153,32 @@ public:
             }
         }
         setSp(config.sp);
-        out_ = outputTarget();
+        relayOn_ = pv_ < sp();
+        out_ = image_[reg::PropBand] == 0
+                   ? (relayOn_ ? 100.0 : 0.0)
+                   : std::clamp(kOutputBias + 100.0 * (sp() - pv_) / band(), 0.0, 100.0);
         publish();
     }
 
     const NodeConfig& config() const { return config_; }
 
     QModbusResponse answer(const QModbusRequest& request) {
-        switch (request.functionCode()) {
+        const QModbusPdu::FunctionCode code = request.functionCode();
+        switch (code) {
         case QModbusPdu::ReadHoldingRegisters:
         case QModbusPdu::ReadInputRegisters:
             return processRequest(request);
         case QModbusPdu::WriteSingleRegister:
         case QModbusPdu::WriteMultipleRegisters: {
-            quint16 address = 0;
-            quint16 count = 1;
-            if (request.functionCode() == QModbusPdu::WriteSingleRegister) {
-                if (request.dataSize() < 2)
-                    return processRequest(request);
-                request.decodeData(&address);
-            } else {
-                if (request.dataSize() < 4)
-                    return processRequest(request);
-                request.decodeData(&address, &count);
-                if (count < 1 || count > 123)
-                    return processRequest(request);
-            }
-            // Measured values and the controller's own state words refuse writes.
-            if (touches(readOnly(), address, count))
-                return QModbusExceptionResponse(request.functionCode(),
-                                                QModbusPdu::IllegalDataAddress);
+            const auto write = decodeWrite(request);
+            if (!write)
+                return QModbusExceptionResponse(code, QModbusPdu::IllegalDataValue);
+            if (const auto refused = refusal(code, *write))
+                return QModbusExceptionResponse(code, *refused);
             return processRequest(request);
         }
         default:
-            return QModbusExceptionResponse(request.functionCode(), QModbusPdu::IllegalFunction);
+            return QModbusExceptionResponse(code, QModbusPdu::IllegalFunction);
         }
     }
 
@@ -185,23 +227,20 @@ public:
     }
 
     void step(double dt, double profileMinute, QRandomGenerator& rng) {
-        if (dt <= 0.0)
+        if (!(dt > 0.0))
             return;
         if (profiler() && running() && !held_)
             advanceProfile(dt / std::max(profileMinute, 1e-3));
 
-        const double wsp = sp();
-        double target = wsp + disturbance_;
-        if (autoTuneLeft_ > 0.0) {
+        const int n = static_cast<int>(
+            std::clamp(std::ceil(dt / kSubStep), 1.0, static_cast<double>(kMaxSubSteps)));
+        for (int i = 0; i < n; ++i)
+            control(dt / n);
+        if (autoTuning()) {
             autoTuneLeft_ -= dt;
-            const bool heating =
-                std::fmod(std::max(autoTuneLeft_, 0.0), kAutoTunePeriod) >= kAutoTunePeriod / 2;
-            out_ = heating ? 100.0 : 0.0;
-            target += (heating ? 1.0 : -1.0) * 0.02 * std::max(std::abs(wsp), 50.0 * step_);
             if (autoTuneLeft_ <= 0.0)
                 finishAutoTune();
         }
-        pv_ += (target - pv_) * (1.0 - std::exp(-dt / std::max(config_.tau, 0.01)));
 
         if (config_.wander > 0.0) {
             disturbance_ +=
@@ -209,8 +248,6 @@ public:
                 config_.wander * (2.0 * rng.generateDouble() - 1.0) * std::sqrt(dt) * 0.5;
             disturbance_ = std::clamp(disturbance_, -3.0 * config_.wander, 3.0 * config_.wander);
         }
-        if (autoTuneLeft_ <= 0.0)
-            out_ += (outputTarget() - out_) * std::min(dt / 2.0, 1.0);
         measured_ = pv_ + noise_ * (2.0 * rng.generateDouble() - 1.0);
         publish();
     }
@@ -268,10 +305,56 @@ private:
         }
     }
 
+    // What the controller says to a well-formed write before any word of it is taken.
+    std::optional<QModbusPdu::ExceptionCode> refusal(QModbusPdu::FunctionCode code,
+                                                     const WriteRequest& write) const {
+        const int first = write.address;
+        const int count = static_cast<int>(write.values.size());
+        if (first + count > kImageSize || !covers(holding(), first, count) ||
+            touches(readOnly(), first, count) ||
+            (!deadBandExists_ && touches(kDeadBandWord, first, count)))
+            return QModbusPdu::IllegalDataAddress;
+        // The profile goes in whole, and never under a running profile.
+        if (touches(kProfileBlock, first, count)) {
+            if (code != QModbusPdu::WriteMultipleRegisters || first != reg::ProfileBlock ||
+                count != reg::ProfileBlockSize)
+                return QModbusPdu::IllegalDataAddress;
+            if (running())
+                return QModbusPdu::ServerDeviceBusy;
+        }
+        if (autoTuning() && touches(kTuningWords, first, count))
+            return QModbusPdu::ServerDeviceBusy;
+        for (int i = 0; i < count; ++i)
+            if (!accepts(first + i, write.values.at(i)))
+                return QModbusPdu::IllegalDataValue;
+        return std::nullopt;
+    }
+
+    static bool accepts(int address, quint16 value) {
+        switch (address) {
+        case reg::PropBand:
+        case reg::Reset:
+        case reg::Rate:
+        case reg::CoolPb:
+            return value <= reg::TuneWordMax;
+        case reg::DeadBand:
+            return std::abs(static_cast<int>(value) - kOffset) <= reg::TuneWordMax;
+        case reg::TuneCommand:
+            return value == reg::TuneWritePrepare || value == reg::TuneAutoStart;
+        default:
+            // Segment times are minutes, never negative.
+            if (address >= reg::ProfileBlock + kSegments &&
+                address < reg::ProfileBlock + reg::ProfileBlockSize)
+                return fromWord(value) >= 0;
+            return true;
+        }
+    }
+
     int pvRegister() const { return profiler() ? reg::ProfPv : reg::K40Pv; }
     int outputRegister() const { return profiler() ? reg::ProfOutput : reg::K40Output; }
     int statusRegister() const { return profiler() ? reg::ProfStatus : reg::K40Status; }
     bool running() const { return profState_ >= 1 && profState_ < reg::StateFinished; }
+    bool autoTuning() const { return image_[reg::AutoTuneState] == reg::AutoTuneRunning; }
 
     // Process values: offset numbers for the K40, plain signed tenths for the profilers.
     quint16 encodeProcess(double value) const {
@@ -288,9 +371,41 @@ private:
     }
     double decodeOffset(quint16 word) const { return (static_cast<int>(word) - kOffset) * step_; }
 
-    double outputTarget() const {
-        const double band = std::max(image_[reg::PropBand] * step_, step_);
-        return std::clamp(kOutputBias + 100.0 * (sp() - pv_) / band, 0.0, 100.0);
+    double band() const { return image_[reg::PropBand] * step_; }
+
+    // One integration step of the loop. PV and the derivative are taken implicitly, so that a
+    // tight band or a long step cannot make the arithmetic ring.
+    void control(double h) {
+        const double wsp = sp();
+        const double load = disturbance_ / config_.tau;
+        const double last = pv_;
+        double next = 0.0;
+        if (autoTuning() || image_[reg::PropBand] == 0) {
+            // Relay: the auto-tune's swing around SP, or an on/off controller.
+            const double hysteresis = autoTuning() ? 0.05 * naturalBand_ : 0.5 * step_;
+            if (last < wsp - hysteresis)
+                relayOn_ = true;
+            else if (last > wsp + hysteresis)
+                relayOn_ = false;
+            out_ = relayOn_ ? 100.0 : 0.0;
+            next = last + h * (gain_ * (out_ - kOutputBias) + load);
+        } else {
+            const double kc = 100.0 / band();
+            const double td = image_[reg::Rate] * 0.1;
+            next = (last + h * gain_ * (kc * wsp + integral_) + gain_ * kc * td * last + h * load) /
+                   (1.0 + h * gain_ * kc + gain_ * kc * td);
+            out_ = std::clamp(kOutputBias + kc * (wsp - next) + integral_ -
+                                  kc * td * (next - last) / h,
+                              0.0, 100.0);
+            const int ti = image_[reg::Reset];
+            // Reset acts only within the band, as in the controller, so that a large
+            // setpoint change does not wind it up into an overshoot.
+            if (ti > 0 && std::abs(wsp - next) < band())
+                integral_ = std::clamp(integral_ + kc * h / ti * (wsp - next), -kIntegralLimit,
+                                       kIntegralLimit);
+        }
+        pv_ = std::clamp(next, decodeProcess(profiler() ? 0x8000 : 0),
+                         decodeProcess(profiler() ? 0x7FFF : 0xFFFF));
     }
 
     void applyWrite(int address) {
@@ -301,20 +416,35 @@ private:
                 image_[reg::ProfWorkingSp] = image_[reg::ProfSp];
         } else if (profiler() && address == reg::ProfileCommand) {
             profileCommand(image_[address]);
-        } else if (address == reg::TuneCommand && image_[address] == reg::TuneAutoStart) {
-            autoTuneLeft_ = kAutoTuneSeconds;
-            image_[reg::AutoTuneState] = 2;
+        } else if (address == reg::TuneCommand) {
+            tuneCommand(image_[address]);
         }
     }
 
-    void finishAutoTune() {
+    void tuneCommand(quint16 command) {
+        if (command == reg::TuneAutoStart && !autoTuning()) {
+            autoTuneLeft_ = config_.tuneSeconds;
+            image_[reg::AutoTuneState] = reg::AutoTuneRunning;
+            relayOn_ = pv_ < sp();
+        } else if (command == reg::TuneWritePrepare && autoTuning()) {
+            // Manual values are about to come: the auto-tune ends and leaves the old ones.
+            endAutoTune();
+        }
+    }
+
+    void endAutoTune() {
         autoTuneLeft_ = 0.0;
         image_[reg::AutoTuneState] = 0;
-        image_[reg::PropBand] =
-            static_cast<quint16>(std::max(1L, roundEven(image_[reg::PropBand] * 0.85)));
-        image_[reg::Reset] =
-            static_cast<quint16>(std::min(65535L, roundEven(image_[reg::Reset] * 1.1 + 1)));
-        image_[reg::Rate] = static_cast<quint16>(roundEven(image_[reg::Rate] * 0.9));
+        integral_ = 0.0;
+    }
+
+    // The tune has learnt the process: a band that closes the loop in half of tau, the reset
+    // that makes that loop just not overshoot, and a little rate.
+    void finishAutoTune() {
+        endAutoTune();
+        image_[reg::PropBand] = std::max<quint16>(1, tuneWord(0.5 * naturalBand_ / step_));
+        image_[reg::Reset] = std::max<quint16>(1, tuneWord(2.0 * config_.tau));
+        image_[reg::Rate] = tuneWord(config_.tau / 8.0 * 10.0);
     }
 
     double segmentSp(int s) const { return fromWord(image_[reg::ProfileBlock + s]) * 0.1; }
@@ -429,6 +559,11 @@ private:
     double out_ = 0.0;
     double noise_ = 0.0;
     double disturbance_ = 0.0;
+    double naturalBand_ = 1.0;
+    double gain_ = 0.0; // PV units per second for each percent of output above the bias
+    double integral_ = 0.0;
+    bool relayOn_ = false;
+    bool deadBandExists_ = true;
     double autoTuneLeft_ = 0.0;
     bool alarm1_ = false;
     bool alarm2_ = false;
@@ -438,236 +573,6 @@ private:
     double phase_ = 0.0;
     double rampFrom_ = 0.0;
 };
-
-// ---- plant file ----
-
-namespace {
-
-bool fitsProcess(const NodeConfig& c, double value) {
-    if (isProfiler(c.family)) {
-        const double raw = std::nearbyint(value * 10.0);
-        return raw >= -32768 && raw <= 32767;
-    }
-    const double raw = std::nearbyint(value / engineeringStep(c)) + kOffset;
-    return raw >= 0 && raw <= 65535;
-}
-
-bool fitsOffset(const NodeConfig& c, double value) {
-    const double raw = std::nearbyint(value / engineeringStep(c)) + kOffset;
-    return raw >= 0 && raw <= 65535;
-}
-
-QString checkConfig(const NodeConfig& c) {
-    if (c.node < 1 || c.node > 64)
-        return QStringLiteral("node address %1 is outside 1..64").arg(c.node);
-    if (c.decimalCode < 0 || c.decimalCode > 3)
-        return QStringLiteral("decimal code %1 is outside 0..3").arg(c.decimalCode);
-    const QString range = isProfiler(c.family) ? QStringLiteral("-3276.8..3276.7")
-                                               : QStringLiteral("%1..%2")
-                                                     .arg(-kOffset * engineeringStep(c))
-                                                     .arg((65535 - kOffset) * engineeringStep(c));
-    for (const auto& [name, value] :
-         {std::pair{"sp", c.sp}, std::pair{"pv", c.pv.value_or(c.sp)}}) {
-        if (!fitsProcess(c, value))
-            return QStringLiteral("%1=%2 does not fit the controller's range %3")
-                .arg(QLatin1String(name))
-                .arg(value)
-                .arg(range);
-    }
-    const std::pair<const char*, double> offsets[] = {{"alarm1", c.alarm1.value_or(0.0)},
-                                                      {"dev1", c.dev1},
-                                                      {"alarm2", c.alarm2.value_or(0.0)},
-                                                      {"dev2", c.dev2},
-                                                      {"deadband", c.deadBand}};
-    for (const auto& [name, value] : offsets) {
-        if (!fitsOffset(c, value))
-            return QStringLiteral("%1=%2 does not fit a 16-bit offset register")
-                .arg(QLatin1String(name))
-                .arg(value);
-    }
-    if (c.tau <= 0.0)
-        return QStringLiteral("tau must be above 0");
-    if (c.noise && *c.noise < 0.0)
-        return QStringLiteral("noise must not be negative");
-    if (c.wander < 0.0)
-        return QStringLiteral("wander must not be negative");
-    if (c.pb <= 0.0 || c.pb / engineeringStep(c) > 65535)
-        return QStringLiteral("pb must be above 0 and fit a 16-bit register");
-    if (c.ti < 0 || c.ti > 65535 || c.coolPb < 0 || c.coolPb > 65535 || c.revision < 0 ||
-        c.revision > 65535)
-        return QStringLiteral("ti, coolpb and rev must be within 0..65535");
-    if (c.td < 0.0 || c.td * 10.0 > 65535)
-        return QStringLiteral("td must be within 0..6553.5");
-    if (c.profile.size() > kSegments)
-        return QStringLiteral("a profile has at most %1 segments").arg(kSegments);
-    if (!c.profile.isEmpty() && !isProfiler(c.family))
-        return QStringLiteral("only K8 and K20 controllers run profiles");
-    for (const ProfileSegment& seg : c.profile) {
-        if (!fitsProcess(c, seg.sp) || seg.rampMinutes < 0 || seg.rampMinutes > 32767 ||
-            seg.soakMinutes < 0 || seg.soakMinutes > 32767)
-            return QStringLiteral("profile segment out of range (setpoint -3276.8..3276.7, "
-                                  "times 0..32767 minutes)");
-    }
-    return {};
-}
-
-std::optional<double> toNumber(const QString& text) {
-    bool ok = false;
-    const double value = text.toDouble(&ok);
-    if (!ok || !std::isfinite(value))
-        return std::nullopt;
-    return value;
-}
-
-std::optional<int> toInt(const QString& text) {
-    bool ok = false;
-    const int value = text.toInt(&ok);
-    return ok ? std::optional<int>(value) : std::nullopt;
-}
-
-std::optional<QList<ProfileSegment>> toProfile(const QString& text) {
-    QList<ProfileSegment> segments;
-    for (const QString& part : text.split(QLatin1Char(','))) {
-        const QStringList fields = part.split(QLatin1Char(':'));
-        if (fields.size() != 3)
-            return std::nullopt;
-        const auto sp = toNumber(fields.at(0));
-        const auto ramp = toInt(fields.at(1));
-        const auto soak = toInt(fields.at(2));
-        if (!sp || !ramp || !soak)
-            return std::nullopt;
-        segments.append({*sp, *ramp, *soak});
-    }
-    return segments;
-}
-
-// Applies one key=value; returns an error text, empty when it was taken.
-QString applyKey(NodeConfig& c, const QString& key, const QString& value) {
-    const auto number = toNumber(value);
-    const auto whole = toInt(value);
-    const bool k40 = !isProfiler(c.family);
-    const QString badNumber = QStringLiteral("%1 wants a number, got \"%2\"").arg(key, value);
-    const QString badWhole = QStringLiteral("%1 wants a whole number, got \"%2\"").arg(key, value);
-    if (key == QLatin1String("decimal") || key == QLatin1String("scaled")) {
-        if (!k40)
-            return QStringLiteral("%1 applies to K40 controllers only").arg(key);
-        if (!whole)
-            return badWhole;
-        if (key == QLatin1String("decimal"))
-            c.decimalCode = *whole;
-        else if (*whole == 0 || *whole == 1)
-            c.scaled = *whole == 1;
-        else
-            return QStringLiteral("scaled wants 0 or 1, got \"%1\"").arg(value);
-        return {};
-    }
-    if (key == QLatin1String("profile")) {
-        const auto profile = toProfile(value);
-        if (!profile)
-            return QStringLiteral("profile wants SP:RAMP:SOAK[,SP:RAMP:SOAK]..., got \"%1\"")
-                .arg(value);
-        c.profile = *profile;
-        return {};
-    }
-    const std::pair<const char*, int*> wholes[] = {
-        {"ti", &c.ti}, {"coolpb", &c.coolPb}, {"rev", &c.revision}};
-    for (const auto& [name, target] : wholes) {
-        if (key == QLatin1String(name)) {
-            if (!whole)
-                return badWhole;
-            *target = *whole;
-            return {};
-        }
-    }
-    const std::pair<const char*, double*> numbers[] = {
-        {"sp", &c.sp},         {"dev1", &c.dev1}, {"dev2", &c.dev2}, {"tau", &c.tau},
-        {"wander", &c.wander}, {"pb", &c.pb},     {"td", &c.td},     {"deadband", &c.deadBand}};
-    for (const auto& [name, target] : numbers) {
-        if (key == QLatin1String(name)) {
-            if (!number)
-                return badNumber;
-            *target = *number;
-            return {};
-        }
-    }
-    const std::pair<const char*, std::optional<double>*> optionals[] = {
-        {"pv", &c.pv}, {"alarm1", &c.alarm1}, {"alarm2", &c.alarm2}, {"noise", &c.noise}};
-    for (const auto& [name, target] : optionals) {
-        if (key == QLatin1String(name)) {
-            if (!number)
-                return badNumber;
-            *target = *number;
-            return {};
-        }
-    }
-    return QStringLiteral("unknown key \"%1\"").arg(key);
-}
-
-} // namespace
-
-std::optional<QList<NodeConfig>> SimPlant::parse(const QString& text, QString* error) {
-    QList<NodeConfig> configs;
-    QHash<int, int> seenOn;
-    const QStringList lines = text.split(QRegularExpression(QStringLiteral("\r\n|\n|\r")));
-    for (int i = 0; i < lines.size(); ++i) {
-        const int lineNo = i + 1;
-        auto fail = [&](const QString& why) {
-            if (error)
-                *error = QStringLiteral("line %1: %2").arg(lineNo).arg(why);
-            return std::nullopt;
-        };
-        QString line = lines.at(i);
-        const qsizetype hash = line.indexOf(QLatin1Char('#'));
-        if (hash >= 0)
-            line.truncate(hash);
-        const QStringList tokens =
-            line.split(QRegularExpression(QStringLiteral("\\s+")), Qt::SkipEmptyParts);
-        if (tokens.isEmpty())
-            continue;
-        if (tokens.size() < 2)
-            return fail(QStringLiteral("expected \"<node> <family> [key=value]...\""));
-        NodeConfig c;
-        const auto node = toInt(tokens.at(0));
-        if (!node || *node < 1 || *node > 64)
-            return fail(
-                QStringLiteral("node address \"%1\" is not a number in 1..64").arg(tokens.at(0)));
-        c.node = *node;
-        if (seenOn.contains(c.node))
-            return fail(QStringLiteral("node %1 is already defined on line %2")
-                            .arg(c.node)
-                            .arg(seenOn.value(c.node)));
-        const QString family = tokens.at(1).toUpper();
-        if (family == QLatin1String("K40"))
-            c.family = Family::K40;
-        else if (family == QLatin1String("K8"))
-            c.family = Family::K8;
-        else if (family == QLatin1String("K20"))
-            c.family = Family::K20;
-        else
-            return fail(QStringLiteral("unknown family \"%1\" (expected K40, K8 or K20)")
-                            .arg(tokens.at(1)));
-        for (qsizetype t = 2; t < tokens.size(); ++t) {
-            const qsizetype eq = tokens.at(t).indexOf(QLatin1Char('='));
-            if (eq <= 0)
-                return fail(QStringLiteral("expected key=value, got \"%1\"").arg(tokens.at(t)));
-            const QString why =
-                applyKey(c, tokens.at(t).left(eq).toLower(), tokens.at(t).mid(eq + 1));
-            if (!why.isEmpty())
-                return fail(why);
-        }
-        const QString why = checkConfig(c);
-        if (!why.isEmpty())
-            return fail(why);
-        seenOn.insert(c.node, lineNo);
-        configs.append(c);
-    }
-    if (configs.isEmpty()) {
-        if (error)
-            *error = QStringLiteral("no node is defined");
-        return std::nullopt;
-    }
-    return configs;
-}
 
 // ---- SimPlant ----
 
@@ -704,7 +609,7 @@ bool SimPlant::loadText(const QString& text, QString* error) {
 }
 
 bool SimPlant::addNode(const NodeConfig& config, QString* error) {
-    QString why = checkConfig(config);
+    QString why = configProblem(config);
     if (why.isEmpty() && controllers_.contains(config.node))
         why = QStringLiteral("node %1 is already defined").arg(config.node);
     if (!why.isEmpty()) {

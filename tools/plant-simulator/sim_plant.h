@@ -20,14 +20,27 @@
 //   tau=S            time constant of the process in seconds (default 30)
 //   noise=V          amplitude of the measurement noise (default: one and a half digits)
 //   wander=V         size of a slow random load disturbance (default 0)
-//   pb=V             proportional band (default 10)
-//   ti=N             integral (reset) time, whole seconds (default 120)
-//   td=V             derivative (rate) time, tenths kept (default 30)
+//   pb=V             proportional band; 0 makes an on/off controller (default: 100 digits, so
+//                    10.0 with one decimal). With the plant's tau it also sets the process
+//                    gain: at this band the loop closes with time constant tau.
+//   ti=N             integral (reset) time, whole seconds, 0 = none (default 120)
+//   td=V             derivative (rate) time in seconds, tenths kept (default 0)
 //   coolpb=N         cool proportional band register value (default 0)
 //   deadband=V       heat/cool dead band (default 0)
-//   rev=N            revision word; its last two digits 40 and above mean the dead band exists
-//                    (default 1240)
+//   rev=N            revision word; last two digits 39 or less: a controller without the dead
+//                    band register, which then reads 0 and refuses writes (default 1240)
+//   tunetime=S       seconds an auto-tune runs (default 30)
 //   profile=SP:RAMP:SOAK[,SP:RAMP:SOAK]...   K8/K20 only: up to 8 segments, times in minutes
+//
+// Tuning words 11..15 are written one by one or as a block. A band, reset, rate or cool band
+// above 9999, a dead band more than 9999 digits from its zero, or a command word other than the
+// two below is refused (exception 3). Command word 143: 26664 starts an auto-tune (state word
+// 142 reads 2 while it runs, then 0, with a new band, reset and rate); 26661 prepares a write of
+// tuning values, and so ends a running auto-tune with the old values. The tuning words refuse
+// writes while an auto-tune runs (exception 6). The profile block 1057..1080 is written whole,
+// by one write of 24 registers (any other write into it: exception 2); it is the profile that
+// the next run command starts. A write while a profile runs or is held is refused (exception
+// 6), so a read always gives the profile in force.
 //
 // Example:
 //     1 K40 decimal=1 scaled=1 sp=150 alarm1=180 dev1=15
@@ -68,12 +81,13 @@ struct NodeConfig {
     double tau = 30.0;
     std::optional<double> noise{};
     double wander = 0.0;
-    double pb = 10.0;
+    std::optional<double> pb{};
     int ti = 120;
-    double td = 30.0;
+    double td = 0.0;
     int coolPb = 0;
     double deadBand = 0.0;
     int revision = 1240;
+    double tuneSeconds = 30.0;
     QList<ProfileSegment> profile{};
 };
 
@@ -82,6 +96,13 @@ QString familyName(Family family);
 // Engineering value of one step of the node's registers: 10^-decimal for a scaled K40, 0.1 for a
 // fixed-tenths K40 and for the profilers.
 double engineeringStep(const NodeConfig& config);
+
+// Why the node cannot be simulated; empty when it can.
+QString configProblem(const NodeConfig& config);
+
+// The workstation takes the last two characters of the revision word's signed decimal text:
+// above 39 the controller has the heat/cool dead band register.
+bool revisionHasDeadBand(int revisionWord);
 
 // Register numbers shared by the plant, the server and the tests.
 namespace reg {
@@ -111,9 +132,16 @@ inline constexpr int ProfState = 1009;
 inline constexpr int ProfileBlock = 1057;
 inline constexpr int ProfileBlockSize = 24;
 inline constexpr int ProfileCommand = 1082;
+inline constexpr int Segments = 8;
+
+// Zero of an offset number: alarm values, the dead band and the K40 process values.
+inline constexpr int OffsetZero = 19999;
+// Largest tuning word, and largest distance of the dead band from its zero.
+inline constexpr int TuneWordMax = 9999;
 
 inline constexpr quint16 TuneWritePrepare = 26661;
 inline constexpr quint16 TuneAutoStart = 26664;
+inline constexpr quint16 AutoTuneRunning = 2;
 inline constexpr int StateFinished = 17;
 inline constexpr quint16 StatusScaledBit = 0x1000;
 } // namespace reg
