@@ -97,6 +97,8 @@ Plot::Plot(QWidget* parent) : QWidget(parent), m_plot(new QCustomPlot(this)) {
     setXColors(m_xLabelColor, m_xScaleColor);
     setYColors(m_yLabelColor, m_yScaleColor);
     setBackgroundColor(m_backgroundColor);
+    // Time labels until a plot is given its own format.
+    setDateTimeFormat(QStringLiteral("hh:nn:ss"));
 }
 
 QColor Plot::toColor(qint32 value) {
