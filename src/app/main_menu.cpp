@@ -5,6 +5,7 @@
 #include "control/frm_alarm_settings.h"
 #include "control/frm_profile.h"
 #include "control/frm_single_sp.h"
+#include "control/frm_tune_settings.h"
 #include "displays/bar_graph.h"
 #include "displays/digital_values.h"
 #include "displays/project_file.h"
@@ -132,7 +133,14 @@ std::vector<MenuEntry> buildTable() {
     item(setup, QStringLiteral("mnuDataSave"), QStringLiteral("&Data Logging"), Right::DataLogging,
          [](FrmMain& main) { showLoggingSetup(&main); });
     dash(setup, QStringLiteral("mnuDashS3"));
-    item(setup, QStringLiteral("loopTuning"), QStringLiteral("&Loop Tuning"), Right::LoopTuning);
+    item(setup, QStringLiteral("loopTuning"), QStringLiteral("&Loop Tuning"), Right::LoopTuning,
+         [](FrmMain& main) {
+             if (!controllersEnabledOrSay())
+                 return;
+             auto* window = new FrmTuneSettings;
+             main.showSingleWindow(QStringLiteral("loopTuning"), window);
+             window->placeInArea(main.mdiArea());
+         });
     dash(setup, QStringLiteral("mnuDashS4"));
     item(setup, QStringLiteral("mnuAlarms"), QStringLiteral("&Alarms Setpoints"),
          Right::AlarmSetpoints, [](FrmMain& main) {

@@ -88,12 +88,14 @@ void TstProfile::uploadDownloadAndTheRunningRule() {
 
     // Running a segment: refused. At the end of the profile (17) or stopped: written whole.
     window.pSetPoint[1]->setValue(222.2);
-    gProfState[5] = 3;
-    env.dialogs->answerNext(MsgAnswer::Yes);
-    window.downloadProfile();
-    QCOMPARE(env.dialogs->texts().last(),
-             QStringLiteral("Profiler # 6 is running. Profile download\nis not allowed while "
-                            "profile is active."));
+    for (const qint16 running : {qint16(3), qint16(18)}) {
+        gProfState[5] = running;
+        env.dialogs->answerNext(MsgAnswer::Yes);
+        window.downloadProfile();
+        QCOMPARE(env.dialogs->texts().last(),
+                 QStringLiteral("Profiler # 6 is running. Profile download\nis not allowed while "
+                                "profile is active."));
+    }
     QCOMPARE(env.modbus->nodes[6].holding.value(kProfileFirstRegister + 1), quint16(0));
     gProfState[5] = 17;
     env.dialogs->answerNext(MsgAnswer::Yes);
@@ -130,7 +132,9 @@ void TstProfile::plotOfTheProfile() {
     window.segTime[3]->setValue(30);
     window.rebuildPlot();
     points = plot->points(0);
-    auto seconds = [](double days) { return qRound64(days * 86400); };
+    auto seconds = [](double days) {
+        return qRound64(days * 86400);
+    };
     QCOMPARE(seconds(points[1].x() - points[0].x()), 3600);
     QCOMPARE(seconds(points[2].x() - points[0].x()), 5400);
     QCOMPARE(seconds(window.keptXSpan), 5670);

@@ -1,0 +1,149 @@
+// Loop tuning: the revision rule, the .tun file, reading and writing the tuning block against a
+// controller, the auto-tune command, and the plot's rate.
+
+#include "control/frm_tune_settings.h"
+#include "plant/plant_store.h"
+#include "plant/register_codec.h"
+#include "platform/plot.h"
+#include "support/test_env.h"
+
+#include <QComboBox>
+#include <QDoubleSpinBox>
+#include <QRadioButton>
+#include <QTest>
+
+namespace {
+QList<QList<int>> writes(const TestEnv& env) {
+    QList<QList<int>> out;
+    for (const ModbusRequest& r : env.modbus->requests) {
+        if (r.direction == 1)
+            out.append({r.node, r.firstRegister, r.values.value(0)});
+    }
+    return out;
+}
+
+// Node 1, a K40 in tenths, with a tuning block and the revision word given.
+void controller(TestEnv& env, quint16 revision, quint16 autoTune = 0) {
+    gControlEnabled[0] = true;
+    gActiveList = {1, 0};
+    gActiveCount = 1;
+    gPvTag[0] = QStringLiteral("TIC-101");
+    gDecimal[0] = 1;
+    gScale[0] = 0.1f;
+    env.modbus->setRegisters(1, 3, 11, {125, 240, 45, 30, 19999 + 50});
+    env.modbus->setRegisters(1, 3, 141, {revision, autoTune, 0});
+}
+} // namespace
+
+class TstTuneSettings : public QObject {
+    Q_OBJECT
+private slots:
+    void revisionRuleAndTuneFile();
+    void readAndWriteTheTuningBlock();
+    void autoTuneAndTheOlderRevision();
+};
+
+void TstTuneSettings::revisionRuleAndTuneFile() {
+    QCOMPARE(
+        (QList<int>{dbRevisionOf(1239), dbRevisionOf(1240), dbRevisionOf(40), dbRevisionOf(5)}),
+        (QList<int>{39, 40, 40, 39}));
+    TuneSetup s;
+    s.propBand = 12.5;
+    s.deadBand = -3;
+    s.autoTuneOn = true;
+    s.autoTuneOff = false;
+    s.plotTrend = 4;
+    s.tickMs = 1000;
+    QStringList lines = tuneFileLines(s);
+    QCOMPARE(lines.size(), 11);
+    QCOMPARE(lines.mid(4, 3), (QStringList{"-3", "True", "False"}));
+    QCOMPARE(parseTuneFile(lines), std::optional<TuneSetup>(s));
+    // A damaged line reads as 0; more than 12 lines is no tuning file.
+    lines[0] = QString();
+    QCOMPARE(parseTuneFile(lines)->propBand, 0.0);
+    QVERIFY(!parseTuneFile(lines + QStringList{"1", "2"}));
+}
+
+void TstTuneSettings::readAndWriteTheTuningBlock() {
+    TestEnv env;
+    controller(env, 1240);
+    FrmTuneSettings window;
+    window.readValues();
+    QTRY_COMPARE(window.statusText(),
+                 QStringLiteral("Controller tuning values read from controller."));
+    QCOMPARE((QList<double>{window.PBValueX1->value(), window.ResetValueX1->value(),
+                            window.RateValueX1->value(), window.CoolPBX1->value(),
+                            window.dbX1->value()}),
+             (QList<double>{12.5, 240, 4.5, 30, 5}));
+    QVERIFY(window.Option2->isChecked());
+    QCOMPARE(window.dbRevision, 40);
+
+    // Prepare, then registers 11 to 15 one at a time, the dead band with its offset.
+    window.PBValueX1->setValue(15);
+    env.modbus->requests.clear();
+    window.writeValues();
+    QTRY_COMPARE(window.statusText(), QStringLiteral("Tuning values written to controller."));
+    const int m = rawMultiplier(0);
+    QCOMPARE(writes(env), (QList<QList<int>>{{1, 143, 26661},
+                                             {1, 11, 15 * m},
+                                             {1, 12, 240},
+                                             {1, 13, 45},
+                                             {1, 14, 30},
+                                             {1, 15, 5 * m + 19999}}));
+
+    // A value its register cannot hold (a dead band of 50 in thousandths): refused before
+    // anything is written.
+    env.modbus->requests.clear();
+    gDecimal[0] = 3;
+    window.dbX1->setValue(50);
+    window.writeValues();
+    QTest::qWait(150);
+    QVERIFY(writes(env).isEmpty());
+    QVERIFY(env.dialogs->texts().last().startsWith("Error during write of tuning values."));
+
+    gDecimal[0] = 1;
+
+    // The plot takes a point every plotTrend + 1 ticks, on every tick at 0.
+    gPV[0] = 181.5;
+    window.Timer1->stop();
+    window.timerCounter = 0;
+    const qsizetype before = window.iPlotX->points(0).size();
+    window.timer1Tick();
+    window.timer1Tick();
+    QCOMPARE(window.iPlotX->points(0).size(), before + 2);
+    window.plotTrend = 2;
+    for (int tick = 0; tick < 3; ++tick)
+        window.timer1Tick();
+    QCOMPARE(window.iPlotX->points(0).size(), before + 3);
+    QCOMPARE(window.iPlotX->points(0).last().y(), 181.5);
+}
+
+void TstTuneSettings::autoTuneAndTheOlderRevision() {
+    TestEnv env;
+    controller(env, 1239, 2);
+    FrmTuneSettings window;
+    window.readValues();
+    QTRY_COMPARE(window.statusText(),
+                 QStringLiteral("Controller tuning values read from controller."));
+    // Revision 39: no dead band; auto-tune running: the PID fields locked.
+    QCOMPARE(window.dbRevision, 39);
+    QCOMPARE(window.dbX1->value(), 0.0);
+    QVERIFY(window.Option1->isChecked() && !window.PBValueX1->isEnabled());
+
+    // With auto-tune on, only the start command goes out.
+    env.modbus->requests.clear();
+    window.writeValues();
+    QTRY_COMPARE(window.statusText(), QStringLiteral("Auto-tune inititated."));
+    QCOMPARE(writes(env), (QList<QList<int>>{{1, 143, 26664}}));
+
+    // Off: the sequence ends after register 14 on this revision.
+    window.Option2->setChecked(true);
+    env.modbus->requests.clear();
+    window.writeValues();
+    QTRY_COMPARE(window.statusText(), QStringLiteral("Tuning values written to controller."));
+    QCOMPARE(writes(env).size(), 5);
+    QCOMPARE(writes(env).last()[1], 14);
+}
+
+QTEST_MAIN(TstTuneSettings)
+#include "tst_tune_settings.moc"
