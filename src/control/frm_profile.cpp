@@ -366,16 +366,10 @@ void FrmProfile::openRecipe() {
     const FileDialogResult chosen = dialogs().openFile(request);
     if (chosen.cancelled)
         return;
-    QStringList lines;
     QString why;
-    const bool read = readRecordFile(
-        chosen.path,
-        [&lines](const RecordLine& line) {
-            if (!line.blank || line.plain)
-                lines << line.plain.value_or(QString());
-        },
-        &why, kRecipeTable + 1);
-    const std::optional<Profile> recipe = read ? parseProfileRecipe(lines) : std::nullopt;
+    // A damaged line reads as an empty one, and so as 0.
+    const std::optional<QStringList> lines = readPlainLines(chosen.path, kRecipeTable + 1, &why);
+    const std::optional<Profile> recipe = lines ? parseProfileRecipe(*lines) : std::nullopt;
     if (!recipe) {
         msgBox(QStringLiteral("Recipe file is not compatible or damaged. Please select another "
                               "file.") +
@@ -390,17 +384,8 @@ void FrmProfile::openRecipe() {
 }
 
 bool FrmProfile::writeRecipe(const QString& path) {
-    QByteArray bytes;
-    for (const QString& line : profileRecipeLines(profile())) {
-        const QString hex = encryptText(line);
-        if (hex.isEmpty()) {
-            reportError(QStringLiteral("saveRecipe"), 75, tr("A line could not be enciphered."));
-            return false;
-        }
-        bytes += hex.toLatin1() + "\r\n";
-    }
     QString why;
-    if (!writeFileAtomically(path, bytes, &why)) {
+    if (!writeEncipheredLines(path, profileRecipeLines(profile()), &why)) {
         reportError(QStringLiteral("saveRecipe"), 75, why);
         return false;
     }
@@ -574,21 +559,8 @@ void FrmProfile::toggleDataCursor() {
 }
 
 void FrmProfile::savePlotJpeg() {
-    if (!checkAccess(Right::OpenSaveFiles))
-        return;
-    FileDialogRequest request;
-    request.title = QStringLiteral("Save profile plot jpeg as?");
-    request.filter = QStringLiteral("Jpeg Files(*.jpg)|*.jpg");
-    request.defaultExtension = QStringLiteral(".jpg");
-    request.initialDirectory = gAppPath;
-    request.fileName = QStringLiteral("Profile Plot.jpg");
-    request.overwritePrompt = true;
-    const FileDialogResult chosen = dialogs().saveFile(request);
-    if (chosen.cancelled)
-        return;
-    if (!ProfPlotx1->saveJpeg(chosen.path, 100))
-        msgBox(QStringLiteral("Jpeg file can not be saved. Check filename or disk space"),
-               MsgIcon::Critical);
+    ::savePlotJpeg(*ProfPlotx1, QStringLiteral("Profile Plot.jpg"),
+                   QStringLiteral("Save profile plot jpeg as?"));
 }
 
 void FrmProfile::printProfilePlot() {

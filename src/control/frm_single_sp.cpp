@@ -196,17 +196,8 @@ bool FrmSingleSP::applyRecipeLines(const QStringList& lines) {
 }
 
 bool FrmSingleSP::writeRecipe(const QString& path) {
-    QByteArray bytes;
-    for (const QString& line : recipeLines()) {
-        const QString hex = encryptText(line);
-        if (hex.isEmpty()) {
-            reportError(QStringLiteral("saveRecipe"), 75, tr("A line could not be enciphered."));
-            return false;
-        }
-        bytes += hex.toLatin1() + "\r\n";
-    }
     QString why;
-    if (!writeFileAtomically(path, bytes, &why)) {
+    if (!writeEncipheredLines(path, recipeLines(), &why)) {
         reportError(QStringLiteral("saveRecipe"), 75, why);
         return false;
     }
@@ -227,19 +218,11 @@ void FrmSingleSP::openRecipe() {
     const FileDialogResult chosen = dialogs().openFile(request);
     if (chosen.cancelled)
         return;
-    QStringList lines;
-    bool damaged = false;
     QString why;
-    const bool read = readRecordFile(
-        chosen.path,
-        [&](const RecordLine& line) {
-            if (!line.plain)
-                damaged = true;
-            lines << line.plain.value_or(QString());
-        },
-        &why, 2 * kControllerCount);
-    // The window's values stay as they were when the file is no recipe.
-    if (!read || damaged || !applyRecipeLines(lines)) {
+    int damaged = 0;
+    const std::optional<QStringList> lines =
+        readPlainLines(chosen.path, 2 * kControllerCount, &why, &damaged);
+    if (!lines || damaged > 0 || !applyRecipeLines(*lines)) {
         msgBox(QStringLiteral("Setpoint recipe file is not compatible or damaged. Please select "
                               "another file.") +
                    (why.isEmpty() ? QString() : QStringLiteral("\nReason: ") + why),

@@ -526,13 +526,10 @@ void FrmTuneSettings::openTuneFile() {
     const FileDialogResult chosen = dialogs().openFile(request);
     if (chosen.cancelled)
         return;
-    QStringList lines;
     QString why;
-    const bool read = readRecordFile(
-        chosen.path, [&lines](const RecordLine& line) { lines << line.plain.value_or(QString()); },
-        &why, kTuneTable + 1);
-    const std::optional<TuneSetup> setup = read ? parseTuneFile(lines) : std::nullopt;
-    if (!setup || lines.size() < kTuneLines) {
+    const std::optional<QStringList> lines = readPlainLines(chosen.path, kTuneTable + 1, &why);
+    const std::optional<TuneSetup> setup = lines ? parseTuneFile(*lines) : std::nullopt;
+    if (!setup || lines->size() < kTuneLines) {
         msgBox(QStringLiteral("Tuning file is not compatible or damaged. Please select another "
                               "file.") +
                    (why.isEmpty() ? QString() : QStringLiteral("\nReason: ") + why),
@@ -556,16 +553,8 @@ void FrmTuneSettings::saveTuneFile() {
     const FileDialogResult chosen = dialogs().saveFile(request);
     if (chosen.cancelled)
         return;
-    QByteArray bytes;
-    for (const QString& line : tuneFileLines(currentSetup())) {
-        const QString hex = encryptText(line);
-        if (hex.isEmpty())
-            return reportError(QStringLiteral("saveTuneFile"), 75,
-                               tr("A line could not be enciphered."));
-        bytes += hex.toLatin1() + "\r\n";
-    }
     QString why;
-    if (!writeFileAtomically(chosen.path, bytes, &why))
+    if (!writeEncipheredLines(chosen.path, tuneFileLines(currentSetup()), &why))
         return reportError(QStringLiteral("saveTuneFile"), 75, why);
     setWindowTitle(kCaption + QStringLiteral(" - ") + fileBaseName(chosen.path));
 }

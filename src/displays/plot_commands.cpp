@@ -13,11 +13,11 @@
 
 #include <QPrinter>
 
-void savePlotJpeg(Plot& plot, const QString& proposedName) {
+void savePlotJpeg(Plot& plot, const QString& proposedName, const QString& title) {
     if (!checkAccess(Right::OpenSaveFiles))
         return;
     FileDialogRequest request;
-    request.title = QStringLiteral("Save trend jpeg as?");
+    request.title = title;
     request.filter = QStringLiteral("Jpeg Files(*.jpg)|*.jpg");
     request.defaultExtension = QStringLiteral(".jpg");
     request.initialDirectory = gAppPath;

@@ -1,5 +1,6 @@
 #include "record_file.h"
 
+#include "platform/file_io.h"
 #include "platform/line_cipher.h"
 #include "records/file_cipher.h"
 
@@ -105,4 +106,37 @@ bool isWellFormedHash(const QString& hash) {
             return false;
     }
     return true;
+}
+
+std::optional<QStringList> readPlainLines(const QString& path, qint64 maxLines, QString* error,
+                                          int* damaged) {
+    QStringList lines;
+    int bad = 0;
+    const bool read = readRecordFile(
+        path,
+        [&](const RecordLine& line) {
+            if (!line.plain)
+                ++bad;
+            lines << line.plain.value_or(QString());
+        },
+        error, maxLines);
+    if (damaged)
+        *damaged = bad;
+    if (!read)
+        return std::nullopt;
+    return lines;
+}
+
+bool writeEncipheredLines(const QString& path, const QStringList& lines, QString* error) {
+    QByteArray bytes;
+    for (const QString& line : lines) {
+        const QString hex = encryptText(line);
+        if (hex.isEmpty()) {
+            if (error)
+                *error = QStringLiteral("A line could not be enciphered.");
+            return false;
+        }
+        bytes += hex.toLatin1() + "\r\n";
+    }
+    return writeFileAtomically(path, bytes, error);
 }

@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QList>
 #include <QString>
+#include <QStringList>
 #include <functional>
 #include <optional>
 
@@ -33,6 +34,14 @@ inline constexpr qint64 kMaxRecordLineBytes = 1 << 20;
 // zero or more stops the reading after that many lines, for a reader that needs only the head.
 bool readRecordFile(const QString& path, const std::function<void(const RecordLine&)>& onLine,
                     QString* error = nullptr, qint64 maxLines = -1);
+
+// The plain lines of a small record file (a recipe, a tuning file), at most maxLines of them
+// (one more tells a file too long); a line that does not authenticate is an empty one and counts
+// in *damaged. Nothing, with the reason in *error, when the file cannot be read.
+std::optional<QStringList> readPlainLines(const QString& path, qint64 maxLines,
+                                          QString* error = nullptr, int* damaged = nullptr);
+// The lines enciphered one by one, the file replaced whole. False with the reason in *error.
+bool writeEncipheredLines(const QString& path, const QStringList& lines, QString* error = nullptr);
 
 inline const QString kSignatureHeader = QStringLiteral(
     "Date,Time,User ID,Full Name,User Description,User Action,User Comment,Hash Value");
