@@ -215,20 +215,10 @@ FrmProfile::FrmProfile(QWidget* parent) : ChildWindow(Life::Closes, {}, parent) 
     valueSlider->setObjectName(QStringLiteral("valueSlider"));
     DateSlider = new QSlider(Qt::Horizontal, plotPage);
     DateSlider->setObjectName(QStringLiteral("DateSlider"));
-    for (QSlider* slider : {valueSlider, DateSlider}) {
+    for (QSlider* slider : {valueSlider, DateSlider})
         slider->setRange(0, 100);
-        connect(slider, &QSlider::valueChanged, this, [this, slider](int position) {
-            if (position >= 100) {
-                slider->setValue(99);
-                return;
-            }
-            const double factor = (100 - position) * 0.01;
-            if (slider == DateSlider)
-                ProfPlotx1->setXSpan(factor * keptXSpan);
-            else
-                ProfPlotx1->setYSpan(factor * keptYSpan);
-        });
-    }
+    bindZoomSlider(DateSlider, ProfPlotx1, true, [this] { return keptXSpan; });
+    bindZoomSlider(valueSlider, ProfPlotx1, false, [this] { return keptYSpan; });
     plotColumn->addWidget(ProfPlotx1, 0, 0);
     plotColumn->addWidget(valueSlider, 0, 1);
     plotColumn->addWidget(DateSlider, 1, 0);

@@ -204,20 +204,10 @@ FrmTuneSettings::FrmTuneSettings(QWidget* parent) : ChildWindow(Life::Closes, kS
     valSlide->setToolTip(QStringLiteral("Value Expand/Compress"));
     dateSlide = new QSlider(Qt::Horizontal, body);
     dateSlide->setObjectName(QStringLiteral("dateSlide"));
-    for (QSlider* slider : {valSlide, dateSlide}) {
+    for (QSlider* slider : {valSlide, dateSlide})
         slider->setRange(0, 100);
-        connect(slider, &QSlider::valueChanged, this, [this, slider](int position) {
-            if (position >= 100) {
-                slider->setValue(99);
-                return;
-            }
-            const double factor = (100 - position) * 0.01;
-            if (slider == dateSlide)
-                iPlotX->setXSpan(factor * startXAxis);
-            else
-                iPlotX->setYSpan(factor * startYAxis);
-        });
-    }
+    bindZoomSlider(dateSlide, iPlotX, true, [this] { return startXAxis; });
+    bindZoomSlider(valSlide, iPlotX, false, [this] { return startYAxis; });
     plotGrid->addWidget(iPlotX, 0, 0);
     plotGrid->addWidget(valSlide, 0, 1);
     plotGrid->addWidget(dateSlide, 1, 0);

@@ -12,6 +12,7 @@
 #include "security/rights.h"
 
 #include <QPrinter>
+#include <QSlider>
 
 void savePlotJpeg(Plot& plot, const QString& proposedName, const QString& title) {
     if (!checkAccess(Right::OpenSaveFiles))
@@ -44,4 +45,19 @@ void printPlot(Plot& plot, const QString& caption) {
     QString why;
     if (!plot.print(*printer, job, &why) && !why.isEmpty())
         reportError(QStringLiteral("printPlot"), 75, why);
+}
+
+void bindZoomSlider(QSlider* slider, Plot* plot, bool timeAxis, std::function<double()> fullSpan) {
+    QObject::connect(slider, &QSlider::valueChanged, plot,
+                     [slider, plot, timeAxis, fullSpan = std::move(fullSpan)](int position) {
+                         if (position >= 100) {
+                             slider->setValue(99);
+                             return;
+                         }
+                         const double span = (100 - position) * 0.01 * fullSpan();
+                         if (timeAxis)
+                             plot->setXSpan(span);
+                         else
+                             plot->setYSpan(span);
+                     });
 }

@@ -91,13 +91,12 @@ Ctrend1::Ctrend1(qint16 number, QWidget* parent)
     for (QSlider* slider : {YRTSlider, RTDateSlider}) {
         slider->setRange(-kSliderLimit, kSliderLimit);
         slider->setValue(0);
-        const bool timeAxis = slider == RTDateSlider;
-        connect(slider, &QSlider::valueChanged, this,
-                [this, slider, timeAxis] { sliderMoved(slider, timeAxis); });
         // Letting go of either slider resumes the time axis.
         connect(slider, &QSlider::sliderReleased, this,
                 [this] { iPlotX->setTrackingEnabled(true); });
     }
+    bindZoomSlider(RTDateSlider, iPlotX, true, [this] { return origXAxis; });
+    bindZoomSlider(YRTSlider, iPlotX, false, [this] { return double(origYAxis); });
     grid->addWidget(iPlotX, 0, 0);
     grid->addWidget(YRTSlider, 0, 1);
     grid->addWidget(RTDateSlider, 1, 0);
@@ -255,18 +254,6 @@ bool Ctrend1::writeArrayData(const QString& filePath) {
                why + QStringLiteral(". Trend defaults can not be saved."),
            MsgIcon::Critical);
     return false;
-}
-
-void Ctrend1::sliderMoved(QSlider* slider, bool timeAxis) {
-    if (slider->value() == kSliderLimit) {
-        slider->setValue(kSliderLimit - 1); // a span of zero would show nothing
-        return;
-    }
-    const double factor = (kSliderLimit - slider->value()) * 0.01;
-    if (timeAxis)
-        iPlotX->setXSpan(factor * origXAxis);
-    else
-        iPlotX->setYSpan(factor * origYAxis);
 }
 
 void Ctrend1::toggleDataCursor() {

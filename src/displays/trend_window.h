@@ -81,7 +81,6 @@ protected:
     bool readyToClose() override;
 
 private:
-    void sliderMoved(QSlider* slider, bool timeAxis);
     void setTickInterval(int ms);
 };
 

@@ -154,29 +154,15 @@ FrmHistoryPlot::FrmHistoryPlot(QWidget* parent)
     YSlider->setObjectName(QStringLiteral("YSlider"));
     DateSlider = new QSlider(Qt::Horizontal, body);
     DateSlider->setObjectName(QStringLiteral("DateSlider"));
-    for (QSlider* slider : {YSlider, DateSlider}) {
+    for (QSlider* slider : {YSlider, DateSlider})
         slider->setRange(0, kSliderTop);
-        const bool timeAxis = slider == DateSlider;
-        connect(slider, &QSlider::valueChanged, this,
-                [this, slider, timeAxis] { sliderMoved(slider, timeAxis); });
-    }
+    bindZoomSlider(DateSlider, iPlotX, true, [this] { return fullXSpan; });
+    bindZoomSlider(YSlider, iPlotX, false, [this] { return fullYSpan; });
     grid->addWidget(iPlotX, 0, 0);
     grid->addWidget(YSlider, 0, 1);
     grid->addWidget(DateSlider, 1, 0);
     layout->addLayout(grid, 1);
     gHistoryPlot = this;
-}
-
-void FrmHistoryPlot::sliderMoved(QSlider* slider, bool timeAxis) {
-    if (slider->value() >= kSliderTop) {
-        slider->setValue(kSliderTop - 1);
-        return;
-    }
-    const double factor = (kSliderTop - slider->value()) * 0.01;
-    if (timeAxis)
-        iPlotX->setXSpan(factor * fullXSpan);
-    else
-        iPlotX->setYSpan(factor * fullYSpan);
 }
 
 void FrmHistoryPlot::trendSetup() {

@@ -34,9 +34,6 @@ public:
     void toggleDataCursor();
     void saveJpeg();
     void printPlot();
-
-private:
-    void sliderMoved(QSlider* slider, bool timeAxis);
 };
 
 // The window while it is loaded.
