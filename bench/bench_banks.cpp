@@ -15,16 +15,6 @@
 #include <QFile>
 #include <QTimer>
 #include <cstdio>
-#include <sys/resource.h>
-
-namespace {
-double cpuSeconds() {
-    rusage u{};
-    getrusage(RUSAGE_SELF, &u);
-    return static_cast<double>(u.ru_utime.tv_sec + u.ru_stime.tv_sec) +
-           static_cast<double>(u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
-}
-} // namespace
 
 int main(int argc, char* argv[]) {
     QApplication app(argc, argv);

@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QFile>
 #include <QList>
+#include <sys/resource.h>
 #include <unistd.h>
 
 // Resident set size now, in MiB.
@@ -26,4 +27,12 @@ inline double peakMiB() {
             return l.mid(6).trimmed().split(' ').value(0).toDouble() / 1024;
     }
     return -1;
+}
+
+// User and system CPU time of the process so far, in seconds.
+inline double cpuSeconds() {
+    rusage u{};
+    getrusage(RUSAGE_SELF, &u);
+    return static_cast<double>(u.ru_utime.tv_sec + u.ru_stime.tv_sec) +
+           static_cast<double>(u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
 }

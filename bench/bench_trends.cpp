@@ -20,15 +20,8 @@
 #include <QTimer>
 #include <cstdio>
 #include <qcustomplot.h>
-#include <sys/resource.h>
 
 namespace {
-double cpuSeconds() {
-    rusage u{};
-    getrusage(RUSAGE_SELF, &u);
-    return static_cast<double>(u.ru_utime.tv_sec + u.ru_stime.tv_sec) +
-           static_cast<double>(u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
-}
 
 // Twelve pens of trend n: process values, setpoints and outputs across the plant.
 TrendConfig benchTrend(int n) {

@@ -106,18 +106,7 @@ void DigitalValues::printDigitalValues() {
         QStringLiteral("System Digital Values Printout"),
         QStringLiteral("Current System Digital Values on ") + regionalShortDate(now.date()) +
             QStringLiteral(" at ") + regionalLongTime(now.time()));
-    const std::unique_ptr<QPrinter> printer = printers().defaultPrinter(job.jobName);
-    int copies = 1;
-    if (!printers().choosePrinter(*printer, &copies))
-        return;
-    for (int copy = 0; copy < std::max(1, copies); ++copy) {
-        QString error;
-        if (!Grid1->print(*printer, job, &error)) {
-            if (!error.isEmpty()) // a cancel in the progress window wants no box
-                reportError(QStringLiteral("printDigitalValues"), 75, error);
-            return;
-        }
-    }
+    printGridCopies(*Grid1, job, QStringLiteral("printDigitalValues"));
 }
 
 DigitalValues* showDigitalValues(QMdiArea* area) {

@@ -606,19 +606,7 @@ void FrmHistory::printHistoryGrid() {
         viewerPrintJob(QStringLiteral("History Grid Printout"),
                        QStringLiteral("Grid printout for fileName ") + gHistoryFileName);
     job.selectedBlockOnly = m_dataGrid->selectedBlock().rowCount() >= 2;
-    const std::unique_ptr<QPrinter> printer = printers().defaultPrinter(job.jobName);
-    int copies = 1;
-    if (!printers().choosePrinter(*printer, &copies))
-        return;
-    for (int copy = 0; copy < std::max(1, copies); ++copy) {
-        QString error;
-        if (!m_dataGrid->print(*printer, job, &error)) {
-            // A cancel in the progress window leaves no reason and wants no box.
-            if (!error.isEmpty())
-                reportError(QStringLiteral("printHistoryGrid"), 75, error);
-            return;
-        }
-    }
+    printGridCopies(*m_dataGrid, job, QStringLiteral("printHistoryGrid"));
 }
 
 void FrmHistory::plotHistory() {

@@ -7,6 +7,8 @@
 #include "platform/record_grid.h"
 #include "record_paths.h"
 
+#include <QPrinter>
+
 void exportGridAsCsv(RecordGrid& grid, const QString& title, const QString& filter,
                      const QString& fileName, const QString& errorWord) {
     FileDialogRequest request;
@@ -40,4 +42,20 @@ GridPrintJob viewerPrintJob(const QString& jobName, const QString& header) {
     job.footer = QStringLiteral("/c/rPage #/p");
     job.abortText = QStringLiteral("Printing - Click Cancel to quit");
     return job;
+}
+
+void printGridCopies(RecordGrid& grid, const GridPrintJob& job, const QString& errorWord) {
+    const std::unique_ptr<QPrinter> printer = printers().defaultPrinter(job.jobName);
+    int copies = 1;
+    if (!printers().choosePrinter(*printer, &copies))
+        return;
+    for (int copy = 0; copy < std::max(1, copies); ++copy) {
+        QString error;
+        if (!grid.print(*printer, job, &error)) {
+            // A cancel in the progress window leaves no reason and wants no box.
+            if (!error.isEmpty())
+                reportError(errorWord, 75, error);
+            return;
+        }
+    }
 }
