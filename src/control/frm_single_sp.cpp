@@ -298,7 +298,8 @@ void FrmSingleSP::downloadRecipe() {
         return;
     QVector<std::pair<int, quint16>> table;
     for (int row = 0; row < kControllerCount; ++row) {
-        if (spDataGrid->text(row, WriteColumn) != QStringLiteral("1"))
+        // A locked row is no K40 in the scan, whatever tick it may still hold.
+        if (spDataGrid->text(row, WriteColumn) != QStringLiteral("1") || rowLocked(row))
             continue;
         const int node = spDataGrid->text(row, AddressColumn).toInt();
         // An empty value is 0, the raw word 19999.

@@ -1,6 +1,9 @@
 #include "app/frm_main.h"
 #include "app/frm_splash.h"
 #include "control/frm_alarm_settings.h"
+#include "control/frm_profile.h"
+#include "control/frm_single_sp.h"
+#include "control/frm_tune_settings.h"
 #include "plant/comm_errors.h"
 #include "plant/frm_logger.h"
 #include "plant/frm_main_display.h"
@@ -20,7 +23,9 @@
 
 #include <QComboBox>
 #include <QDoubleSpinBox>
+#include <QLabel>
 #include <QMdiArea>
+#include <QRadioButton>
 #include <QTest>
 
 namespace {
@@ -47,6 +52,17 @@ struct Plant {
         for (int i = 0; i < 10; ++i)
             splash.timer1Tick();
     }
+    // A supervisor holding the right, who signs each action with a fresh login.
+    void signer(int right) {
+        g21CFR = true;
+        gUserLevel = 1;
+        gSuRights[right] = 1;
+        env.accounts->addUser("jdoe", "pw", {"Sorvantel Supervisors"}, "Jane Doe");
+    }
+    template <typename Window> Window* open(const char* menuItem) {
+        frmMain()->menuItem(QString::fromLatin1(menuItem))->trigger();
+        return frmMain()->mdiArea()->findChild<Window*>();
+    }
 };
 } // namespace
 
@@ -56,6 +72,9 @@ private slots:
     void pollsTheSimulatedPlantAndSurvivesFailures();
     void bankWritesReachTheControllersAndComeBack();
     void alarmSetpointsReachTheControllersAndTheAlarmLog();
+    void tuningValuesAndAutoTuneOnTheControllers();
+    void profileDownloadedUploadedAndRefusedWhileRunning();
+    void setpointRecipeReachesEveryTickedK40();
 };
 
 void TstEndToEnd::pollsTheSimulatedPlantAndSurvivesFailures() {
@@ -228,6 +247,154 @@ void TstEndToEnd::alarmSetpointsReachTheControllersAndTheAlarmLog() {
     QCOMPARE(sim.env.dialogs->boxes.size(), 1);
     QCOMPARE(actionsOf(sim.env.path("Audit/3-14-2026 Audit.atr")).count("Alarm Setpoint Change"),
              4);
+}
+
+void TstEndToEnd::tuningValuesAndAutoTuneOnTheControllers() {
+    Plant sim("1 K40 decimal=1 scaled=1 sp=150 noise=0 pb=15 ti=180 td=4.5 tunetime=20\n"
+              "2 K40 decimal=0 scaled=1 sp=80 noise=0 pb=8 rev=1239\n");
+    sim.start({{1, 0, true, "TIC-1"}, {2, 0, true, "TIC-2"}});
+    QTRY_VERIFY_WITH_TIMEOUT(!frmMain()->scan().scanning(), 10000);
+    sim.signer(Right::LoopTuning);
+    auto* window = sim.open<FrmTuneSettings>("loopTuning");
+    QVERIFY(window);
+    window->Timer1->stop();
+    auto fields = [&] {
+        return QList<double>{window->PBValueX1->value(), window->ResetValueX1->value(),
+                             window->RateValueX1->value(), window->CoolPBX1->value(),
+                             window->dbX1->value()};
+    };
+    const QString read = QStringLiteral("Controller tuning values read from controller.");
+    auto readBack = [&](int index) {
+        window->ControlTuneSelect->setCurrentIndex(index);
+        window->dbRevision = 0;
+        window->readValues();
+        return QTest::qWaitFor(
+            [&] { return window->statusText() == read && window->dbRevision != 0; }, 5000);
+    };
+    auto write = [&](const QString& done) {
+        sim.env.modals.login("jdoe", "pw");
+        window->writeValues();
+        return QTest::qWaitFor([&] { return window->statusText() == done; }, 5000);
+    };
+    const QString written = QStringLiteral("Tuning values written to controller.");
+
+    // Read, changed, written and read back; the simulated loop runs with the new values.
+    QVERIFY(readBack(0));
+    QCOMPARE(fields(), (QList<double>{15, 180, 4.5, 0, 0}));
+    QCOMPARE(window->dbRevision, 40);
+    window->PBValueX1->setValue(22.5);
+    window->ResetValueX1->setValue(240);
+    window->dbX1->setValue(-1.5);
+    // The status says written once the last word has gone out, before its answer.
+    QVERIFY(write(written));
+    QTRY_COMPARE_WITH_TIMEOUT(
+        (QList<quint16>{sim.plant.reg(1, 11), sim.plant.reg(1, 12), sim.plant.reg(1, 15)}),
+        (QList<quint16>{225, 240, 19999 - 15}), 5000);
+    for (QDoubleSpinBox* f : {window->PBValueX1, window->ResetValueX1, window->dbX1})
+        f->setValue(0);
+    QVERIFY(readBack(0));
+    QCOMPARE(fields(), (QList<double>{22.5, 240, 4.5, 0, -1.5}));
+
+    // The older revision has no dead band: the write stops short of it.
+    QVERIFY(readBack(1));
+    QCOMPARE(window->dbRevision, 39);
+    QCOMPARE(fields(), (QList<double>{8, 120, 0, 0, 0}));
+    window->PBValueX1->setValue(9);
+    QVERIFY(write(written));
+    QCOMPARE(sim.plant.reg(2, 11), quint16(9));
+
+    // An auto-tune started runs on the controller, locks the values while it runs, and ends
+    // with new ones.
+    QVERIFY(readBack(0));
+    window->Option1->setChecked(true);
+    QVERIFY(write(QStringLiteral("Auto-tune inititated.")));
+    QTRY_COMPARE_WITH_TIMEOUT(sim.plant.reg(1, 142), quint16(2), 5000);
+    QVERIFY(readBack(0));
+    QVERIFY(window->Option1->isChecked() && !window->PBValueX1->isEnabled());
+    sim.plant.step(25);
+    QCOMPARE(sim.plant.reg(1, 142), quint16(0));
+    QVERIFY(readBack(0));
+    QVERIFY(window->Option2->isChecked() && window->PBValueX1->isEnabled());
+    QVERIFY(fields() != (QList<double>{22.5, 240, 4.5, 0, -1.5}));
+}
+
+void TstEndToEnd::profileDownloadedUploadedAndRefusedWhileRunning() {
+    Plant sim("1 K40 sp=150 noise=0\n"
+              "3 K20 sp=30 pv=25 noise=0 profile=60:5:20\n");
+    sim.start({{1, 0, true, "TIC-1"}, {3, 2, true, "KILN-3"}});
+    QTRY_VERIFY_WITH_TIMEOUT(!frmMain()->scan().scanning(), 10000);
+    sim.signer(Right::Profiler);
+    auto* window = sim.open<FrmProfile>("mnuProfiler");
+    QVERIFY(window);
+    QCOMPARE(window->ProfileCSelect->count(), 1);
+    window->ProfileCSelect->setCurrentIndex(0);
+
+    // Down as a block, up again equal.
+    Profile p;
+    p.setPoints = {120, 250.5, 250.5, 80, 0, 0, 0, 0};
+    p.segTimes = {0, 10, 0, 5, 1, 30, 2, 0, 0, 0, 0, 45, 0, 20, 0, 0};
+    window->setProfile(p);
+    sim.env.modals.login("jdoe", "pw");
+    window->downloadProfile();
+    QTRY_COMPARE_WITH_TIMEOUT(window->icurFile->text(),
+                              QStringLiteral("Profile download completed!"), 5000);
+    QList<quint16> block;
+    for (int address = 1057; address <= 1068; ++address)
+        block << sim.plant.reg(3, address);
+    QCOMPARE(block, (QList<quint16>{1200, 2505, 2505, 800, 0, 0, 0, 0, 10, 5, 90, 120}));
+    window->setProfile(Profile{});
+    window->uploadProfile();
+    QTRY_COMPARE_WITH_TIMEOUT(window->icurFile->text(),
+                              QStringLiteral("Profile upload from controller completed!"), 5000);
+    QCOMPARE(window->profile(), p);
+
+    // Started from the bank, it runs as downloaded; a download is then refused.
+    FrmMainDisplay* bank = frmMain()->addControlBank(0, "1");
+    gSuRights[Right::SignDataFiles] = 1;
+    sim.env.modals.login("jdoe", "pw");
+    bank->profileCommand(2, FrmMainDisplay::ProfileCommand::Run);
+    QTRY_VERIFY_WITH_TIMEOUT(sim.plant.profileState(3) >= 1, 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(gProfState[2] >= 1, 5000);
+    sim.plant.setProfileMinute(1.0);
+    sim.plant.step(5); // half way up the first ramp, to 120 in ten minutes
+    QVERIFY(sim.plant.sp(3) > 50 && sim.plant.sp(3) < 120);
+    const qsizetype boxes = sim.env.dialogs->boxes.size();
+    window->setProfile(Profile{});
+    sim.env.modals.login("jdoe", "pw");
+    window->downloadProfile();
+    QCOMPARE(sim.env.dialogs->texts().value(boxes + 1),
+             QStringLiteral("Profiler # 3 is running. Profile download\nis not allowed while "
+                            "profile is active."));
+    QTest::qWait(300);
+    QCOMPARE(sim.plant.reg(3, 1057), quint16(1200));
+}
+
+void TstEndToEnd::setpointRecipeReachesEveryTickedK40() {
+    Plant sim("1 K40 decimal=1 scaled=1 sp=150 noise=0\n"
+              "2 K40 decimal=2 scaled=1 sp=5 noise=0\n"
+              "3 K20 sp=30 noise=0\n"
+              "4 K40 decimal=0 scaled=0 sp=70 noise=0\n");
+    sim.start({{1, 0, true, "TIC-1"}, {2, 0, true, "PIC-2"}, {3, 2, true}, {4, 0, true}});
+    QTRY_VERIFY_WITH_TIMEOUT(!frmMain()->scan().scanning(), 10000);
+    sim.signer(Right::SingleSetpointRecipes);
+    auto* window = sim.open<FrmSingleSP>("mnuSingleSpRecipe");
+    QVERIFY(window);
+    QVERIFY(window->rowLocked(2) && !window->rowLocked(0) && !window->rowLocked(3));
+    RecordGrid* grid = window->spDataGrid;
+    for (const auto& [row, value] : {std::pair{0, "185.5"}, {1, "6.25"}, {2, "99"}, {3, "85"}}) {
+        grid->setText(row, FrmSingleSP::ValueColumn, QString::fromLatin1(value));
+        grid->setText(row, FrmSingleSP::WriteColumn, "1");
+    }
+    sim.env.modals.login("jdoe", "pw");
+    window->downloadRecipe();
+    QTRY_COMPARE_WITH_TIMEOUT(window->statusText(),
+                              QStringLiteral("Setpoint written to all controllers successfully."),
+                              5000);
+    QCOMPARE((QList<double>{sim.plant.sp(1), sim.plant.sp(2), sim.plant.sp(3), sim.plant.sp(4)}),
+             (QList<double>{185.5, 6.25, 30, 85}));
+    // The poll brings them back to the store the bank and the trends draw from.
+    QTRY_COMPARE_WITH_TIMEOUT(gSP[0].toText(), QStringLiteral("185.5"), 5000);
+    QTRY_COMPARE_WITH_TIMEOUT(gSP[1].toText(), QStringLiteral("6.25"), 5000);
 }
 
 QTEST_MAIN(TstEndToEnd)
