@@ -23,6 +23,7 @@
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QListWidget>
 #include <QLocale>
@@ -200,6 +201,8 @@ FrmProfile::FrmProfile(QWidget* parent) : ChildWindow(Life::Closes, {}, parent) 
         form->addWidget(pSetPoint[size_t(s)], 3, 1, 1, 2);
         // After a segment's last time field comes its setpoint, then the next segment.
         setTabOrder(previous, pSetPoint[size_t(s)]);
+        previous->installEventFilter(this);
+        pSetPoint[size_t(s)]->installEventFilter(this);
         previous = pSetPoint[size_t(s)];
         grid->addWidget(frame, s / 4, s % 4);
     }
@@ -461,6 +464,27 @@ void FrmProfile::downloadProfile() {
     icurFile->setText(QStringLiteral("Downloading data from PC to Profiler, Please Wait!"));
     ModProfWrite->writeBlock(c + 1, kProfileFirstRegister, *block);
     rebuildPlot();
+}
+
+bool FrmProfile::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() == QEvent::KeyPress) {
+        const int key = static_cast<QKeyEvent*>(event)->key();
+        if (key == Qt::Key_Return || key == Qt::Key_Enter) {
+            for (int s = 0; s < Profile::kSegments; ++s) {
+                QWidget* next = nullptr;
+                if (watched == segTime[size_t(4 * s + 3)])
+                    next = pSetPoint[size_t(s)];
+                else if (watched == pSetPoint[size_t(s)] && s + 1 < Profile::kSegments)
+                    next = segTime[size_t(4 * (s + 1))];
+                if (next) {
+                    static_cast<QAbstractSpinBox*>(watched)->interpretText();
+                    next->setFocus(Qt::TabFocusReason);
+                    return true;
+                }
+            }
+        }
+    }
+    return ChildWindow::eventFilter(watched, event);
 }
 
 qint32 FrmProfile::swatchColor(const QPushButton* swatch) {

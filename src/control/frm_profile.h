@@ -92,6 +92,8 @@ public:
 
 protected:
     bool readyToClose() override;
+    // Enter steps through a segment as Tab does: its last time field, its setpoint, the next.
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     void setSwatch(QPushButton* swatch, qint32 color);
