@@ -50,11 +50,6 @@ QString recipesFolder() {
     return gAppPath + QStringLiteral("/Recipes");
 }
 
-QString signedText(double value) {
-    const QString text = QString::number(value, 'g', QLocale::FloatingPointShortest);
-    return value < 0 ? text : u' ' + text;
-}
-
 std::optional<quint16> wordOf(double value) {
     const double raw = std::nearbyint(value);
     if (!std::isfinite(raw) || raw < 0 || raw > 65535)

@@ -39,12 +39,6 @@ QString recipesFolder() {
     return gAppPath + QStringLiteral("/Recipes");
 }
 
-// A number in its signed text form: a blank where a plus sign would stand, and the fewest
-// digits that read back to the same number.
-QString signedText(double value) {
-    const QString text = QString::number(value, 'g', QLocale::FloatingPointShortest);
-    return value < 0 ? text : u' ' + text;
-}
 } // namespace
 
 FrmSingleSP::FrmSingleSP(QWidget* parent) : ChildWindow(Life::Closes, {}, parent) {

@@ -52,11 +52,6 @@ const QString kSection = QStringLiteral("Loop Tuning");
 const QString kCaption = QStringLiteral("Loop Tuning");
 const QString kWritten = QStringLiteral("Tuning values written to controller.");
 
-QString signedText(double value) {
-    const QString text = QString::number(value, 'g', QLocale::FloatingPointShortest);
-    return value < 0 ? text : u' ' + text;
-}
-
 QString tuningFolder() {
     return gAppPath + QStringLiteral("/Tuning Files");
 }

@@ -5,6 +5,7 @@
 #include "records/file_cipher.h"
 
 #include <QFile>
+#include <QLocale>
 #include <algorithm>
 
 std::optional<QString> decipherRecordLine(const QByteArray& hexLine) {
@@ -125,6 +126,11 @@ std::optional<QStringList> readPlainLines(const QString& path, qint64 maxLines, 
     if (!read)
         return std::nullopt;
     return lines;
+}
+
+QString signedText(double value) {
+    const QString text = QString::number(value, 'g', QLocale::FloatingPointShortest);
+    return value < 0 ? text : u' ' + text;
 }
 
 bool writeEncipheredLines(const QString& path, const QStringList& lines, QString* error) {

@@ -42,6 +42,9 @@ std::optional<QStringList> readPlainLines(const QString& path, qint64 maxLines,
                                           QString* error = nullptr, int* damaged = nullptr);
 // The lines enciphered one by one, the file replaced whole. False with the reason in *error.
 bool writeEncipheredLines(const QString& path, const QStringList& lines, QString* error = nullptr);
+// A number as those files keep it: a blank where a plus sign would stand, and the fewest digits
+// that read back to the same number.
+QString signedText(double value);
 
 inline const QString kSignatureHeader = QStringLiteral(
     "Date,Time,User ID,Full Name,User Description,User Action,User Comment,Hash Value");
