@@ -48,6 +48,18 @@ QList<int> lastWrite(const TestEnv& env) {
     const ModbusRequest& r = env.modbus->requests.last();
     return {r.node, r.firstRegister, r.values.value(0)};
 }
+// A display window refuses to close during the walk of the bank windows, and silently while
+// minimized; it is left shown normally.
+bool refusesToCloseWhileBusy(const TestEnv& env, QWidget* window) {
+    gBankUpdating = true;
+    const bool closedInWalk = window->close();
+    gBankUpdating = false;
+    const qsizetype boxes = env.dialogs->boxes.size();
+    window->showMinimized();
+    const bool closedMinimized = window->close();
+    window->showNormal();
+    return !closedInWalk && !closedMinimized && env.dialogs->boxes.size() == boxes;
+}
 } // namespace
 
 class TstFrmMain : public QObject {
@@ -73,15 +85,11 @@ void TstFrmMain::menuCommandsAskTheirRight_data() {
     QTest::addColumn<int>("right");
     // Commands that ask through the menu table, and those that ask in code of their own.
     // Going back to real time asks the data viewer's right.
-    for (const auto& [name, right] : {std::pair{"mnuAudit", 19},
-                                      {"mnuOpenP", 0},
-                                      {"mnuCloseP", 1},
-                                      {"mnuSaveP", 2},
-                                      {"mnuSavePas", 2},
-                                      {"mnuRtMode", 9},
-                                      {"mnuSimMode", 10},
-                                      {"mnuPasswords", 11},
-                                      {"mnuFileExit", 23}})
+    const std::pair<const char*, int> commands[] = {
+        {"mnuAudit", 19},   {"mnuOpenP", 0},      {"mnuCloseP", 1},
+        {"mnuSaveP", 2},    {"mnuSavePas", 2},    {"mnuRtMode", 9},
+        {"mnuSimMode", 10}, {"mnuPasswords", 11}, {"mnuFileExit", 23}};
+    for (const auto& [name, right] : commands)
         QTest::newRow(name) << QString::fromLatin1(name) << right;
 }
 
@@ -107,10 +115,9 @@ void TstFrmMain::menuCommandsAskTheirRight() {
 
 void TstFrmMain::placementIsKeptInTwipsAndExitAsksFirst() {
     TestEnv env;
-    for (auto [key, twips] : {std::pair{"MainLeft", "1500"},
-                              {"MainTop", "3000"},
-                              {"MainWidth", "9000"},
-                              {"MainHeight", "7500"}})
+    const std::pair<const char*, const char*> stored[] = {
+        {"MainLeft", "1500"}, {"MainTop", "3000"}, {"MainWidth", "9000"}, {"MainHeight", "7500"}};
+    for (auto [key, twips] : stored)
         env.settings->setValue("Settings", key, twips);
     auto* main = new FrmMain;
     const double tpp = twipsPerPixel(main);
@@ -132,20 +139,18 @@ void TstFrmMain::placementIsKeptInTwipsAndExitAsksFirst() {
     QCOMPARE(env.dialogs->texts(), QStringList{"Access denied to administrator level security!"});
     g21CFR = false;
     env.dialogs->answerNext(MsgAnswer::No);
-    QVERIFY(!main->close());
-    QVERIFY(main->isVisible());
-    QCOMPARE(exits.size(), 0);
+    QVERIFY(!main->close() && main->isVisible() && exits.isEmpty());
     QCOMPARE(env.settings->value("Settings", "MainWidth", ""), QStringLiteral("9000"));
     QCOMPARE(main->mdiArea()->subWindowList().size(), 1);
 
     env.dialogs->boxes.clear();
     main->menuItem("mnuFileExit")->trigger();
     QCOMPARE(env.dialogs->texts(), QStringList{"Exit - are you sure?"});
-    QCOMPARE(exits.size(), 1);
     QCOMPARE(env.settings->value("Settings", "MainWidth", ""), QString::number(qRound(800 * tpp)));
     QCOMPARE(env.settings->value("settings", "mainleft", ""),
              QString::number(qRound(main->pos().x() * tpp)));
-    QVERIFY(main->mdiArea()->subWindowList().isEmpty()); // the logger was unloaded too
+    // Exit requested once, and the logger was unloaded too.
+    QVERIFY(exits.size() == 1 && main->mdiArea()->subWindowList().isEmpty());
     delete main;
 
     // Closed while minimized, the stored placement stays as it was.
@@ -159,8 +164,7 @@ void TstFrmMain::placementIsKeptInTwipsAndExitAsksFirst() {
 }
 
 // Without a controller a start does nothing; a rebuilt list restarts polling at once; a start
-// shows the dialog and polls after its half second, or at once when an answer to a request made
-// before it ends the first scan.
+// polls after its dialog's half second, or at once when an earlier request's answer ends it.
 void TstFrmMain::scanStartsAfterHalfASecondOrAtTheFirstAnswer() {
     TestEnv env;
     env.modbus->manual = true;
@@ -179,10 +183,8 @@ void TstFrmMain::scanStartsAfterHalfASecondOrAtTheFirstAnswer() {
     gPollIndex = 1;
     rebuildActiveList();
     QCOMPARE(gActiveList, (QVector<qint16>{1, 4, 0}));
-    QCOMPARE(gPollIndex, qint16(0));
     QCOMPARE(pollRunning(main), kRunning);
-    QVERIFY(!scan.scanning());
-    QCOMPARE(alarms->grid()->rowCount(), 0);
+    QVERIFY(gPollIndex == 0 && !scan.scanning() && alarms->grid()->rowCount() == 0);
 
     gPollIndex = 1;
     scan.startScan();
@@ -198,8 +200,7 @@ void TstFrmMain::scanStartsAfterHalfASecondOrAtTheFirstAnswer() {
     // rather than stacking another, and the request's failure ends the first scan at once.
     scan.poll().timer2Tick();
     scan.startScan();
-    QCOMPARE(main->findChildren<FrmScanning*>().size(), 1);
-    QVERIFY(scan.scanning());
+    QVERIFY(scan.scanning() && main->findChildren<FrmScanning*>().size() == 1);
     env.modbus->deliverAll();
     QVERIFY(!scan.scanning());
     QCOMPARE(pollRunning(main), kRunning); // no wait for the half second of a gone dialog
@@ -289,10 +290,10 @@ void TstFrmMain::bankWalkShowsTheStoreAndStopsEndedProfiles() {
                           part<QLabel>(bank, "Clabel", 2)->text()}),
              (QStringList{"12.5", "150.0", "", "TAG-7"}));
     const bool alarmLit = lit(bank, "AlarmLEDX1", 1);
-    QVERIFY(part<LedRectangle>(bank, "AlarmLEDX1", 1)->isVisible());
+    QVERIFY(part<LedRectangle>(bank, "AlarmLEDX1", 1)->isVisible() &&
+            !part<LedRectangle>(bank, "AlarmLEDX1", 0)->isVisible());
     main->timer3Tick();
     QCOMPARE(lit(bank, "AlarmLEDX1", 1), !alarmLit); // it blinks
-    QVERIFY(!part<LedRectangle>(bank, "AlarmLEDX1", 0)->isVisible());
     // The K20 first: its own profile shows; the K8 at state 17 is stopped by the system, with
     // no audit line.
     QVERIFY(lit(bank, "ProfRun", 0) && lit(bank, "ProfStop", 3));
@@ -307,20 +308,12 @@ void TstFrmMain::bankWalkShowsTheStoreAndStopsEndedProfiles() {
     FrmMainDisplay* bank1 = main->addControlBank(0, "1");
     main->timer3Tick();
     QVERIFY(!lit(bank1, "ProfRun", 1) && part<LedRectangle>(bank1, "ProfRun", 1)->isVisible());
-    // A close during the walk is refused, the next one closes and frees the menu item.
-    bool closed = true;
-    QTimer::singleShot(0, bank, [&] { closed = bank->close(); });
-    main->timer3Tick();
-    QVERIFY(!closed);
-    const qsizetype boxes = env.dialogs->boxes.size();
-    bank->showMinimized();
-    QVERIFY(!bank->close()); // nor while minimized, silently
-    QCOMPARE(env.dialogs->boxes.size(), boxes);
-    bank->showNormal();
+    // Closed when it may, it frees the menu item and keeps its place but not its size.
+    QVERIFY(refusesToCloseWhileBusy(env, bank));
     QVERIFY(bank->close());
     QTRY_VERIFY(main->menuItem("mnuAddBank2")->isEnabled());
-    QVERIFY(env.settings->values.contains("controlbanks/bank 4/mainleft"));
-    QVERIFY(!env.settings->values.contains("controlbanks/bank 4/mainwidth"));
+    QVERIFY(env.settings->values.contains("controlbanks/bank 4/mainleft") &&
+            !env.settings->values.contains("controlbanks/bank 4/mainwidth"));
 }
 
 void TstFrmMain::bankSetpointEntryAndProfileCommandsWrite() {
@@ -364,16 +357,14 @@ void TstFrmMain::bankSetpointEntryAndProfileCommandsWrite() {
     env.modals.login("jdoe", "pw");
     bank->profileCommand(1, FrmMainDisplay::ProfileCommand::Run);
     QTRY_COMPARE(lastWrite(env), (QList<int>{6, 1082, 1}));
-    QVERIFY(lit(bank, "ProfRun", 1) && !lit(bank, "ProfStop", 1));
-    QCOMPARE(gProfState[5], qint16(1));
+    QVERIFY(lit(bank, "ProfRun", 1) && !lit(bank, "ProfStop", 1) && gProfState[5] == 1);
     // In simulation the audited action writes nothing.
     const qsizetype sent = env.modbus->requests.size();
     gSimMode = true;
     env.modals.login("jdoe", "pw");
     bank->profileCommand(1, FrmMainDisplay::ProfileCommand::Stop);
     QTest::qWait(20);
-    QCOMPARE(env.modbus->requests.size(), sent);
-    QCOMPARE(gProfState[5], qint16(0));
+    QVERIFY(env.modbus->requests.size() == sent && gProfState[5] == 0);
 }
 
 // A trend opens centred at its first size and guards its menu item; it will not close during the
@@ -390,21 +381,14 @@ void TstFrmMain::trendMenuOpensOneTrendThatClosesOnlyWhenItMay() {
     main->show();
     main->menuItem("mnuTrend1")->trigger();
     auto* trend = qobject_cast<Ctrend1*>(main->mdiArea()->activeSubWindow());
-    QVERIFY(trend);
-    QCOMPARE(trend->tag(), QStringLiteral("Trend1"));
-    QVERIFY(!main->menuItem("mnuTrend1")->isEnabled());
-    QVERIFY(main->menuItem("mnuTrend2")->isEnabled());
+    QVERIFY(trend && trend->tag() == QStringLiteral("Trend1"));
+    QVERIFY(!main->menuItem("mnuTrend1")->isEnabled() && main->menuItem("mnuTrend2")->isEnabled());
     const double tpp = twipsPerPixel(main);
     QCOMPARE(trend->size(), QSize(qRound(7380 / tpp), qRound(3930 / tpp)));
     const QSize area = main->mdiArea()->viewport()->size();
     QCOMPARE(trend->pos().x(), qRound(qRound((area.width() * tpp - 7380) / 2) / tpp));
 
-    gBankUpdating = true;
-    QVERIFY(!trend->close());
-    gBankUpdating = false;
-    trend->showMinimized();
-    QVERIFY(!trend->close());
-    trend->showNormal();
+    QVERIFY(refusesToCloseWhileBusy(env, trend));
     QFile::remove(env.path("Trend1.trn"));
     const int width = trend->width();
     QVERIFY(trend->close());
@@ -446,8 +430,7 @@ void TstFrmMain::secondInstanceOrMissingTagFileStopsTheStart() {
     QCOMPARE((std::pair{env.dialogs->boxes[0].icon, env.dialogs->boxes[0].title}),
              (std::pair{MsgIcon::Critical, QString("Sorvantel")}));
     QTest::qWait(50);
-    QVERIFY(env.modbus->requests.isEmpty());
-    QVERIFY(!frmMain()->isVisible());
+    QVERIFY(env.modbus->requests.isEmpty() && !frmMain()->isVisible());
 }
 
 // Logging on start-up asked, but no channel marked: no log this run, the setting kept. With no
@@ -459,9 +442,8 @@ void TstFrmMain::startWithNothingToScanOrLogAndTheSettingsRead() {
     env.settings->setValue("DataSave", "gLogOnStartup", "1");
     auto& splash = *new FrmSplash;
     QCOMPARE(splash.load(), FrmSplash::LoadResult::Ok);
-    QCOMPARE(gLogOnStartup, qint16(0));
+    QVERIFY(gLogOnStartup == 0 && !gLogging);
     QCOMPARE(env.settings->value("DataSave", "gLogOnStartup", ""), QStringLiteral("1"));
-    QVERIFY(!gLogging);
     for (int i = 0; i < 10; ++i)
         splash.timer1Tick();
     FrmMain* main = frmMain();
@@ -488,8 +470,8 @@ void TstFrmMain::startWithNothingToScanOrLogAndTheSettingsRead() {
     env.settings->setValue("Cstatus", "CupdateTime", "fast");
     env.settings->setValue("CStatus", "gComBeep", "maybe");
     loadSettings(*main);
-    QCOMPARE((QList<int>{gSaveInterval, poll->interval()}), (QList<int>{10, 250}));
     QVERIFY(gComBeep);
+    QCOMPARE((QList<int>{gSaveInterval, poll->interval()}), (QList<int>{10, 250}));
     env.settings->setValue("Cstatus", "CupdateTime", "0");
     loadSettings(*main);
     QCOMPARE(poll->interval(), 250);

@@ -4,42 +4,24 @@
 #include "fuzz_support.h"
 #include "platform/record_grid.h"
 
+#include <array>
+
 namespace {
-// The viewer's own format first, then the other layouts the grid is given.
+// The viewer's own format (0) first, then the other layouts the grid is given.
 GridTextFormat formatOf(uint8_t choice) {
-    GridTextFormat format;
-    switch (choice % 4) {
-    case 0:
-        format.columnTitles = true;
-        break;
-    case 1:
-        break;
-    case 2:
-        format.columnDelimiter = QStringLiteral("\t");
-        format.rowDelimiter = QStringLiteral("\n");
-        format.cellDelimiter = QStringLiteral("\"");
-        break;
-    default:
-        format.columnDelimiter = QStringLiteral(";");
-        format.cellDelimiter = QStringLiteral("\"");
-        format.columnTitles = true;
-        break;
-    }
-    return format;
+    const std::array<GridTextFormat, 4> formats{
+        {{",", "\r\n", "", true}, {}, {"\t", "\n", "\"", false}, {";", "\r\n", "\"", true}}};
+    return formats[choice % 4];
 }
 
 bool sameGrid(const RecordGridModel& a, const RecordGridModel& b, bool titles) {
-    if (a.rowCount() != b.rowCount() || a.columnCount() != b.columnCount())
-        return false;
-    for (int c = 0; c < a.columnCount(); ++c) {
-        if (titles && a.columnTitle(c) != b.columnTitle(c))
-            return false;
-        for (int r = 0; r < a.rowCount(); ++r) {
-            if (a.text(r, c) != b.text(r, c))
-                return false;
-        }
+    bool same = a.rowCount() == b.rowCount() && a.columnCount() == b.columnCount();
+    for (int c = 0; same && c < a.columnCount(); ++c) {
+        same = !titles || a.columnTitle(c) == b.columnTitle(c);
+        for (int r = 0; same && r < a.rowCount(); ++r)
+            same = a.text(r, c) == b.text(r, c);
     }
-    return true;
+    return same;
 }
 } // namespace
 

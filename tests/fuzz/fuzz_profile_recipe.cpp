@@ -9,8 +9,7 @@
 #include <cmath>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const QStringList lines =
-        QString::fromLatin1(reinterpret_cast<const char*>(data), qsizetype(size)).split(u'\n');
+    const QStringList lines = inputText(data, size).split(u'\n');
     const std::optional<Profile> profile = parseProfileRecipe(lines);
     if (!profile)
         return 0;

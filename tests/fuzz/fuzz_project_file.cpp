@@ -4,30 +4,18 @@
 
 #include "displays/project_file.h"
 #include "fuzz_support.h"
-#include "plant/plant_store.h"
 #include "plant/scan_controller.h"
 #include "records/data_logger.h"
 
 #include <QTimer>
 
 namespace {
+// The store's controller columns and the options, as they are when made.
 struct Store {
-    ControllerColumn<QString> pv, sp, out;
-    ControllerColumn<qint16> type, logChannel;
-    ControllerColumn<bool> enabled;
-    ProjectOptions options;
+    ControllerColumns columns;
+    ProjectOptions options = currentProjectOptions();
     bool operator==(const Store&) const = default;
 };
-
-Store storeNow() {
-    return {gPvTag,
-            gSpTag,
-            gOutTag,
-            gControlType,
-            gLogChannel,
-            gControlEnabled,
-            currentProjectOptions()};
-}
 
 // A plant of both families and options away from their start values, so that a read that set
 // nothing would show.
@@ -47,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static ScanController scan;
     const QString& dir = scratchFolder();
     knownPlant(scan);
-    const Store before = storeNow();
+    const Store before;
     const QByteArray bytes = inputBytes(data, size).toByteArray();
     writeBytes(dir + QStringLiteral("/in.svt"), bytes);
     auto parsed = std::make_unique<TagTable>(gTagTable);
@@ -55,18 +43,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     if (!loadProjectFile(dir + QStringLiteral("/in.svt"))) {
         require(!project, "the file and its text are refused alike");
-        require(storeNow() == before, "a refused file leaves the controller columns and options");
+        require(Store() == before, "a refused file leaves the controller columns and options");
         require(gTagTable == *parsed, "a refused file leaves in the table what it gave");
         return 0;
     }
     require(project.has_value(), "the file and its text are read alike");
-    const Store first = storeNow();
+    const Store first;
     require(first.options == project->options, "the options are the file's");
     const auto table = std::make_unique<TagTable>(gTagTable);
     require(writeProjectFile(dir + QStringLiteral("/once.svt")), "a project that read is written");
     knownPlant(scan);
     require(loadProjectFile(dir + QStringLiteral("/once.svt")), "what was written reads");
-    require(storeNow() == first && gTagTable == *table, "written back, the file reads the same");
+    require(Store() == first && gTagTable == *table, "written back, the file reads the same");
     require(writeProjectFile(dir + QStringLiteral("/twice.svt")), "a project that read is written");
     require(readBytes(dir + QStringLiteral("/once.svt")) ==
                 readBytes(dir + QStringLiteral("/twice.svt")),

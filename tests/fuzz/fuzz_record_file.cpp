@@ -3,9 +3,6 @@
 // nonce, and the line cipher's tag must catch any change to a line.
 
 #include "fuzz_support.h"
-#include "platform/line_cipher.h"
-#include "records/file_cipher.h"
-#include "records/record_file.h"
 
 #include <cstring>
 #include <vector>

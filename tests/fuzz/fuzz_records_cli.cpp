@@ -5,10 +5,6 @@
 
 #include "command_line.h"
 #include "fuzz_support.h"
-#include "platform/line_cipher.h"
-#include "records/file_cipher.h"
-#include "records/record_file.h"
-#include "records/record_line.h"
 
 #include <QBuffer>
 #include <QCoreApplication>
@@ -34,29 +30,11 @@ Files filesBelow(const QString& folder) {
 // earlier export, written as the workstation writes them.
 const Files& recordFolder(const QString& folder) {
     static const Files files = [&folder] {
-        require(QDir().mkpath(folder + QStringLiteral("/Log Files")), "the folder is made");
-        const QStringList data = {
-            QStringLiteral(
-                "Date,Time,Operator Message,Batch Number,Lot Number,TIC-101,TIC-101.SP,"),
-            QStringLiteral("3/14/26,10:00:00 AM,File started byJohn Smith (login as jsmith ),42,7,"
-                           " 123.4, 120,"),
-            QStringLiteral("3/14/26,10:00:05 AM,.,.,.,123.5,120,")};
-        const QString run = folder + QStringLiteral("/Log Files/run.slg");
-        for (const QString& line : data)
-            require(appendEncipheredLine(run, line) == RecordWrite::Written, "a line is written");
-        const auto hash = sha256OfFile(run);
-        require(hash.has_value(), "the data file hashes");
-        for (const QString& line :
-             {kSignatureHeader, recordLine({"3/14/26", "11:00:00 AM", "anna", "Anna Berg", "QA",
-                                            "Signed", "None", bytesToHex(*hash)})})
-            appendEncipheredLine(folder + QStringLiteral("/Log Files/run.sif"), line);
-        writeBytes(folder + QStringLiteral("/Log Files/cut.slg"),
-                   readBytes(run) + encryptText(data[2]).left(40).toLatin1());
-        for (const QString& line : {QStringLiteral("3/14/26,10:00:00 AM,jsmith,John Smith,"
-                                                   "Operator,Logged In,None"),
-                                    QStringLiteral("3/14/26,10:01:00 AM,jsmith,John Smith,"
-                                                   "Operator,Data Logger Started,None")})
-            appendEncipheredLine(folder + QStringLiteral("/trail.atr"), line);
+        writeSampleRun(folder + QStringLiteral("/Log Files"));
+        writeBytes(folder + QStringLiteral("/trail.atr"),
+                   enciphered({"3/14/26,10:00:00 AM,jsmith,John Smith,Operator,Logged In,None",
+                               "3/14/26,10:01:00 AM,jsmith,John Smith,Operator,Data Logger "
+                               "Started,None"}));
         writeBytes(folder + QStringLiteral("/old.csv"), "old\r\n");
         return filesBelow(folder);
     }();
@@ -84,14 +62,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     QStringList arguments{QStringLiteral("sorvantel-records")};
     bool force = false;
     if (size > 0) {
-        for (const QByteArray& piece :
-             QByteArray(reinterpret_cast<const char*>(data), qsizetype(size)).split('\0')) {
+        for (const QByteArray& piece : inputBytes(data, size).toByteArray().split('\0')) {
             arguments << keptInFolder(QString::fromUtf8(piece));
             force = force || arguments.last() == QLatin1String("--force");
         }
     }
-    QBuffer out;
-    QBuffer err;
+    QBuffer out, err;
     out.open(QIODevice::WriteOnly);
     err.open(QIODevice::WriteOnly);
     const QString home = QDir::currentPath();

@@ -9,12 +9,6 @@
 #include <cstring>
 
 namespace {
-// Digits behind the point of a reading the K40 decoder formatted.
-int decimalsOf(const QString& text) {
-    const qsizetype point = text.indexOf(u'.');
-    return point < 0 ? 0 : int(text.size() - point - 1);
-}
-
 void checkK40(int row, const qint16 words[5]) {
     decodeK40Block(row, words);
     const qint16 code = gDecimal[row];
@@ -31,7 +25,8 @@ void checkK40(int row, const qint16 words[5]) {
         const PlantValue& value = k == 0 ? gPV[row] : gSP[row];
         const auto number = value.asNumber();
         require(value.isText() && number.has_value(), "a K40 reading reads as a number");
-        require(decimalsOf(value.toText()) == code, "a K40 reading has the digits of its code");
+        require(value.toText().section(u'.', 1).size() == code,
+                "a K40 reading has the digits of its code");
         // Fixed tenths shown with no decimal cut the tenth off; every other form is exact.
         const qint32 raw = wordToUnsigned(words[k]);
         if (!scaled && code == 0 && (raw - kValueOffset) % 10 != 0)

@@ -6,7 +6,7 @@
 #include "records/frm_history_plot.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const QString text = QString::fromLatin1(reinterpret_cast<const char*>(data), qsizetype(size));
+    const QString text = inputText(data, size);
     const qsizetype cut = text.indexOf(u'\n');
     const QString date = cut < 0 ? text : text.left(cut);
     const QString time = cut < 0 ? QString() : text.mid(cut + 1);

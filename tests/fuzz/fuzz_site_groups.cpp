@@ -7,17 +7,16 @@
 #include "fuzz_support.h"
 #include "platform/site_groups.h"
 
+#include <cctype>
 #include <string>
 
 namespace {
 bool isFrom(const std::string& name, const std::string& fallback, const std::string& text) {
     if (name == fallback)
         return true;
-    const auto blank = [](char c) {
-        return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
-    };
-    return !name.empty() && !blank(name.front()) && !blank(name.back()) &&
-           name.find('\n') == std::string::npos && text.find(name) != std::string::npos;
+    return !name.empty() && !std::isspace(uchar(name.front())) &&
+           !std::isspace(uchar(name.back())) && name.find('\n') == std::string::npos &&
+           text.find(name) != std::string::npos;
 }
 
 std::string asFile(const SiteGroups& g) {

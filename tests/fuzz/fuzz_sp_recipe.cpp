@@ -6,8 +6,7 @@
 #include "fuzz_support.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const QStringList lines =
-        QString::fromLatin1(reinterpret_cast<const char*>(data), qsizetype(size)).split(u'\n');
+    const QStringList lines = inputText(data, size).split(u'\n');
     const std::optional<SpRecipe> recipe = parseSpRecipe(lines);
     if (!recipe)
         return 0;

@@ -2,21 +2,15 @@
 // written back to bytes that read the same, which written again do not change.
 
 #include "fuzz_support.h"
-#include "plant/plant_store.h"
 #include "plant/tag_file.h"
 
 namespace {
+// The plant as it is when made.
 struct Plant {
-    decltype(gTagTable) table;
-    ControllerColumn<QString> pv, sp, out;
-    ControllerColumn<qint16> type, logChannel;
-    ControllerColumn<bool> enabled;
+    decltype(gTagTable) table = gTagTable;
+    ControllerColumns columns;
     bool operator==(const Plant&) const = default;
 };
-
-Plant plantNow() {
-    return {gTagTable, gPvTag, gSpTag, gOutTag, gControlType, gLogChannel, gControlEnabled};
-}
 
 // What the workstation reads from the table: the identity columns, every tag and which channels
 // are logged. Number cells are written in their print form, so their text may change.
@@ -25,49 +19,38 @@ bool readsTheSame(const Plant& a, const Plant& b) {
         if (a.table[r][2] != b.table[r][2] || isLoggedRow(a.table[r]) != isLoggedRow(b.table[r]))
             return false;
     }
-    return a.pv == b.pv && a.sp == b.sp && a.out == b.out && a.type == b.type &&
-           a.logChannel == b.logChannel && a.enabled == b.enabled;
+    return a.columns == b.columns;
 }
 
 // A plant of both families with logged channels, as the controller setup writes it and the
-// reader reads it.
-const Plant& knownPlant() {
-    static const Plant known = [] {
+// reader reads it: where every input starts.
+void readKnownPlant() {
+    const QString path = scratchFolder() + QStringLiteral("/known.tgn");
+    static const bool written = [&path] {
         resetPlantStore();
         enableSamplePlant({0, 1, 5, 63});
         tagTableFromStore();
         gTagTable[0][5] = numberPrintForm(1);
-        const QString path = scratchFolder() + QStringLiteral("/known.tgn");
-        require(writeTagFile(path), "the known plant is written");
-        resetPlantStore();
-        require(readTagFile(path), "the known plant reads");
-        return plantNow();
+        return writeTagFile(path);
     }();
-    return known;
+    resetPlantStore();
+    require(written && readTagFile(path), "the known plant is written and reads");
 }
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const QString& dir = scratchFolder();
-    const Plant& before = knownPlant();
-    resetPlantStore();
-    gTagTable = before.table;
-    gPvTag = before.pv;
-    gSpTag = before.sp;
-    gOutTag = before.out;
-    gControlType = before.type;
-    gLogChannel = before.logChannel;
-    gControlEnabled = before.enabled;
-
+    readKnownPlant();
+    const Plant before;
     writeBytes(dir + QStringLiteral("/in.tgn"), inputBytes(data, size));
     if (!readTagFile(dir + QStringLiteral("/in.tgn"))) {
-        require(plantNow() == before, "a refused file leaves the store as it was");
+        require(Plant() == before, "a refused file leaves the store as it was");
         return 0;
     }
-    const Plant first = plantNow();
+    const Plant first;
     require(writeTagFile(dir + QStringLiteral("/once.tgn")), "a plant that read is written");
     require(readTagFile(dir + QStringLiteral("/once.tgn")), "what was written reads");
-    require(readsTheSame(first, plantNow()), "written back, the file reads the same");
+    require(readsTheSame(first, Plant()), "written back, the file reads the same");
     require(writeTagFile(dir + QStringLiteral("/twice.tgn")), "a plant that read is written");
     require(readBytes(dir + QStringLiteral("/once.tgn")) ==
                 readBytes(dir + QStringLiteral("/twice.tgn")),

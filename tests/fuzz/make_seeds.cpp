@@ -3,36 +3,16 @@
 // folder) as its argument; a seed found by a fuzzer is added beside them.
 
 #include "displays/project_file.h"
-#include "plant/plant_store.h"
+#include "fuzz_support.h"
 #include "plant/tag_file.h"
 #include "platform/line_cipher.h"
 #include "records/data_logger.h"
-#include "records/file_cipher.h"
-#include "records/record_file.h"
-#include "records/record_line.h"
-
-#include <QDir>
-#include <QFile>
-#include <cstdio>
 
 namespace {
 QString root;
 
-void put(const QString& name, const QByteArray& bytes) {
-    QDir().mkpath(QFileInfo(root + u'/' + name).absolutePath());
-    QFile file(root + u'/' + name);
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
-        std::fprintf(stderr, "cannot write %s\n", qPrintable(file.fileName()));
-}
-
-QByteArray recordFile(const QString& name, const QStringList& lines) {
-    const QString path = root + u'/' + name;
-    QFile::remove(path);
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    for (const QString& line : lines)
-        appendEncipheredLine(path, line);
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+void put(const QString& name, QByteArrayView bytes) {
+    writeBytes(root + u'/' + name, bytes);
 }
 
 QByteArray words(std::initializer_list<int> list, uint8_t head) {
@@ -53,20 +33,13 @@ int main(int argc, char* argv[]) {
     root = QString::fromLocal8Bit(argv[1]);
 
     // A plant of both families as the controller setup writes it, and the same file cut short.
-    for (int c : {0, 1, 2, 7}) {
-        gControlEnabled[c] = c != 2;
-        gControlType[c] = static_cast<qint16>(c % 3);
-        gPvTag[c] = QStringLiteral("TIC-%1").arg(101 + c);
-        gSpTag[c] = gPvTag[c] + QStringLiteral(".SP");
-        gOutTag[c] = gPvTag[c] + QStringLiteral(".OUT");
-    }
+    enableSamplePlant({0, 1, 2, 7});
+    gControlEnabled[2] = false;
     tagTableFromStore();
     gTagTable[0][5] = gTagTable[3][5] = numberPrintForm(1);
     QDir().mkpath(root + QStringLiteral("/tag_file"));
     writeTagFile(root + QStringLiteral("/tag_file/tags.tgn"));
-    QFile tags(root + QStringLiteral("/tag_file/tags.tgn"));
-    tags.open(QIODevice::ReadOnly);
-    const QByteArray tagBytes = tags.readAll();
+    const QByteArray tagBytes = readBytes(root + QStringLiteral("/tag_file/tags.tgn"));
     put(QStringLiteral("tag_file/short.tgn"), tagBytes.left(600));
     put(QStringLiteral("tag_file/empty.tgn"), {});
     put(QStringLiteral("tag_file/one-line-short.tgn"),
@@ -82,23 +55,14 @@ int main(int argc, char* argv[]) {
     put(QStringLiteral("project_file/one-line-short.svt"),
         project.left(project.lastIndexOf("\r\n", project.size() - 3) + 2));
 
-    const QStringList data = {
-        QStringLiteral("Date,Time,Operator Message,Batch Number,Lot Number,TIC-101,TIC-101.SP,"),
-        QStringLiteral("3/14/26,10:00:00 AM,File started byJohn Smith (login as jsmith ),42,7, "
-                       "123.4, 120,"),
-        QStringLiteral("3/14/26,10:00:05 AM,.,.,.,123.5,120,")};
-    const QByteArray slg = recordFile(QStringLiteral("record_file/run.slg"), data);
-    const auto hash = sha256OfFile(root + QStringLiteral("/record_file/run.slg"));
-    recordFile(QStringLiteral("record_file/run.sif"),
-               {kSignatureHeader, recordLine({"3/14/26", "11:00:00 AM", "anna", "Anna Berg", "QA",
-                                              "Signed", "None", bytesToHex(hash.value_or(""))})});
-    recordFile(QStringLiteral("record_file/trail.atr"),
-               {QStringLiteral("3/14/26,10:00:00 AM,jsmith,John Smith,Operator,Logged In,None")});
-    recordFile(QStringLiteral("record_file/alarms.alf"),
-               {QStringLiteral("3/14/26,10:02:00 AM,TIC-101,High Alarm,130.0")});
-    put(QStringLiteral("record_file/cut.slg"), slg + encryptText(data[2]).left(40).toLatin1());
+    // A run with its signature and a torn copy, an audit trail and an alarm log.
+    writeSampleRun(root + QStringLiteral("/record_file"));
+    put(QStringLiteral("record_file/trail.atr"),
+        enciphered({"3/14/26,10:00:00 AM,jsmith,John Smith,Operator,Logged In,None"}));
+    put(QStringLiteral("record_file/alarms.alf"),
+        enciphered({"3/14/26,10:02:00 AM,TIC-101,High Alarm,130.0"}));
     // A good line, then the ways a line is damaged: none of them may decipher.
-    const QByteArray good = encryptText(data[1]).toLatin1();
+    const QByteArray good = encryptText(kSampleRun[1]).toLatin1();
     const auto changed = [&good](qsizetype at, const QByteArray& by) {
         return QByteArray(good).replace(at, by.size(), by == good.mid(at, by.size()) ? "1" : by);
     };
@@ -107,7 +71,7 @@ int main(int argc, char* argv[]) {
         good + crlf + changed(3, "0") + crlf + changed(2 * LineCipher::kNonceBytes + 5, "0") +
             crlf + changed(good.size() - 1, "0") + crlf + good.chopped(2) + crlf + good.chopped(1) +
             crlf + good + '7' + crlf + changed(10, "ZZ") + crlf + good.left(40) + crlf + crlf +
-            data[1].toLatin1() + crlf + good + good + crlf + good.toLower() + crlf);
+            kSampleRun[1].toLatin1() + crlf + good + good + crlf + good.toLower() + crlf);
 
     const QList<QStringList> commands = {{"print", "Log Files/run.slg", "trail.atr"},
                                          {"print", "Log Files/cut.slg"},
@@ -131,7 +95,7 @@ int main(int argc, char* argv[]) {
     put(QStringLiteral("register_codec/profiler"), words({-5, 1234, 999, 5000, 0, 0, 3, 0, 17}, 3));
 
     QByteArray plain;
-    for (const QString& line : data)
+    for (const QString& line : kSampleRun)
         plain += line.toLatin1() + "\r\n";
     put(QStringLiteral("grid_text/history.csv"), '\0' + plain);
     put(QStringLiteral("grid_text/tabs.txt"), "\x02\"a\"\t\"b\"\n\"\"\t\"c\t\"d\"\n");

@@ -1,35 +1,27 @@
 // Runs a fuzz target over every file of the folders named on its command line, in name order,
 // as libFuzzer replays a corpus: each seed, and each input a fuzzer found, is a regression case.
 
-#include <algorithm>
-#include <cstdint>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
+#include "fuzz_support.h"
+
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 int main(int argc, char* argv[]) {
-    std::vector<std::filesystem::path> inputs;
+    QStringList inputs;
     for (int i = 1; i < argc; ++i) {
-        for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
-            if (entry.is_regular_file())
-                inputs.push_back(entry.path());
-        }
+        for (const QFileInfo& file :
+             QDir(QString::fromLocal8Bit(argv[i])).entryInfoList(QDir::Files | QDir::Hidden))
+            inputs << file.filePath();
     }
-    std::sort(inputs.begin(), inputs.end());
-    if (inputs.empty()) {
-        std::fprintf(stderr, "no inputs to replay\n");
-        return 1;
+    inputs.sort();
+    require(!inputs.isEmpty(), "there are inputs to replay");
+    for (const QString& path : inputs) {
+        std::fprintf(stderr, "%s\n", qPrintable(path));
+        const QByteArray bytes = readBytes(path);
+        const std::vector<uint8_t> input(bytes.begin(), bytes.end()); // of exactly its size
+        LLVMFuzzerTestOneInput(input.data(), input.size());
     }
-    for (const auto& path : inputs) {
-        std::ifstream file(path, std::ios::binary);
-        const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
-        std::fprintf(stderr, "%s\n", path.c_str());
-        LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-    }
-    std::printf("%zu inputs replayed\n", inputs.size());
+    std::printf("%lld inputs replayed\n", static_cast<long long>(inputs.size()));
     return 0;
 }

@@ -12,10 +12,9 @@ class TstPlantSimulator : public QObject {
 
 private slots:
     void pollBlocks();
-    void profileRunsToTheEndState();
     void tuningBlockAndItsLimits();
     void autoTuneRunsThenLeavesNewValues();
-    void downloadedProfileIsTheOneThatRuns();
+    void downloadedProfileIsTheOneThatRunsToTheEndState();
     void badWritesChangeNothing_data();
     void badWritesChangeNothing();
 };
@@ -32,10 +31,12 @@ QByteArray blockWrite(int first, int count, int byteCount, const QList<quint16>&
     return be(data, be({quint16(first), quint16(count)}) + char(byteCount));
 }
 
+QModbusResponse process(SimPlant& plant, int node, int function, const QByteArray& pdu) {
+    return plant.process(node, QModbusRequest(QModbusPdu::FunctionCode(function), pdu));
+}
 // Exception code of the controller's answer, 0 when it took the request.
 int send(SimPlant& plant, int node, int function, const QByteArray& pdu) {
-    const QModbusResponse r =
-        plant.process(node, QModbusRequest(QModbusPdu::FunctionCode(function), pdu));
+    const QModbusResponse r = process(plant, node, function, pdu);
     return r.isException() ? int(r.exceptionCode()) : 0;
 }
 // One word goes as the workstation sends it, with 0x06; more with 0x10.
@@ -46,10 +47,7 @@ int write(SimPlant& plant, int node, int first, const QList<quint16>& data) {
 }
 
 QList<quint16> read(SimPlant& plant, int node, int first, int count) {
-    const QByteArray d = plant
-                             .process(node, QModbusRequest(QModbusPdu::ReadHoldingRegisters,
-                                                           be({quint16(first), quint16(count)})))
-                             .data();
+    const QByteArray d = process(plant, node, 0x03, be({quint16(first), quint16(count)})).data();
     QList<quint16> values;
     for (int i = 1; i + 1 < d.size(); i += 2)
         values << quint16((quint8(d.at(i)) << 8) | quint8(d.at(i + 1)));
@@ -85,19 +83,6 @@ void TstPlantSimulator::pollBlocks() {
                 QCOMPARE((std::pair{node, int(plant.reg(node, first + i))}),
                          (std::pair{node, words.at(i)}));
     }
-}
-
-// The bank overview stops a profile that reports 17: the simulator must get there by itself.
-void TstPlantSimulator::profileRunsToTheEndState() {
-    SimPlant plant;
-    QVERIFY(plant.loadText("7 K20 sp=20 profile=40:1:1\n", nullptr));
-    plant.setReg(7, 1082, 1); // run
-    QCOMPARE(plant.profileState(7), 1);
-    for (int i = 0; i < 40 && plant.profileState(7) != 17; ++i)
-        plant.step(1.0); // a minute of the profile lasts a second
-    QCOMPARE(plant.profileState(7), 17);
-    plant.setReg(7, 1082, 0); // the workstation's stop
-    QCOMPARE(plant.profileState(7), 0);
 }
 
 // The words as the tuning window scales them at one decimal: band 12.5, reset 90 s, rate 4.5 s,
@@ -153,8 +138,9 @@ void TstPlantSimulator::autoTuneRunsThenLeavesNewValues() {
     QCOMPARE(read(plant, 1, 11, 3), after);
 }
 
-// Segment 1 jumps to 150.5 and soaks 2 minutes, segment 2 ramps to 80.0 in 1 and soaks 1.
-void TstPlantSimulator::downloadedProfileIsTheOneThatRuns() {
+// Segment 1 jumps to 150.5 and soaks 2 minutes, segment 2 ramps to 80.0 in 1 and soaks 1. The
+// bank overview stops a profile that reports 17: the simulator must get there by itself.
+void TstPlantSimulator::downloadedProfileIsTheOneThatRunsToTheEndState() {
     SimPlant plant;
     QVERIFY(plant.loadText("5 K8 sp=20 noise=0 profile=40:1:1\n", nullptr));
     QList<quint16> block(24, 0);
@@ -164,7 +150,8 @@ void TstPlantSimulator::downloadedProfileIsTheOneThatRuns() {
     block[10] = block[11] = 1;
     QCOMPARE(write(plant, 5, 1057, block), 0);
     QCOMPARE(read(plant, 5, 1057, 24), block);
-    plant.setReg(5, 1082, 1);
+    plant.setReg(5, 1082, 1); // run
+    QCOMPARE(plant.profileState(5), 1);
     plant.step(0.5);
     QCOMPARE(plant.sp(5), 150.5);
     const QList<quint16> other(24, 1);
@@ -174,9 +161,11 @@ void TstPlantSimulator::downloadedProfileIsTheOneThatRuns() {
     QCOMPARE(read(plant, 5, 1057, 24), block);
     plant.setReg(5, 1082, 1);
     for (int i = 0; i < 10 && plant.profileState(5) != 17; ++i)
-        plant.step(1.0);
+        plant.step(1.0); // a minute of the profile lasts a second
     QCOMPARE((std::pair{plant.profileState(5), plant.sp(5)}), (std::pair{17, 80.0}));
     QCOMPARE(write(plant, 5, 1057, other), 0);
+    plant.setReg(5, 1082, 0); // the workstation's stop
+    QCOMPARE(plant.profileState(5), 0);
 }
 
 void TstPlantSimulator::badWritesChangeNothing_data() {

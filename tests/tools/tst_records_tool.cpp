@@ -190,18 +190,13 @@ void TstRecordsTool::exportKeepsWhatExists() {
     const QString data = env.path("batch 42.slg");
     const QString csv = env.path("batch 42.csv");
     QVERIFY(writeBytes(data, enciphered(kDataLines)));
-    const QByteArray expected =
-        "\xEF\xBB\xBF" + (kDataLines.join(QStringLiteral("\r\n")) + "\r\n").toUtf8();
-    QCOMPARE(call(exportRecords, data, QString(), false).status, int(kOk));
-    QCOMPARE(readBytes(csv), expected);
-
     QVERIFY(writeBytes(csv, "kept"));
     Run run = call(exportRecords, data, csv, false);
     QCOMPARE(run.status, int(kUnusable));
     QCOMPARE(run.err, QStringList{csv + ": already exists; --force replaces it"});
     QCOMPARE(readBytes(csv), QByteArray("kept"));
     QCOMPARE(call(exportRecords, data, csv, true).status, int(kOk));
-    QCOMPARE(readBytes(csv), expected);
+    QCOMPARE(readBytes(csv), "\xEF\xBB\xBF" + (kDataLines.join("\r\n") + "\r\n").toUtf8());
 
     // Not even --force lets the export replace the record it reads.
     const QByteArray record = readBytes(data);
