@@ -19,8 +19,7 @@ class TstProfile : public QObject {
     Q_OBJECT
 private slots:
     void blockAndRecipeOfAProfile();
-    void uploadDownloadAndTheRunningRule();
-    void plotOfTheProfile();
+    void plotUploadDownloadAndTheRunningRule();
 };
 
 void TstProfile::blockAndRecipeOfAProfile() {
@@ -31,14 +30,12 @@ void TstProfile::blockAndRecipeOfAProfile() {
     p.segTimes[4] = 0.5; // ramp of segment 2: half an hour and 0.4 minutes, rounded as a whole
     p.segTimes[5] = 0.4;
     const std::optional<QVector<quint16>> block = profileBlock(p);
-    QVERIFY(block);
-    QCOMPARE(block->size(), kProfileRegisters);
-    QCOMPARE(block->mid(0, 2), (QVector<quint16>{1005, 2500}));
-    QCOMPARE(block->mid(8, 4), (QVector<quint16>{0, 90, 30, 0}));
+    QCOMPARE(block, (QVector<quint16>{1005, 2500, 0, 0, 0, 0, 0, 0, 0, 90, 30, 0,
+                                      0,    0,    0, 0, 0, 0, 0, 0, 0, 0,  0,  0}));
     const Profile back = profileFromBlock(*block);
-    QCOMPARE(back.segTimes[2], 1.0);
-    QCOMPARE(back.segTimes[3], 30.0);
-    QCOMPARE(back.setPoints[0], 100.5);
+    QCOMPARE(
+        (QList<double>{back.segTimes[2], back.segTimes[3], back.segTimes[4], back.setPoints[0]}),
+        (QList<double>{1, 30, 0, 100.5}));
     // A value its register cannot hold: nothing to write.
     Profile bad = p;
     bad.setPoints[7] = -1;
@@ -58,17 +55,35 @@ void TstProfile::blockAndRecipeOfAProfile() {
     QVERIFY(!parseProfileRecipe(lines + QStringList(17, " 0")));
 }
 
-void TstProfile::uploadDownloadAndTheRunningRule() {
+void TstProfile::plotUploadDownloadAndTheRunningRule() {
     TestEnv env;
     gControlEnabled[5] = gControlEnabled[0] = true;
     gControlType[5] = K8RampProfiler;
     gPvTag[5] = QStringLiteral("KILN-106");
-    QVector<quint16> stored(kProfileRegisters, 0);
-    stored[0] = 1500;
-    stored[9] = 90; // soak of segment 1
-    env.modbus->setRegisters(6, 3, kProfileFirstRegister,
-                             QList<quint16>(stored.begin(), stored.end()));
+    // A first setpoint of 150.0 and a soak of 1 h 30 in segment 1; the rest of the block 0.
+    env.modbus->setRegisters(6, 3, kProfileFirstRegister, {1500, 0, 0, 0, 0, 0, 0, 0, 0, 90, 0, 0,
+                                                           0,    0, 0, 0, 0, 0, 0, 0, 0, 0,  0, 0});
     FrmProfile window;
+    // A new recipe: every point at the first instant, a step to 32, a span of nothing.
+    Plot* plot = window.ProfPlotx1;
+    QVector<QPointF> points = plot->points(0);
+    QCOMPARE((QList<double>{double(points.size()), points[0].y(), points[16].x() - points[0].x(),
+                            points[16].y(), window.keptXSpan}),
+             (QList<double>{17, 0, 0, 32, 0}));
+    QCOMPARE(plot->title(), QStringLiteral("Profile Plot (No Name)"));
+
+    // One hour of ramp and half an hour of soak: 90 minutes and the margin of five percent.
+    window.segTime[0]->setValue(1);
+    window.segTime[3]->setValue(30);
+    window.rebuildPlot();
+    points = plot->points(0);
+    QCOMPARE((QList<qint64>{qRound64((points[1].x() - points[0].x()) * 86400),
+                            qRound64((points[2].x() - points[0].x()) * 86400),
+                            qRound64(window.keptXSpan * 86400)}),
+             (QList<qint64>{3600, 5400, 5670}));
+    window.DateSlider->setValue(99);
+    QCOMPARE(plot->xSpan(), 0.01 * window.keptXSpan);
+
     // Only profilers are listed, and nothing is chosen at first.
     QCOMPARE(window.ProfileCSelect->count(), 1);
     window.uploadProfile();
@@ -80,9 +95,9 @@ void TstProfile::uploadDownloadAndTheRunningRule() {
     QCOMPARE(env.dialogs->boxes.last().title, QStringLiteral("Upload Profile?"));
     QTRY_COMPARE(window.icurFile->text(),
                  QStringLiteral("Profile upload from controller completed!"));
-    QCOMPARE(window.pSetPoint[0]->value(), 150.0);
-    QCOMPARE(window.segTime[2]->value(), 1);
-    QCOMPARE(window.segTime[3]->value(), 30);
+    QCOMPARE((QList<double>{window.pSetPoint[0]->value(), double(window.segTime[2]->value()),
+                            double(window.segTime[3]->value())}),
+             (QList<double>{150, 1, 30}));
     QCOMPARE(window.windowTitle(), QStringLiteral("Profiler - Uploaded from controller"));
     QVERIFY(window.recipeFile.isEmpty());
 
@@ -101,9 +116,11 @@ void TstProfile::uploadDownloadAndTheRunningRule() {
     env.dialogs->answerNext(MsgAnswer::Yes);
     window.downloadProfile();
     QTRY_COMPARE(window.icurFile->text(), QStringLiteral("Profile download completed!"));
-    QCOMPARE(env.modbus->nodes[6].holding.value(kProfileFirstRegister + 1), quint16(2222));
-    QCOMPARE(env.modbus->nodes[6].holding.value(kProfileFirstRegister + 9), quint16(90));
-    QCOMPARE(env.modbus->requests.last().count, kProfileRegisters);
+    const auto& holding = env.modbus->nodes[6].holding;
+    QCOMPARE(
+        (QList<int>{holding.value(kProfileFirstRegister + 1),
+                    holding.value(kProfileFirstRegister + 9), env.modbus->requests.last().count}),
+        (QList<int>{2222, 90, 24}));
 
     // A controller that fails: the box, and the fields as they were.
     env.modbus->nodes[6].dead = true;
@@ -113,33 +130,6 @@ void TstProfile::uploadDownloadAndTheRunningRule() {
                  QStringLiteral("Error during read of profile data.\nPlease check control and try "
                                 "again."));
     QCOMPARE(window.pSetPoint[1]->value(), 222.2);
-}
-
-void TstProfile::plotOfTheProfile() {
-    TestEnv env;
-    FrmProfile window;
-    // A new recipe: every point at the first instant, a step to 32, a span of nothing.
-    Plot* plot = window.ProfPlotx1;
-    QVector<QPointF> points = plot->points(0);
-    QCOMPARE(points.size(), 17);
-    QCOMPARE(points[0].y(), 0.0);
-    QCOMPARE(points[16], QPointF(points[0].x(), 32));
-    QCOMPARE(window.keptXSpan, 0.0);
-    QCOMPARE(plot->title(), QStringLiteral("Profile Plot (No Name)"));
-
-    // One hour of ramp and half an hour of soak: 90 minutes and the margin of five percent.
-    window.segTime[0]->setValue(1);
-    window.segTime[3]->setValue(30);
-    window.rebuildPlot();
-    points = plot->points(0);
-    auto seconds = [](double days) {
-        return qRound64(days * 86400);
-    };
-    QCOMPARE(seconds(points[1].x() - points[0].x()), 3600);
-    QCOMPARE(seconds(points[2].x() - points[0].x()), 5400);
-    QCOMPARE(seconds(window.keptXSpan), 5670);
-    window.DateSlider->setValue(99);
-    QCOMPARE(plot->xSpan(), 0.01 * window.keptXSpan);
 
     // The colours go to the plot at once and are kept at the close.
     env.dialogs->colours = {QColor(0, 255, 0)};

@@ -34,11 +34,10 @@ QList<QList<int>> writes(const TestEnv& env) {
 class TstSingleSp : public QObject {
     Q_OBJECT
 private slots:
-    void lockedRowsAndTheRecipeFile();
-    void downloadWritesEachTickedControllerInTurn();
+    void lockedRowsTheRecipeFileAndTheDownload();
 };
 
-void TstSingleSp::lockedRowsAndTheRecipeFile() {
+void TstSingleSp::lockedRowsTheRecipeFileAndTheDownload() {
     TestEnv env;
     plant();
     QDir().mkpath(env.path("Recipes"));
@@ -57,8 +56,8 @@ void TstSingleSp::lockedRowsAndTheRecipeFile() {
     grid->setText(2, FrmSingleSP::WriteColumn, "1");
     env.dialogs->chooseFile(env.path("Recipes/zones.spr"));
     window.saveRecipe(); // no file yet: Save As
-    QCOMPARE(env.dialogs->fileRequests.last().title, QStringLiteral("Save .spr Recipe file as?"));
-    QCOMPARE(window.windowTitle(), QStringLiteral("Single Setpoint Recipes - zones"));
+    QCOMPARE((QStringList{env.dialogs->fileRequests.last().title, window.windowTitle()}),
+             (QStringList{"Save .spr Recipe file as?", "Single Setpoint Recipes - zones"}));
     // Enciphered line by line: the 64 values, then the 64 ticks, in their signed text form.
     const QStringList plain = plainLinesOf(env.path("Recipes/zones.spr"));
     QCOMPARE(plain.size(), 128);
@@ -93,34 +92,32 @@ void TstSingleSp::lockedRowsAndTheRecipeFile() {
     // New asks first, and clears values and ticks.
     env.dialogs->answerNext(MsgAnswer::Yes);
     other.newRecipe();
-    QCOMPARE(env.dialogs->texts().last(), QStringLiteral("Clear all recipe values?"));
+    QCOMPARE((QStringList{env.dialogs->texts().last(), other.statusText()}),
+             (QStringList{"Clear all recipe values?", "All fields cleared for new recipe."}));
     QCOMPARE(rowOf(other.spDataGrid, 0), (QStringList{"1", "", "TIC-1.SP", ""}));
-    QCOMPARE(other.statusText(), QStringLiteral("All fields cleared for new recipe."));
-}
 
-void TstSingleSp::downloadWritesEachTickedControllerInTurn() {
-    TestEnv env;
-    plant();
+    // The download writes each ticked controller in turn. Nothing ticked: the question, and
+    // nothing written.
     for (int node : {1, 2, 3, 4})
         env.modbus->nodes[node].holding[1] = 0;
-    FrmSingleSP window;
-    RecordGrid* grid = window.spDataGrid;
-    // Nothing ticked: the question, and nothing written.
+    grid = other.spDataGrid;
+    env.dialogs->boxes.clear();
     env.dialogs->answerNext(MsgAnswer::Yes);
-    window.downloadRecipe();
+    other.downloadRecipe();
     QCOMPARE(env.dialogs->texts(), QStringList{"Download recipe to controllers?"});
     QTest::qWait(120);
     QVERIFY(writes(env).isEmpty());
 
     // Register 1 in the controller's scale: 185.5 at 0.1 a count is 1855; an empty value is 0.
+    // A locked row is passed over though ticked.
     grid->setText(0, FrmSingleSP::ValueColumn, "185.5");
-    grid->setText(0, FrmSingleSP::WriteColumn, "1");
-    grid->setText(1, FrmSingleSP::WriteColumn, "1");
+    for (int row : {0, 1, 2})
+        grid->setText(row, FrmSingleSP::WriteColumn, "1");
     env.dialogs->answerNext(MsgAnswer::Yes);
-    window.downloadRecipe();
-    QCOMPARE(window.statusText(), QStringLiteral("Writing setpoints to controllers, please wait!"));
+    other.downloadRecipe();
+    QCOMPARE(other.statusText(), QStringLiteral("Writing setpoints to controllers, please wait!"));
     QTRY_COMPARE(writes(env), (QList<QList<int>>{{1, 1, 1855 + 19999}, {2, 1, 19999}}));
-    QCOMPARE(window.statusText(),
+    QCOMPARE(other.statusText(),
              QStringLiteral("Setpoint written to all controllers successfully."));
     QCOMPARE(env.modbus->nodes[1].holding.value(1), 1855 + 19999);
 
@@ -128,7 +125,7 @@ void TstSingleSp::downloadWritesEachTickedControllerInTurn() {
     env.modbus->requests.clear();
     grid->setText(1, FrmSingleSP::ValueColumn, "9999");
     env.dialogs->answerNext(MsgAnswer::Yes);
-    window.downloadRecipe();
+    other.downloadRecipe();
     QVERIFY(env.dialogs->texts().last().startsWith("The setpoint of TIC-2.SP can not be written"));
     QTest::qWait(120);
     QVERIFY(writes(env).isEmpty());
@@ -138,19 +135,19 @@ void TstSingleSp::downloadWritesEachTickedControllerInTurn() {
     env.modbus->nodes[2].dead = true;
     env.dialogs->boxes.clear();
     env.dialogs->answerNext(MsgAnswer::Yes);
-    window.downloadRecipe();
-    QTRY_COMPARE(window.statusText(), QStringLiteral("Error during setpoint writes!"));
+    other.downloadRecipe();
+    QTRY_COMPARE(other.statusText(), QStringLiteral("Error during setpoint writes!"));
     QCOMPARE(env.dialogs->texts().last(),
              QStringLiteral("Error during write of setpoint values.\n\nMake sure write value is "
                             "within\nupper/lower setpoint limits."));
     QCOMPARE(writes(env).value(0), (QList<int>{1, 1, 1855 + 19999}));
-    QVERIFY(!window.ModSpRecipe->running());
+    QVERIFY(!other.ModSpRecipe->running());
 
     // In simulation nothing is asked and nothing is written.
     env.modbus->requests.clear();
     env.dialogs->boxes.clear();
     gSimMode = true;
-    window.downloadRecipe();
+    other.downloadRecipe();
     QVERIFY(env.dialogs->boxes.isEmpty());
     QVERIFY(writes(env).isEmpty());
 }

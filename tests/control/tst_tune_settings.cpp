@@ -22,8 +22,8 @@ QList<QList<int>> writes(const TestEnv& env) {
     return out;
 }
 
-// Node 1, a K40 in tenths, with a tuning block and the revision word given.
-void controller(TestEnv& env, quint16 revision, quint16 autoTune = 0) {
+// Node 1, a K40 in tenths, with a tuning block of revision 40, auto-tune off.
+void controller(TestEnv& env) {
     gControlEnabled[0] = true;
     gActiveList = {1, 0};
     gActiveCount = 1;
@@ -31,7 +31,7 @@ void controller(TestEnv& env, quint16 revision, quint16 autoTune = 0) {
     gDecimal[0] = 1;
     gScale[0] = 0.1f;
     env.modbus->setRegisters(1, 3, 11, {125, 240, 45, 30, 19999 + 50});
-    env.modbus->setRegisters(1, 3, 141, {revision, autoTune, 0});
+    env.modbus->setRegisters(1, 3, 141, {1240, 0, 0});
 }
 } // namespace
 
@@ -39,8 +39,7 @@ class TstTuneSettings : public QObject {
     Q_OBJECT
 private slots:
     void revisionRuleAndTuneFile();
-    void readAndWriteTheTuningBlock();
-    void autoTuneAndTheOlderRevision();
+    void readAndWriteTheTuningBlockAndTheAutoTune();
 };
 
 void TstTuneSettings::revisionRuleAndTuneFile() {
@@ -64,9 +63,9 @@ void TstTuneSettings::revisionRuleAndTuneFile() {
     QVERIFY(!parseTuneFile(lines + QStringList{"1", "2"}));
 }
 
-void TstTuneSettings::readAndWriteTheTuningBlock() {
+void TstTuneSettings::readAndWriteTheTuningBlockAndTheAutoTune() {
     TestEnv env;
-    controller(env, 1240);
+    controller(env);
     FrmTuneSettings window;
     window.readValues();
     QTRY_COMPARE(window.statusText(),
@@ -75,8 +74,7 @@ void TstTuneSettings::readAndWriteTheTuningBlock() {
                             window.RateValueX1->value(), window.CoolPBX1->value(),
                             window.dbX1->value()}),
              (QList<double>{12.5, 240, 4.5, 30, 5}));
-    QVERIFY(window.Option2->isChecked());
-    QCOMPARE(window.dbRevision, 40);
+    QVERIFY(window.Option2->isChecked() && window.dbRevision == 40);
 
     // Prepare, then registers 11 to 15 one at a time, the dead band with its offset.
     window.PBValueX1->setValue(15);
@@ -100,7 +98,6 @@ void TstTuneSettings::readAndWriteTheTuningBlock() {
     QTest::qWait(150);
     QVERIFY(writes(env).isEmpty());
     QVERIFY(env.dialogs->texts().last().startsWith("Error during write of tuning values."));
-
     gDecimal[0] = 1;
 
     // The plot takes a point every plotTrend + 1 ticks, on every tick at 0.
@@ -116,18 +113,15 @@ void TstTuneSettings::readAndWriteTheTuningBlock() {
         window.timer1Tick();
     QCOMPARE(window.iPlotX->points(0).size(), before + 3);
     QCOMPARE(window.iPlotX->points(0).last().y(), 181.5);
-}
 
-void TstTuneSettings::autoTuneAndTheOlderRevision() {
-    TestEnv env;
-    controller(env, 1239, 2);
-    FrmTuneSettings window;
+    // The older revision with auto-tune running.
+    env.modbus->setRegisters(1, 3, 141, {1239, 2, 0});
     window.readValues();
     QTRY_COMPARE(window.statusText(),
                  QStringLiteral("Controller tuning values read from controller."));
     // Revision 39: no dead band; auto-tune running: the PID fields locked.
-    QCOMPARE(window.dbRevision, 39);
-    QCOMPARE(window.dbX1->value(), 0.0);
+    QCOMPARE((QList<double>{double(window.dbRevision), window.dbX1->value()}),
+             (QList<double>{39, 0}));
     QVERIFY(window.Option1->isChecked() && !window.PBValueX1->isEnabled());
 
     // With auto-tune on, only the start command goes out.

@@ -6,6 +6,7 @@
 #include "plant/plant_store.h"
 #include "platform/bar_display.h"
 #include "platform/record_grid.h"
+#include "support/audit_files.h"
 #include "support/test_env.h"
 
 #include <QDoubleSpinBox>
@@ -29,32 +30,23 @@ void twoActive() {
     gPV[4] = -17.4;
     gSP[4] = -18.0;
 }
-
-QStringList rowOf(const RecordGrid* grid, int row) {
-    QStringList out;
-    for (int c = 0; c < grid->columnCount(); ++c)
-        out << grid->text(row, c);
-    return out;
-}
 } // namespace
 
 class TstDisplays : public QObject {
     Q_OBJECT
 private slots:
-    void digitalValuesFollowTheActiveList();
-    void digitalValuesPrintAndComeBackWhenOpenedAgain();
-    void barsStopAtTheFirstDisabledController();
-    void barClicksNameAControllerAndLimitsAreKept();
+    void digitalValuesFollowTheActiveListPrintAndComeBack();
+    void barsStopAtTheFirstDisabledControllerAndClicksNameOne();
 };
 
-void TstDisplays::digitalValuesFollowTheActiveList() {
+void TstDisplays::digitalValuesFollowTheActiveListPrintAndComeBack() {
     TestEnv env;
     twoActive();
     QMdiArea area;
     DigitalValues* window = showDigitalValues(&area);
     QCOMPARE(window->windowTitle(), QStringLiteral("System Digital Values"));
-    QVERIFY(window->Timer1->isActive());
-    QCOMPARE(window->Timer1->interval(), 1000);
+    QCOMPARE((QList<int>{window->Timer1->isActive(), window->Timer1->interval()}),
+             (QList<int>{true, 1000}));
     QCOMPARE(rowOf(window->Grid1, 0), (QStringList{"TIC-101", " 181.6", "TIC-101.SP", " 185"}));
     QCOMPARE(rowOf(window->Grid1, 1), (QStringList{"COLD-105", "-17.4", "COLD-105.SP", "-18"}));
     // A reading that is no number leaves the cell as it was.
@@ -71,18 +63,13 @@ void TstDisplays::digitalValuesFollowTheActiveList() {
     gActiveCount = 0;
     window->timer1Tick();
     QCOMPARE(window->Grid1->rowCount(), 0);
-}
 
-void TstDisplays::digitalValuesPrintAndComeBackWhenOpenedAgain() {
-    TestEnv env;
-    QMdiArea area;
-    DigitalValues* window = showDigitalValues(&area);
     // Nothing scanned: the alarm log's words, as this window has always used them.
     window->printDigitalValues();
     QCOMPARE(env.dialogs->boxes.size(), 1);
-    QCOMPARE(env.dialogs->boxes[0].title, QStringLiteral("Print Alarms"));
-    QCOMPARE(env.dialogs->boxes[0].text, QStringLiteral("There are no alarms to print!"));
-    QCOMPARE(int(env.dialogs->boxes[0].icon), int(MsgIcon::Question));
+    QCOMPARE((QStringList{env.dialogs->boxes[0].title, env.dialogs->boxes[0].text}),
+             (QStringList{"Print Alarms", "There are no alarms to print!"}));
+    QCOMPARE(env.dialogs->boxes[0].icon, MsgIcon::Question);
 
     twoActive();
     window->timer1Tick();
@@ -112,7 +99,7 @@ void TstDisplays::digitalValuesPrintAndComeBackWhenOpenedAgain() {
     QCOMPARE(area.subWindowList().size(), 1);
 }
 
-void TstDisplays::barsStopAtTheFirstDisabledController() {
+void TstDisplays::barsStopAtTheFirstDisabledControllerAndClicksNameOne() {
     TestEnv env;
     // Controllers 0, 1, 3 and 4 enabled, 2 not.
     for (int c : {0, 1, 3, 4}) {
@@ -134,26 +121,21 @@ void TstDisplays::barsStopAtTheFirstDisabledController() {
         positions << bars->barPosition(i);
     // Controller 2 is disabled, and 3 and 4 behind it stand at the lower limit too.
     QCOMPARE(positions, (QList<double>{10, 15, 21.5, 25, 2, 2, 2, 2, 2, 2}));
-    QCOMPARE(bars->barColor(0), 255);
-    QCOMPARE(bars->barColor(1), 65280);
+    QCOMPARE((QList<int>{bars->barColor(0), bars->barColor(1)}), (QList<int>{255, 65280}));
 
     // A reading that is no number keeps its bar; a fall keeps the peak until it is cleared.
     gPV[0] = QStringLiteral("----");
     gSP[0] = 7.0;
     window->timer1Tick();
-    QCOMPARE(bars->barPosition(0), 10.0);
-    QCOMPARE(bars->barPosition(1), 7.0);
-    QCOMPARE(bars->peak(1), 15.0);
+    QCOMPARE((QList<double>{bars->barPosition(0), bars->barPosition(1), bars->peak(1)}),
+             (QList<double>{10, 7, 15}));
     window->clearPeaks();
     QCOMPARE(bars->peak(1), 7.0);
     // A lower limit above a value: the bar keeps its value, the scale starts above it.
     window->BarLower->setValue(50);
-    QCOMPARE(bars->minimum(), 50.0);
-    QCOMPARE(bars->barPosition(1), 7.0);
-}
+    QCOMPARE((QList<double>{bars->minimum(), bars->barPosition(1)}), (QList<double>{50, 7}));
 
-void TstDisplays::barClicksNameAControllerAndLimitsAreKept() {
-    TestEnv env;
+    // The window of controllers 17 to 32.
     for (int c : {16, 17, 19, 32}) {
         gControlEnabled[size_t(c)] = true;
         gPvTag[size_t(c)] = QStringLiteral("T%1").arg(c);
@@ -162,21 +144,21 @@ void TstDisplays::barClicksNameAControllerAndLimitsAreKept() {
         gSP[size_t(c)] = 13.0;
     }
     env.settings->setValue("BarGraphs\\Bar 16", "BarUpperSet", "250");
-    QMdiArea area;
-    FrmBarGraph* window = showBarGraph(&area, 16);
-    QCOMPARE(window->BarUpper->value(), 250.0);
-    QCOMPARE(window->Bar1X1->maximum(), 250.0);
+    window = showBarGraph(&area, 16);
+    QCOMPARE((QList<double>{window->BarUpper->value(), window->Bar1X1->maximum()}),
+             (QList<double>{250, 250}));
     QCOMPARE(window->statusText(),
              QStringLiteral("Click on bar to display current tag and value:"));
     window->timer1Tick();
     const QString first = "(Red) T16 : = 12.5  --  (Green) T16.SP : = 13";
     QCOMPARE(window->statusText(), first);
-    // Each controller's pair is 22 pixels wide.
-    window->barsClicked(22);
-    QCOMPARE(window->cToMonitor, qint16(17));
-    QCOMPARE(window->statusText(), QStringLiteral("(Red) T17 : = 12.5  --  (Green) T17.SP : = 13"));
-    window->barsClicked(21);
-    QCOMPARE(window->cToMonitor, qint16(16));
+    // Each controller's pair is 22 pixels wide. Right of the sixteen: a controller of the next
+    // window; beyond 63: the first again, and the line names the last one clicked.
+    for (const auto& [x, c] : {std::pair{22, 17}, {21, 16}, {16 * 22, 32}, {48 * 22, 16}}) {
+        window->barsClicked(x);
+        QCOMPARE(window->cToMonitor, qint16(c));
+    }
+    QCOMPARE(window->statusText(), QStringLiteral("(Red) T32 : = 12.5  --  (Green) T32.SP : = 13"));
     // A disabled controller: the prompt, and the next tick names the first one again.
     window->barsClicked(2 * 22);
     QCOMPARE(window->statusText(),
@@ -184,11 +166,6 @@ void TstDisplays::barClicksNameAControllerAndLimitsAreKept() {
     QCOMPARE(window->cToMonitor, qint16(16));
     window->timer1Tick();
     QCOMPARE(window->statusText(), first);
-    // Right of the sixteen: a controller of the next window; beyond 63: the first again.
-    window->barsClicked(16 * 22);
-    QCOMPARE(window->cToMonitor, qint16(32));
-    window->barsClicked(48 * 22);
-    QCOMPARE(window->cToMonitor, qint16(16));
 
     // The close keeps the limits and the position, not the size; an upper limit below the lower
     // passes as it is.
@@ -199,8 +176,8 @@ void TstDisplays::barClicksNameAControllerAndLimitsAreKept() {
     QVERIFY(!env.settings->value("BarGraphs\\Bar 16", "MainLeft", "").isEmpty());
     QCOMPARE(env.settings->value("BarGraphs\\Bar 16", "MainWidth", "none"), QStringLiteral("none"));
     FrmBarGraph* again = showBarGraph(&area, 16);
-    QCOMPARE(again->Bar1X1->minimum(), 300.0);
-    QCOMPARE(again->Bar1X1->maximum(), 250.0);
+    QCOMPARE((QList<double>{again->Bar1X1->minimum(), again->Bar1X1->maximum()}),
+             (QList<double>{300, 250}));
 }
 
 QTEST_MAIN(TstDisplays)

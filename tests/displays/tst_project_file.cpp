@@ -13,6 +13,7 @@
 #include "platform/record_grid.h"
 #include "records/alarm_log.h"
 #include "records/data_logger.h"
+#include "support/audit_files.h"
 #include "support/test_env.h"
 
 #include <QAction>
@@ -23,16 +24,6 @@
 #include <QTimer>
 
 namespace {
-QByteArray bytesOf(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void writeFile(const QString& path, const QByteArray& bytes) {
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
-}
-
 // Timer 2, timer 3 and the poll's read-done flag: all set once polling runs.
 QList<bool> polling(FrmMain* main) {
     return {main->scan().timer2()->isActive(), main->scan().timer3()->isActive(),
@@ -48,15 +39,14 @@ QStringList requestTexts(const FileDialogRequest& r) {
 class TstProjectFile : public QObject {
     Q_OBJECT
 private slots:
-    void saveAsLandsInProjectsAndOpenBringsItBack();
+    void saveAsSaveOpenAndCancelledOpenOfAProject();
     void damagedFileIsRefusedAndTheOldPlantPollsOn_data();
     void damagedFileIsRefusedAndTheOldPlantPollsOn();
-    void cancelledOpenLeavesPollingStopped();
     void closeProjectWarnsDuringLoggingAndClosesTheDisplays();
     void demoProjectReadsAndWritesBackToTheByte();
 };
 
-void TstProjectFile::saveAsLandsInProjectsAndOpenBringsItBack() {
+void TstProjectFile::saveAsSaveOpenAndCancelledOpenOfAProject() {
     TestEnv env;
     env.writeTags({{1, 0}, {3, 2, true, QStringLiteral("DRYER-3")}});
     QVERIFY(readTagFile(env.path("tags.tgn")));
@@ -65,7 +55,7 @@ void TstProjectFile::saveAsLandsInProjectsAndOpenBringsItBack() {
     gAutoLog = 1;
     gAlmLogging = true;
     main->scan().timer2()->setInterval(250);
-    writeFile(env.path("Trend1.trn"), "trend as saved");
+    QVERIFY(writeBytes(env.path("Trend1.trn"), "trend as saved"));
 
     // Another folder chosen: the file goes to Projects all the same.
     QDir().mkpath(env.path("elsewhere"));
@@ -77,12 +67,12 @@ void TstProjectFile::saveAsLandsInProjectsAndOpenBringsItBack() {
                           env.path("Projects"), "Project.svt", ".svt"}));
     QVERIFY(saveAs.overwritePrompt && !saveAs.fileMustExist);
     QVERIFY(!QFile::exists(env.path("elsewhere/Name.v2.svt")));
-    const QByteArray saved = bytesOf(env.path("Projects/Name.v2.svt"));
+    const QByteArray saved = readBytes(env.path("Projects/Name.v2.svt"));
     QCOMPARE(saved,
-             bytesOf(env.path("tags.tgn")) + " 7 \r\n 1 \r\n 0 \r\nTrue\r\nFalse\r\n 250 \r\n");
+             readBytes(env.path("tags.tgn")) + " 7 \r\n 1 \r\n 0 \r\nTrue\r\nFalse\r\n 250 \r\n");
     QCOMPARE(main->windowTitle(), QStringLiteral("Brenlock Sorvantel - Name.v2.svt"));
     // Named up to the first dot; a trend never set up has no copy.
-    QCOMPARE(bytesOf(env.path("Projects/NameT1.trn")), bytesOf(env.path("Trend1.trn")));
+    QCOMPARE(readBytes(env.path("Projects/NameT1.trn")), readBytes(env.path("Trend1.trn")));
     QVERIFY(!QFile::exists(env.path("Projects/NameT2.trn")));
 
     // Another plant meanwhile, another trend, alarms in the grid, the poll part-way.
@@ -94,7 +84,7 @@ void TstProjectFile::saveAsLandsInProjectsAndOpenBringsItBack() {
     gAlmLogging = false;
     gComBeep = true;
     main->scan().timer2()->setInterval(500);
-    writeFile(env.path("Trend1.trn"), "trend changed since");
+    QVERIFY(writeBytes(env.path("Trend1.trn"), "trend changed since"));
     auto* alarms = new AlarmLog;
     main->mdiArea()->addSubWindow(alarms);
     alarms->grid()->setRowCount(2);
@@ -109,23 +99,27 @@ void TstProjectFile::saveAsLandsInProjectsAndOpenBringsItBack() {
     QVERIFY(open.fileMustExist);
     QCOMPARE(env.dialogs->texts(), QStringList());
     QCOMPARE(gActiveList, (QVector<qint16>{1, 3, 0}));
-    QCOMPARE(gPollIndex, qint16(0));
     QCOMPARE(polling(main), kRunning);
-    QCOMPARE(alarms->grid()->rowCount(), 0);
-    QCOMPARE((QStringList{gPvTag[2], gSpTag[2], gPvTag[1]}),
-             (QStringList{"DRYER-3", "DRYER-3.SP", "TAG2"}));
-    QCOMPARE(gControlType[2], qint16(2));
-    QCOMPARE((QList<int>{gSaveInterval, gAutoLog, gAlmLogging, gComBeep,
-                         main->scan().timer2()->interval()}),
-             (QList<int>{7, 1, true, false, 250}));
-    QCOMPARE(bytesOf(env.path("Trend1.trn")), QByteArray("trend as saved"));
-    QCOMPARE(main->windowTitle(), QStringLiteral("Brenlock Sorvantel - Name.v2.svt"));
+    QCOMPARE((QStringList{gPvTag[2], gSpTag[2], gPvTag[1], main->windowTitle()}),
+             (QStringList{"DRYER-3", "DRYER-3.SP", "TAG2", "Brenlock Sorvantel - Name.v2.svt"}));
+    // The poll from its start, the alarm grid emptied, the options and the trend as saved.
+    QCOMPARE((QList<int>{gPollIndex, alarms->grid()->rowCount(), gControlType[2], gSaveInterval,
+                         gAutoLog, gAlmLogging, gComBeep, main->scan().timer2()->interval()}),
+             (QList<int>{0, 0, 2, 7, 1, true, false, 250}));
+    QCOMPARE(readBytes(env.path("Trend1.trn")), QByteArray("trend as saved"));
 
     // Save writes to the open project without asking: byte for byte what was opened.
     QVERIFY(QFile::remove(env.path("Projects/Name.v2.svt")));
     main->menuItem("mnuSaveP")->trigger();
     QCOMPARE(env.dialogs->fileRequests.size(), 2);
-    QCOMPARE(bytesOf(env.path("Projects/Name.v2.svt")), saved);
+    QCOMPARE(readBytes(env.path("Projects/Name.v2.svt")), saved);
+
+    // A cancelled open leaves polling stopped and the name as it was, without a word.
+    main->menuItem("mnuOpenP")->trigger();
+    QCOMPARE(env.dialogs->fileRequests.size(), 3);
+    QCOMPARE(env.dialogs->texts(), QStringList());
+    QCOMPARE(polling(main).mid(0, 2), (QList<bool>{false, false}));
+    QCOMPARE(gProjectTitle, QStringLiteral("Name.v2.svt"));
 }
 
 void TstProjectFile::damagedFileIsRefusedAndTheOldPlantPollsOn_data() {
@@ -153,13 +147,13 @@ void TstProjectFile::damagedFileIsRefusedAndTheOldPlantPollsOn() {
     auto* main = new FrmMain;
     QDir().mkpath(env.path("Projects"));
     QVERIFY(writeProjectFile(env.path("Projects/Bad.svt")));
-    QList<QByteArray> lines = bytesOf(env.path("Projects/Bad.svt")).split('\n');
+    QList<QByteArray> lines = readBytes(env.path("Projects/Bad.svt")).split('\n');
     lines.removeLast();
     if (line < 0)
         lines.removeLast();
     else
         lines[line] = text + '\r';
-    writeFile(env.path("Projects/Bad.svt"), lines.join('\n') + '\n');
+    QVERIFY(writeBytes(env.path("Projects/Bad.svt"), lines.join('\n') + '\n'));
 
     env.writeTags({{4, 2, true, QStringLiteral("OLD-4")}});
     QVERIFY(readTagFile(env.path("tags.tgn")));
@@ -174,28 +168,13 @@ void TstProjectFile::damagedFileIsRefusedAndTheOldPlantPollsOn() {
     QCOMPARE(env.dialogs->boxes[0].icon, MsgIcon::Critical);
     // The old plant polls on, from the start of its list; the table keeps what was read.
     QCOMPARE(polling(main), kRunning);
-    QCOMPARE(gPollIndex, qint16(0));
     QCOMPARE(gActiveList, (QVector<qint16>{4, 0}));
     QVERIFY(gControlEnabled == enabled);
-    QCOMPARE((QStringList{gPvTag[0], gPvTag[3]}), (QStringList{"TAG1", "OLD-4"}));
-    QCOMPARE((QList<int>{gControlType[3], gSaveInterval}), (QList<int>{2, 3}));
-    QCOMPARE(gTagTable[0][2], QStringLiteral("NEW-1"));
-    QCOMPARE(gTagTable[9][2], QStringLiteral("TAG4"));
-    QCOMPARE(gProjectTitle, QStringLiteral("Bad.svt"));
-    QCOMPARE(main->windowTitle(), QStringLiteral("Brenlock Sorvantel"));
-}
-
-void TstProjectFile::cancelledOpenLeavesPollingStopped() {
-    TestEnv env;
-    auto* main = new FrmMain;
-    main->scan().restartPolling();
-    gProjectTitle = QStringLiteral("Kept.svt");
-    main->menuItem("mnuOpenP")->trigger();
-    QCOMPARE(env.dialogs->fileRequests.size(), 1);
-    QCOMPARE(env.dialogs->texts(), QStringList());
-    QCOMPARE(QList<bool>({main->scan().timer2()->isActive(), main->scan().timer3()->isActive()}),
-             QList<bool>({false, false}));
-    QCOMPARE(gProjectTitle, QStringLiteral("Kept.svt"));
+    QCOMPARE((QList<int>{gPollIndex, gControlType[3], gSaveInterval}), (QList<int>{0, 2, 3}));
+    // The name is kept all the same; the caption is not.
+    QCOMPARE((QStringList{gPvTag[0], gPvTag[3], gTagTable[0][2], gTagTable[9][2], gProjectTitle,
+                          main->windowTitle()}),
+             (QStringList{"TAG1", "OLD-4", "NEW-1", "TAG4", "Bad.svt", "Brenlock Sorvantel"}));
 }
 
 void TstProjectFile::closeProjectWarnsDuringLoggingAndClosesTheDisplays() {
@@ -239,17 +218,17 @@ void TstProjectFile::closeProjectWarnsDuringLoggingAndClosesTheDisplays() {
 
 void TstProjectFile::demoProjectReadsAndWritesBackToTheByte() {
     const QString demo = QStringLiteral(SOURCE_DIR "/demo/");
-    const QByteArray text = bytesOf(demo + "Projects/Demo.svt");
+    const QByteArray text = readBytes(demo + "Projects/Demo.svt");
     auto table = std::make_unique<TagTable>();
     ProjectFault fault;
     const std::optional<Project> project = parseProjectText(text, *table, &fault);
     QVERIFY2(project, qPrintable(fault.description));
     QVERIFY(project->options == (ProjectOptions{5, 0, 0, true, false, 500}));
     QCOMPARE(projectFileText(*table, project->options), text);
-    QVERIFY(text.startsWith(bytesOf(demo + "tags.tgn")));
+    QVERIFY(text.startsWith(readBytes(demo + "tags.tgn")));
     for (int n = 1; n <= 8; ++n)
-        QCOMPARE(bytesOf(demo + QStringLiteral("Projects/DemoT%1.trn").arg(n)),
-                 bytesOf(demo + QStringLiteral("Trend%1.trn").arg(n)));
+        QCOMPARE(readBytes(demo + QStringLiteral("Projects/DemoT%1.trn").arg(n)),
+                 readBytes(demo + QStringLiteral("Trend%1.trn").arg(n)));
 }
 
 QTEST_MAIN(TstProjectFile)
