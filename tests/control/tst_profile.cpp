@@ -7,6 +7,7 @@
 #include "support/audit_files.h"
 #include "support/test_env.h"
 
+#include <QApplication>
 #include <QComboBox>
 #include <QDoubleSpinBox>
 #include <QLabel>
@@ -20,6 +21,7 @@ class TstProfile : public QObject {
 private slots:
     void blockAndRecipeOfAProfile();
     void plotUploadDownloadAndTheRunningRule();
+    void enterStepsThroughTheSegments();
 };
 
 void TstProfile::blockAndRecipeOfAProfile() {
@@ -137,6 +139,27 @@ void TstProfile::plotUploadDownloadAndTheRunningRule() {
     QCOMPARE(plot->channelColor(0), 65280);
     QVERIFY(window.close());
     QCOMPARE(env.settings->value("Profiler", "TlineColor", ""), QStringLiteral("65280"));
+}
+
+void TstProfile::enterStepsThroughTheSegments() {
+    TestEnv env;
+    FrmProfile window;
+    window.show();
+    QVERIFY(QTest::qWaitForWindowActive(&window));
+    auto enter = [](QWidget* field) {
+        field->setFocus();
+        QTest::keyClick(field, Qt::Key_Return);
+        return QApplication::focusWidget();
+    };
+    // From a segment's soak minutes to its setpoint, taken as typed, then to the next segment.
+    QCOMPARE(enter(window.segTime[3]), window.pSetPoint[0]);
+    window.pSetPoint[0]->selectAll();
+    QTest::keyClicks(window.pSetPoint[0], "150");
+    QCOMPARE(enter(window.pSetPoint[0]), window.segTime[4]);
+    QCOMPARE(window.pSetPoint[0]->value(), 150.0);
+    // Elsewhere, and after the last setpoint, Enter leaves the focus where it is.
+    QCOMPARE(enter(window.segTime[1]), window.segTime[1]);
+    QCOMPARE(enter(window.pSetPoint[7]), window.pSetPoint[7]);
 }
 
 QTEST_MAIN(TstProfile)
