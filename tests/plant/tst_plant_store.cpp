@@ -15,9 +15,7 @@ private slots:
 
     void k40BlocksDecodeByTheirStatusAndEncodeBack_data();
     void k40BlocksDecodeByTheirStatusAndEncodeBack();
-    void profilerDecodingIsSignedTenths();
-    void encodingRoundsHalfToEvenAndWordsMayBeNegative();
-    void readingsAcceptNumberTextAndEmpty();
+    void profilerDecodingEncodingAndReadings();
 };
 
 void TstPlantStore::tagFileReadsPvRowsInAnyNumberFormAndWritesBackByteForByte() {
@@ -105,19 +103,18 @@ void TstPlantStore::k40BlocksDecodeByTheirStatusAndEncodeBack() {
         QCOMPARE(encodeK40(*gPV[5].asNumber(), gScale[5]), qint32(quint16(pvWord)));
 }
 
-void TstPlantStore::profilerDecodingIsSignedTenths() {
+// A profiler reads in signed tenths; encoding rounds half to even and words may be negative;
+// readings take a number, a text or nothing.
+void TstPlantStore::profilerDecodingEncodingAndReadings() {
     const qint16 block[9] = {-5, 1234, 999, 5000, 0, 0, 3, 0, 17};
     decodeProfilerBlock(9, block);
     QVERIFY(!gPV[9].isText());
-    QCOMPARE(*gPV[9].asNumber(), -0.5);
-    QCOMPARE(*gSP[9].asNumber(), 123.4);
+    QCOMPARE(std::pair(*gPV[9].asNumber(), *gSP[9].asNumber()), std::pair(-0.5, 123.4));
     QCOMPARE(gPctOut[9], 50.0F); // word 3, not word 2
     QCOMPARE((QList<int>{gAlarmState[9], gProfState[9], gDecimal[9]}), (QList<int>{3, 17, 1}));
     QVERIFY(gScale[9] == 1.0F && gFixedTenth[9]);
     QCOMPARE(rawMultiplier(9), 10);
-}
 
-void TstPlantStore::encodingRoundsHalfToEvenAndWordsMayBeNegative() {
     // Binary fractions, so that the half is exact.
     QCOMPARE((QList<int>{encodeTenths(0.25), encodeTenths(0.75), encodeTenths(1.25),
                          encodeTenths(-0.25), encodeTenths(-0.75), encodeTenths(12.3)}),
@@ -132,9 +129,7 @@ void TstPlantStore::encodingRoundsHalfToEvenAndWordsMayBeNegative() {
     QVERIFY(bitIsSet(-1, 15) && !bitIsSet(0x0FFF, 12));
     QCOMPARE(decimalCode(static_cast<qint16>(0xFCFF)), qint16(0)); // only bits 8 and 9 count
     QCOMPARE((QList<int>{rawMultiplier(64), rawMultiplier(-1)}), (QList<int>{0, 0}));
-}
 
-void TstPlantStore::readingsAcceptNumberTextAndEmpty() {
     // Never answered: zero for a number, nothing for a text.
     QVERIFY(gPV[3].isEmpty() && gPV[3].toText().isEmpty());
     QCOMPARE(gPV[3].asNumber().value_or(-1), 0.0);

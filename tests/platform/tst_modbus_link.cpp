@@ -22,18 +22,14 @@ struct Probe {
     int last = 99;
 
     Probe(int node, int area, int first, int count, int direction = 0) {
-        ctl.node = node;
-        ctl.dataArea = area;
-        ctl.firstRegister = first;
-        ctl.count = count;
-        ctl.direction = direction;
-        auto done = [this](int code) {
-            last = code;
-            ++events;
-        };
-        QObject::connect(&ctl, &Modctl::readComplete, [done] { done(0); });
-        QObject::connect(&ctl, &Modctl::writeComplete, [done] { done(0); });
-        QObject::connect(&ctl, &Modctl::error, done);
+        ctl.prepare(node, area, first, count, direction);
+        QObject::connect(&ctl, &Modctl::readComplete, [this] { done(0); });
+        QObject::connect(&ctl, &Modctl::writeComplete, [this] { done(0); });
+        QObject::connect(&ctl, &Modctl::error, [this](int code) { done(code); });
+    }
+    void done(int code) {
+        last = code;
+        ++events;
     }
 
     // Starts the transaction and waits for its outcome; 99 when none came.
@@ -112,12 +108,10 @@ void TstModbusLink::readsBothFamiliesOverTheSharedConnection() {
 void TstModbusLink::writesAndExceptionsMapToLoggerCodes() {
     Probe sp(1, 3, 1, 1, 1);
     sp.ctl.setLongData(0, 19999 + 15000); // 1500.0: a word above 32767
-    QCOMPARE(sp.run(), 0);
-    QCOMPARE(m_plant->sp(1), 1500.0);
     Probe k8sp(5, 3, 1003, 1, 1);
     k8sp.ctl.setData(0, -15);
-    QCOMPARE(k8sp.run(), 0);
-    QCOMPARE(m_plant->sp(5), -1.5);
+    QCOMPARE((QList<int>{sp.run(), k8sp.run()}), (QList<int>{0, 0}));
+    QCOMPARE(std::pair(m_plant->sp(1), m_plant->sp(5)), std::pair(1500.0, -1.5));
     // An input register cannot be written: refused before it reaches the wire.
     QCOMPARE(Probe(5, 2, 1001, 1, 1).run(), 1);
 
@@ -151,8 +145,7 @@ void TstModbusLink::deadNodeTimesOutAndLateReplyIsIgnored() {
 void TstModbusLink::brokenRepliesFailAndTheLinkHeals() {
     m_server->setCut(1, true);
     Probe p(1, 3, 129, 5);
-    const int code = p.run();
-    QVERIFY2(code == -3 || code == -1 || code == -2, qPrintable(QString::number(code)));
+    QVERIFY(QList<int>({-3, -1, -2}).contains(p.run()));
     m_server->setCut(1, false);
     QCOMPARE(p.runOnceHealed(), 0);
 
@@ -185,10 +178,8 @@ void TstModbusLink::rtuThroughAPtyPair() {
                                  QFileInfo(b).canonicalFilePath());
     slave.setConnectionParameter(QModbusDevice::SerialBaudRateParameter, 19200);
     slave.setServerAddress(7);
-    slave.setMap({{QModbusDataUnit::HoldingRegisters,
-                   QModbusDataUnit(QModbusDataUnit::HoldingRegisters, 129, 5)}});
-    slave.setData(QModbusDataUnit::HoldingRegisters, 129, 21234);
-    slave.setData(QModbusDataUnit::HoldingRegisters, 133, 0x1100);
+    const auto holding = QModbusDataUnit::HoldingRegisters;
+    slave.setMap({{holding, QModbusDataUnit(holding, 129, {21234, 0, 0, 0, 0x1100})}});
     QVERIFY(slave.connectDevice());
 
     LinkSettings s;
