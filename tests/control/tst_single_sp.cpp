@@ -21,14 +21,6 @@ void plant() {
     gControlType[2] = K8RampProfiler;
 }
 
-QList<QList<int>> writes(const TestEnv& env) {
-    QList<QList<int>> out;
-    for (const ModbusRequest& r : env.modbus->requests) {
-        if (r.direction == 1)
-            out.append({r.node, r.firstRegister, r.values.value(0)});
-    }
-    return out;
-}
 } // namespace
 
 class TstSingleSp : public QObject {
@@ -106,7 +98,7 @@ void TstSingleSp::lockedRowsTheRecipeFileAndTheDownload() {
     other.downloadRecipe();
     QCOMPARE(env.dialogs->texts(), QStringList{"Download recipe to controllers?"});
     QTest::qWait(120);
-    QVERIFY(writes(env).isEmpty());
+    QVERIFY(env.modbus->writes().isEmpty());
 
     // Register 1 in the controller's scale: 185.5 at 0.1 a count is 1855; an empty value is 0.
     // A locked row is passed over though ticked.
@@ -116,7 +108,7 @@ void TstSingleSp::lockedRowsTheRecipeFileAndTheDownload() {
     env.dialogs->answerNext(MsgAnswer::Yes);
     other.downloadRecipe();
     QCOMPARE(other.statusText(), QStringLiteral("Writing setpoints to controllers, please wait!"));
-    QTRY_COMPARE(writes(env), (QList<QList<int>>{{1, 1, 1855 + 19999}, {2, 1, 19999}}));
+    QTRY_COMPARE(env.modbus->writes(), (QList<QList<int>>{{1, 1, 1855 + 19999}, {2, 1, 19999}}));
     QCOMPARE(other.statusText(),
              QStringLiteral("Setpoint written to all controllers successfully."));
     QCOMPARE(env.modbus->nodes[1].holding.value(1), 1855 + 19999);
@@ -128,7 +120,7 @@ void TstSingleSp::lockedRowsTheRecipeFileAndTheDownload() {
     other.downloadRecipe();
     QVERIFY(env.dialogs->texts().last().startsWith("The setpoint of TIC-2.SP can not be written"));
     QTest::qWait(120);
-    QVERIFY(writes(env).isEmpty());
+    QVERIFY(env.modbus->writes().isEmpty());
 
     // A controller that does not answer: one box, the earlier one written, the rest dropped.
     grid->setText(1, FrmSingleSP::ValueColumn, "50");
@@ -140,7 +132,7 @@ void TstSingleSp::lockedRowsTheRecipeFileAndTheDownload() {
     QCOMPARE(env.dialogs->texts().last(),
              QStringLiteral("Error during write of setpoint values.\n\nMake sure write value is "
                             "within\nupper/lower setpoint limits."));
-    QCOMPARE(writes(env).value(0), (QList<int>{1, 1, 1855 + 19999}));
+    QCOMPARE(env.modbus->writes().value(0), (QList<int>{1, 1, 1855 + 19999}));
     QVERIFY(!other.ModSpRecipe->running());
 
     // In simulation nothing is asked and nothing is written.
@@ -149,7 +141,7 @@ void TstSingleSp::lockedRowsTheRecipeFileAndTheDownload() {
     gSimMode = true;
     other.downloadRecipe();
     QVERIFY(env.dialogs->boxes.isEmpty());
-    QVERIFY(writes(env).isEmpty());
+    QVERIFY(env.modbus->writes().isEmpty());
 }
 
 QTEST_MAIN(TstSingleSp)

@@ -13,15 +13,6 @@
 #include <QTest>
 
 namespace {
-QList<QList<int>> writes(const TestEnv& env) {
-    QList<QList<int>> out;
-    for (const ModbusRequest& r : env.modbus->requests) {
-        if (r.direction == 1)
-            out.append({r.node, r.firstRegister, r.values.value(0)});
-    }
-    return out;
-}
-
 // Node 1, a K40 in tenths, with a tuning block of revision 40, auto-tune off.
 void controller(TestEnv& env) {
     gControlEnabled[0] = true;
@@ -82,12 +73,12 @@ void TstTuneSettings::readAndWriteTheTuningBlockAndTheAutoTune() {
     window.writeValues();
     QTRY_COMPARE(window.statusText(), QStringLiteral("Tuning values written to controller."));
     const int m = rawMultiplier(0);
-    QCOMPARE(writes(env), (QList<QList<int>>{{1, 143, 26661},
-                                             {1, 11, 15 * m},
-                                             {1, 12, 240},
-                                             {1, 13, 45},
-                                             {1, 14, 30},
-                                             {1, 15, 5 * m + 19999}}));
+    QCOMPARE(env.modbus->writes(), (QList<QList<int>>{{1, 143, 26661},
+                                                      {1, 11, 15 * m},
+                                                      {1, 12, 240},
+                                                      {1, 13, 45},
+                                                      {1, 14, 30},
+                                                      {1, 15, 5 * m + 19999}}));
 
     // A value its register cannot hold (a dead band of 50 in thousandths): refused before
     // anything is written.
@@ -96,7 +87,7 @@ void TstTuneSettings::readAndWriteTheTuningBlockAndTheAutoTune() {
     window.dbX1->setValue(50);
     window.writeValues();
     QTest::qWait(150);
-    QVERIFY(writes(env).isEmpty());
+    QVERIFY(env.modbus->writes().isEmpty());
     QVERIFY(env.dialogs->texts().last().startsWith("Error during write of tuning values."));
     gDecimal[0] = 1;
 
@@ -128,15 +119,15 @@ void TstTuneSettings::readAndWriteTheTuningBlockAndTheAutoTune() {
     env.modbus->requests.clear();
     window.writeValues();
     QTRY_COMPARE(window.statusText(), QStringLiteral("Auto-tune inititated."));
-    QCOMPARE(writes(env), (QList<QList<int>>{{1, 143, 26664}}));
+    QCOMPARE(env.modbus->writes(), (QList<QList<int>>{{1, 143, 26664}}));
 
     // Off: the sequence ends after register 14 on this revision.
     window.Option2->setChecked(true);
     env.modbus->requests.clear();
     window.writeValues();
     QTRY_COMPARE(window.statusText(), QStringLiteral("Tuning values written to controller."));
-    QCOMPARE(writes(env).size(), 5);
-    QCOMPARE(writes(env).last()[1], 14);
+    QCOMPARE(env.modbus->writes().size(), 5);
+    QCOMPARE(env.modbus->writes().last()[1], 14);
 }
 
 QTEST_MAIN(TstTuneSettings)

@@ -59,13 +59,6 @@ struct Rig {
         return nodes;
     }
 };
-// Node, register and word of every write sent.
-QList<QList<int>> writesSent(const TestEnv& env) {
-    QList<QList<int>> out;
-    for (const ModbusRequest& r : env.modbus->requests)
-        out << QList<int>{r.node, r.firstRegister, r.values.value(0)};
-    return out;
-}
 } // namespace
 
 class TstPollCycle : public QObject {
@@ -339,7 +332,7 @@ void TstPollCycle::oneWriteInFlightTheSelectionReadAtEachTickAndAFailureEnds() {
     // "Written" as soon as the last write has started, before its answer.
     QCOMPARE(sent.size(), 1);
     QVERIFY(!seq.timer()->isActive());
-    QCOMPARE(writesSent(env),
+    QCOMPARE(env.modbus->writes(),
              (QList<QList<int>>{{3, 3, 20000}, {3, 4, 20001}, {7, 5, 20002}, {7, 6, 20003}}));
 
     // A failure drops the rest; the first controller keeps what it was given. (A stage with

@@ -114,6 +114,15 @@ public:
     };
     QMap<int, Node> nodes;
     QList<ModbusRequest> requests;
+    // The writes asked for, in order: node, register and first word each.
+    QList<QList<int>> writes() const {
+        QList<QList<int>> out;
+        for (const ModbusRequest& r : requests) {
+            if (r.direction == 1)
+                out.append({r.node, r.firstRegister, r.values.value(0)});
+        }
+        return out;
+    }
     bool manual = false;
 
     void submit(const ModbusRequest& request, Done done) override;
