@@ -11,7 +11,6 @@
 #include "support/test_env.h"
 
 #include <QAction>
-#include <QMdiArea>
 #include <QTest>
 #include <QTimer>
 #include <QToolBar>

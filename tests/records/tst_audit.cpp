@@ -1,6 +1,5 @@
 #include "app/frm_main.h"
 #include "app/frm_splash.h"
-#include "plant/plant_store.h"
 #include "platform/line_cipher.h"
 #include "records/audit_trail.h"
 #include "records/daily_files.h"
@@ -12,6 +11,7 @@
 
 #include <QMdiArea>
 #include <QRegularExpression>
+#include <QStandardPaths>
 #include <QTest>
 #include <QTimer>
 #include <QToolBar>
@@ -135,6 +135,16 @@ void TstAudit::viewerShowsOpensExportsAndPrints() {
              (QStringList{"Audit Log Files(*.atr)|*.atr", env.path("Audit/Default.atr"),
                           env.path("Audit")}));
 
+    // An empty line ends the trail; a file that was emptied shows an empty grid.
+    const QByteArray a = encryptText(QStringLiteral("d,t,u,n,c,first")).toLatin1();
+    QVERIFY(writeBytes(env.path("Audit/gap.atr"), a + "\r\n\r\n" + a + "\r\n"));
+    view.loadAuditGrid(env.path("Audit/gap.atr"));
+    QCOMPARE(grid->rowCount(), 1);
+    QCOMPARE(rowOf(grid, 0).last(), QStringLiteral("first"));
+    QVERIFY(writeBytes(env.path("Audit/empty.atr"), {}));
+    view.loadAuditGrid(env.path("Audit/empty.atr"));
+    QCOMPARE(grid->rowCount(), 0);
+
     // A damaged line stays in its row; fields past the last column are dropped.
     gUserId = QStringLiteral("anna");
     gUserFullName = QStringLiteral("Anna Berg");
@@ -183,23 +193,12 @@ void TstAudit::viewerShowsOpensExportsAndPrints() {
     trigger(&view, "Print");
     QCOMPARE(env.printers->jobNames, QStringList{"Audit Trail Printout"});
     QCOMPARE(env.dialogs->boxes.size(), 1);
-    const QString text = pdfText(env.printers->outputs.value(0));
-    if (text.isEmpty())
+    // The grid prints its own rows: the job's heading and footer are this window's part.
+    if (QStandardPaths::findExecutable("pdftotext").isEmpty())
         QSKIP("pdftotext is not installed");
+    const QString text = pdfText(env.printers->outputs.value(0));
     QVERIFY(text.contains("Audit trail printout for fileName " + env.path(kToday)));
-    for (const char* seen : {"User ID", "Clear Alarm Log", "anna", "Page #1"})
-        QVERIFY2(text.contains(QLatin1String(seen)), seen);
-
-    // An empty line ends the trail; a file that was emptied shows an empty grid.
-    const QByteArray a = encryptText(QStringLiteral("d,t,u,n,c,first")).toLatin1();
-    QVERIFY(writeBytes(env.path("Audit/gap.atr"), a + "\r\n\r\n" + a + "\r\n"));
-    env.dialogs->chooseFile(env.path("Audit/gap.atr"));
-    trigger(&view, "Open");
-    QCOMPARE(grid->rowCount(), 1);
-    QCOMPARE(rowOf(grid, 0).last(), QStringLiteral("first"));
-    QVERIFY(writeBytes(env.path("Audit/empty.atr"), {}));
-    view.loadAuditGrid(env.path("Audit/empty.atr"));
-    QCOMPARE(grid->rowCount(), 0);
+    QVERIFY(text.contains("Page #1"));
 }
 
 void TstAudit::exportAndPrintNeedALoadedFile() {

@@ -4,8 +4,6 @@
 #include "records/data_logger.h"
 #include "records/frm_logging_setup.h"
 #include "records/frm_op_message.h"
-#include "records/record_file.h"
-#include "records/signatures.h"
 #include "security/rights.h"
 #include "security/session.h"
 #include "support/audit_files.h"
@@ -50,7 +48,6 @@ private slots:
     void midnightGivesOneNewFile();
     void logFailuresEndLoggingAndKeepTheFile();
     void setupStartsStopsAndKeepsTheChoice();
-    void aStartNeverOverwritesARecord();
     void operatorMessage();
 };
 
@@ -90,9 +87,6 @@ void TstDataLogger::linesOfADataFile() {
                                     "42.5", "", ""}));
     QCOMPARE(lines[2].mid(2), (QStringList{"oil; topped up.", ".", ".", "181.6", "42.5", "", ""}));
     QCOMPARE(lines[3].mid(2, 3), (QStringList{".", ".", "."}));
-    // The signature file came with the data file, its header alone.
-    QCOMPARE(plainLinesOf(env.path("Log Files/3-14-2026_10H_0M_0S.sif")),
-             QStringList{kSignatureHeader});
     // The footer is composed from the values at the stop and never written: the file ends with
     // a data line, so that a signature made on it stays true; a later tick writes nothing.
     gPV[0] = QStringLiteral("190.0");
@@ -143,16 +137,22 @@ void TstDataLogger::logFailuresEndLoggingAndKeepTheFile() {
     TestEnv env;
     QTimer timer;
     loggingEverySecond(env, timer);
-    // A start the disk refuses (a file where its folder should be): the start box, and no log.
+    // Starts the disk refuses: a file where its folder should be, and a file that appeared after
+    // its name was chosen, which is not overwritten and gets no signature file of ours beside it.
     QVERIFY(writeBytes(env.path("Log Files/no such folder"), {}));
-    gDataFileName = env.path("Log Files/no such folder/x.slg");
-    QVERIFY(!startDataFile());
-    QVERIFY(!gLogging && !timer.isActive());
-    QCOMPARE(env.dialogs->boxes.size(), 1);
+    QVERIFY(writeBytes(env.path("Log Files/late.slg"), "someone else's"));
+    for (const char* name : {"no such folder/x.slg", "late.slg"}) {
+        gDataFileName = env.path("Log Files/") + name;
+        QVERIFY(!startDataFile());
+        QVERIFY(!gLogging && !timer.isActive());
+    }
+    QVERIFY(!QFile::exists(env.path("Log Files/late.sif")));
+    QCOMPARE(readBytes(env.path("Log Files/late.slg")), QByteArray("someone else's"));
+    QCOMPARE(env.dialogs->boxes.size(), 2);
     QVERIFY(env.dialogs->texts()[0].startsWith("Error number 75. Description is "));
-    QVERIFY(env.dialogs->texts()[0].endsWith(
-        "\nError occured during start of logger, Please check disk space and\nreport this "
-        "error to Brenlock."));
+    for (const QString& text : env.dialogs->texts())
+        QVERIFY(text.endsWith("\nError occured during start of logger, Please check disk space "
+                              "and\nreport this error to Brenlock."));
     env.dialogs->boxes.clear();
     // A line the disk refuses part-way (the file size limit stands in for a full disk): the save
     // box, logging ends, the part that went is cut off again, and the tick carries on past it.
@@ -212,12 +212,15 @@ void TstDataLogger::setupStartsStopsAndKeepsTheChoice() {
     dlg.startLog();
     QVERIFY(env.dialogs->texts().last().startsWith("Error number 6. Description is Overflow."));
     batch->setValue(42);
-    // A chosen name that exists is refused; a cancelled dialog ends in silence.
-    QVERIFY(writeBytes(env.path("Log Files/old.slg"), {}));
-    env.dialogs->chooseFile(env.path("Log Files/old.slg"));
+    // A chosen name is refused when its signature file is there too: batch7.rerun.slg would sign
+    // into batch7.sif. A cancelled dialog ends in silence.
+    QVERIFY(writeBytes(env.path("Log Files/batch7.sif"), "signed"));
+    env.dialogs->chooseFile(env.path("Log Files/batch7.rerun.slg"));
     dlg.startLog();
     QCOMPARE(env.dialogs->texts().last(),
              QStringLiteral("File already exists. Please select another filename!"));
+    QVERIFY(!QFile::exists(env.path("Log Files/batch7.rerun.slg")));
+    QCOMPARE(readBytes(env.path("Log Files/batch7.sif")), QByteArray("signed"));
     const qsizetype shown = env.dialogs->boxes.size();
     dlg.startLog();
     QCOMPARE(env.dialogs->boxes.size(), shown);
@@ -270,53 +273,6 @@ void TstDataLogger::setupStartsStopsAndKeepsTheChoice() {
                           env.settings->value("DataSave", "gLogOnStartup", {})}),
              (QStringList{"30", "0", "0"}));
     QCOMPARE(gSaveInterval, 30);
-}
-
-void TstDataLogger::aStartNeverOverwritesARecord() {
-    TestEnv env;
-    QTimer timer;
-    loggingEverySecond(env, timer);
-    // A signed file: batch7.rerun.slg would sign into batch7.sif as well, so it is refused.
-    const QByteArray sif = enciphered({kSignatureHeader, "3/14/2026,10:00:00,jdoe,Jane Doe,,"
-                                                         "Signed,ok," +
-                                                             QString(64, u'A')});
-    QVERIFY(writeBytes(env.path("Log Files/batch7.slg"), enciphered({"a,b,"})));
-    QVERIFY(writeBytes(env.path("Log Files/batch7.sif"), sif));
-    FrmLoggingSetup dlg;
-    dlg.grid()->setText(0, FrmLoggingSetup::WriteOnOff, "1");
-    env.dialogs->chooseFile(env.path("Log Files/batch7.rerun.slg"));
-    dlg.startLog();
-    QCOMPARE(env.dialogs->texts().last(),
-             QStringLiteral("File already exists. Please select another filename!"));
-    QVERIFY(!gLogging && !QFile::exists(env.path("Log Files/batch7.rerun.slg")));
-    QCOMPARE(readBytes(env.path("Log Files/batch7.sif")), sif);
-
-    // A log stopped and started again within its second takes the next second's name.
-    gAutoLog = 1;
-    makeAutoFileName();
-    QVERIFY(startDataFile());
-    tick(3);
-    stopDataFile();
-    const QString first = gDataFileName;
-    const QByteArray firstLog = readBytes(first);
-    const QByteArray firstSif = readBytes(signatureFileOf(first));
-    makeAutoFileName();
-    QCOMPARE(gDataFileName, env.path("Log Files/3-14-2026_10H_0M_1S.slg"));
-    QVERIFY(startDataFile());
-    stopDataFile();
-    QCOMPARE(plainLinesOf(first).size(), 5);
-    QCOMPARE((QList<QByteArray>{readBytes(first), readBytes(signatureFileOf(first))}),
-             (QList<QByteArray>{firstLog, firstSif}));
-
-    // A file that appeared after the name was chosen is not overwritten either: the start fails
-    // with its box, and leaves no signature file of its own behind.
-    env.dialogs->boxes.clear();
-    gDataFileName = env.path("Log Files/late.slg");
-    QVERIFY(writeBytes(gDataFileName, "someone else's"));
-    QVERIFY(!startDataFile());
-    QVERIFY(!gLogging && !QFile::exists(env.path("Log Files/late.sif")));
-    QCOMPARE(readBytes(gDataFileName), QByteArray("someone else's"));
-    QVERIFY(env.dialogs->texts().value(0).contains("Error occured during start of logger"));
 }
 
 void TstDataLogger::operatorMessage() {

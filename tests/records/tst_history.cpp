@@ -1,8 +1,14 @@
+// The data file viewer (showing, signing, verifying, searching, its scratch copies) and the
+// historical plot it makes of its grid.
+
 #include "app/frm_main.h"
+#include "displays/trend_setup.h"
 #include "plant/plant_store.h"
 #include "plant/tag_file.h"
+#include "platform/plot.h"
 #include "records/data_logger.h"
 #include "records/frm_history.h"
+#include "records/frm_history_plot.h"
 #include "records/record_file.h"
 #include "records/signatures.h"
 #include "security/rights.h"
@@ -10,12 +16,17 @@
 #include "support/audit_files.h"
 #include "support/test_env.h"
 
+#include <QDoubleSpinBox>
 #include <QLabel>
+#include <QMdiArea>
+#include <QPushButton>
+#include <QSlider>
+#include <QSpinBox>
+#include <QStandardPaths>
 #include <QTest>
 #include <QTimer>
 #include <QToolBar>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 // A data file with its signature file beside it, as the logger leaves them.
@@ -24,6 +35,7 @@ void writeSigned(const QString& path, const QByteArray& bytes) {
             writeBytes(signatureFileOf(path), enciphered({kSignatureHeader})));
 }
 
+// Titles, the start line at 10:00:00, then rows at 10:00:01... with TIC-1 at 181, 182...
 QStringList dataLines(const QString& batch, int rows) {
     QStringList lines{"Date,Time,Operator Message,Batch Number,Lot Number,TIC-1,TIC-2,",
                       "3/14/2026,10:00:00 AM,File started byJane Doe (login as jdoe )," + batch +
@@ -40,6 +52,28 @@ bool signingEnabled(FrmHistory& view) {
     return view.toolbar()->findChild<QAction*>("Sign")->isEnabled() &&
            view.toolbar()->findChild<QAction*>("Verify")->isEnabled();
 }
+
+// A grid as the viewer loads a data file: date, time, message, batch, lot, then the channels.
+void fillGrid(RecordGrid& grid, int rows, const QDate& day = QDate(2026, 3, 14)) {
+    grid.setColumnCount(8);
+    grid.setColumnTitles({"Date", "Time", "Operator Message", "Batch Number", "Lot Number", "TIC-1",
+                          "TIC-2", "FIC-3"});
+    RecordGrid::BulkLoad load(grid);
+    for (int r = 0; r < rows; ++r)
+        grid.appendRow({day.toString("M/d/yyyy"), QTime(10, 0).addSecs(r).toString("h:mm:ss AP"),
+                        ".", "7", "9", QString::number(180 + r % 50), QString::number(12.5 + r % 3),
+                        "3.5"});
+}
+
+void select(RecordGrid& grid, int row1, int col1, int row2, int col2) {
+    grid.selectionModel()->select(
+        QItemSelection(grid.model()->index(row1, col1), grid.model()->index(row2, col2)),
+        QItemSelectionModel::Select);
+}
+
+double at10(int seconds) {
+    return Plot::toDays(QDateTime(QDate(2026, 3, 14), QTime(10, 0, seconds)));
+}
 } // namespace
 
 class TstHistory : public QObject {
@@ -51,6 +85,10 @@ private slots:
     void searchesAndPrintsTheSelectedBlock();
     void scratchCopiesArePrivate();
     void menuOpensOneWindowThatWaitsForItsLoad();
+    void selectionsAPlotCannotBeMadeOf();
+    void blocksBecomeChannelsOverTheirRows();
+    void cancelPlotKeepsWhatWasDone();
+    void plotButtonOfTheViewerOnARealDataFile();
 };
 
 void TstHistory::showsSignsAndVerifies() {
@@ -69,10 +107,9 @@ void TstHistory::showsSignsAndVerifies() {
     RecordGrid* data = view.dataGrid();
     RecordGrid* grid = view.signatureGrid();
     // Line 1 holds the titles; the empty field behind the closing comma is cut.
-    QCOMPARE(data->rowCount(), 1);
-    QCOMPARE(data->columnCount(), 6);
-    QCOMPARE((QStringList{data->columnTitle(5), data->text(0, 5)}),
-             (QStringList{"TIC-1", "181.6"}));
+    QCOMPARE((QList<QVariant>{data->rowCount(), data->columnCount(), data->columnTitle(5),
+                              data->text(0, 5)}),
+             (QList<QVariant>{1, 6, "TIC-1", "181.6"}));
     QCOMPARE(rowOf(grid, 0).join(u','), kSignatureHeader);
     QCOMPARE(view.statusText(), "Current File is " + file);
     QCOMPARE(readBytes(FrmHistory::encryptedCopyPath()), readBytes(file));
@@ -228,22 +265,17 @@ void TstHistory::searchesAndPrintsTheSelectedBlock() {
                                                "Please install or select a default printer."});
     env.printers->available = true;
     env.printers->printDialogAnswered = true;
-    RecordGrid* grid = view.dataGrid();
-    grid->selectionModel()->select(
-        QItemSelection(grid->model()->index(2, 0), grid->model()->index(3, 6)),
-        QItemSelectionModel::Select);
+    select(*view.dataGrid(), 2, 0, 3, 6);
     view.printHistoryGrid();
     QCOMPARE(env.printers->jobNames, QStringList{"History Grid Printout"});
-    const QString text = pdfText(env.printers->outputs.value(0));
-    if (text.isEmpty())
+    if (QStandardPaths::findExecutable("pdftotext").isEmpty())
         QSKIP("pdftotext is not installed");
+    const QString text = pdfText(env.printers->outputs.value(0));
     QVERIFY(text.contains("Grid printout for fileName " + file));
     QVERIFY(text.contains("182") && text.contains("183"));
     QVERIFY(!text.contains("181")); // rows outside the block
 }
 
-// The menu opens the window; a close while it loads is ignored, and the close after it clears
-// the file.
 void TstHistory::scratchCopiesArePrivate() {
     TestEnv env;
     const QString file = env.path("Log Files/run.slg");
@@ -280,6 +312,8 @@ void TstHistory::scratchCopiesArePrivate() {
     }
 }
 
+// The menu opens the window; a close while it loads is ignored, and the close after it clears
+// the file.
 void TstHistory::menuOpensOneWindowThatWaitsForItsLoad() {
     TestEnv env;
     const QString file = env.path("Log Files/long.slg");
@@ -302,6 +336,141 @@ void TstHistory::menuOpensOneWindowThatWaitsForItsLoad() {
     QVERIFY(view->close());
     QTRY_VERIFY(!frmHistory());
     QCOMPARE(gHistoryFileName, QString());
+}
+
+void TstHistory::selectionsAPlotCannotBeMadeOf() {
+    TestEnv env;
+    RecordGrid grid;
+    fillGrid(grid, 10);
+    QVERIFY(!checkPlotSelection(grid.selectedBlocks()));
+    select(grid, 0, 5, 2, 5); // three rows
+    QVERIFY(!checkPlotSelection(grid.selectedBlocks()));
+    grid.clearSelection();
+    select(grid, 0, 4, 5, 6); // from the lot number
+    QVERIFY(!checkPlotSelection(grid.selectedBlocks()));
+    QCOMPARE(env.dialogs->texts(),
+             (QStringList{"you must select at least 4 cells\nfor historical trend!",
+                          "you must select at least 4 cells\nfor historical trend!",
+                          "Only data cells can be used\nfor historical trend!"}));
+    grid.clearSelection();
+    select(grid, 3, 5, 6, 5); // four rows of one column
+    QVERIFY(checkPlotSelection(grid.selectedBlocks()));
+
+    // Dates and times as the logger writes them, and in the forms of other machines.
+    const QDate day(2026, 3, 14);
+    QCOMPARE(rowMoment("3/14/2026", "1:05:09 PM"), QDateTime(day, QTime(13, 5, 9)));
+    QCOMPARE(rowMoment("3/14/26", "13:05:09"), QDateTime(day, QTime(13, 5, 9)));
+    QCOMPARE(rowMoment("3/14/2026", "12:00:01 am"), QDateTime(day, QTime(0, 0, 1)));
+    QCOMPARE(rowMoment("14 Mar 2026", "12:30:00 PM"), QDateTime(day, QTime(12, 30)));
+    for (const auto& [date, time] :
+         {std::pair{"", ""}, {"3/14/2026", "13:00:00 PM"}, {"3/14/2026", "noon"}})
+        QVERIFY(!rowMoment(date, time));
+}
+
+void TstHistory::blocksBecomeChannelsOverTheirRows() {
+    TestEnv env;
+    gHistoryFileName = env.path("Log Files/batch7.slg");
+    QMdiArea area;
+    area.show();
+    RecordGrid grid;
+    fillGrid(grid, 10);
+    grid.setText(2, 6, ""); // an empty cell
+    select(grid, 0, 5, 3, 5);
+    select(grid, 2, 6, 7, 7);
+    QVERIFY(PlotHistoryData(grid, grid.selectedBlocks(), &area));
+    FrmHistoryPlot* window = frmHistoryPlot();
+    QVERIFY(window && window->isVisible());
+    QCOMPARE(window->windowTitle(), QStringLiteral("Historical Trend Plot"));
+    Plot* plot = window->iPlotX;
+    QCOMPARE(plot->title(), QStringLiteral("Current File is batch7.slg"));
+    QCOMPARE((QStringList{plot->channelTitle(0), plot->channelTitle(1), plot->channelTitle(2)}),
+             (QStringList{"TIC-1", "TIC-2", "FIC-3"}));
+    QCOMPARE(plot->channelCount(), 3);
+    QCOMPARE(plot->points(0).size(), 4);
+    QCOMPARE(plot->points(0)[3], QPointF(at10(3), 183));
+    // The empty cell is 0 in the plot and in the grid.
+    QCOMPARE(plot->points(1).first(), QPointF(at10(2), 0));
+    QCOMPARE(grid.text(2, 6), QStringLiteral("0"));
+    QCOMPARE(plot->points(2).size(), 6);
+    // The time axis runs from the first row of all blocks to the last.
+    QCOMPARE((QList<double>{plot->xMin(), window->fullXSpan, plot->yMin(), plot->ySpan()}),
+             (QList<double>{at10(0), 7.0 / 86400, 0, 100}));
+    QVERIFY(!gPlotRunning);
+
+    // The sliders zoom from the full spans; 100 is held at 99.
+    window->DateSlider->setValue(100);
+    QCOMPARE(window->DateSlider->value(), 99);
+    QCOMPARE(plot->xSpan(), 0.01 * 7.0 / 86400);
+    window->YSlider->setValue(50);
+    QCOMPARE(plot->ySpan(), 50.0);
+
+    // The setup dialog serves this plot by its name and sets the scale the sliders start from.
+    env.modals.act([](QDialog* d) {
+        auto* setup = qobject_cast<TrendSetup*>(d);
+        setup->TrendZeroAnalog->setValue(150);
+        setup->TrendSpanAnalog->setValue(200);
+        setup->PWidth[1]->setValue(3);
+        setup->OKButton->click();
+    });
+    window->trendSetup();
+    QCOMPARE(gTrendSetupCaller, QStringLiteral("History Plot"));
+    QCOMPARE((QList<double>{plot->yMin(), window->fullYSpan, double(plot->traceLineWidth(1))}),
+             (QList<double>{150, 50, 3}));
+
+    // Across a month's end the span comes from the day numbers alone.
+    RecordGrid late;
+    fillGrid(late, 2, QDate(2026, 3, 31));
+    late.appendRow({"4/1/2026", "10:00:00 AM", ".", "7", "9", "1", "2", "3"});
+    late.appendRow({"4/1/2026", "10:00:01 AM", ".", "7", "9", "1", "2", "3"});
+    select(late, 0, 5, 3, 5);
+    QVERIFY(PlotHistoryData(late, late.selectedBlocks(), &area));
+    QCOMPARE(frmHistoryPlot(), window);
+    QCOMPARE(window->fullXSpan, (1 - 31) + 1.0 / 86400);
+}
+
+void TstHistory::cancelPlotKeepsWhatWasDone() {
+    TestEnv env;
+    QMdiArea area;
+    RecordGrid grid;
+    // Large enough that the plot hands the event loop a turn before it is done.
+    fillGrid(grid, 300000);
+    select(grid, 0, 5, grid.rowCount() - 1, 7);
+    QTimer::singleShot(0, [] { gPlotRunning = false; });
+    QVERIFY(!PlotHistoryData(grid, grid.selectedBlocks(), &area));
+    QCOMPARE(env.dialogs->texts(), QStringList{"Historical plot has been canceled by user."});
+    QVERIFY(!gPlotRunning);
+    QVERIFY(frmHistoryPlot()->iPlotX->channelCount() < 3);
+
+    // The viewer will not close while a plot reads its grid.
+    FrmHistory viewer;
+    gPlotRunning = true;
+    QVERIFY(!viewer.close());
+    gPlotRunning = false;
+}
+
+// The viewer's own Plot button on an enciphered data file as the logger writes it.
+void TstHistory::plotButtonOfTheViewerOnARealDataFile() {
+    TestEnv env;
+    const QString file = env.path("Log Files/batch7.slg");
+    writeSigned(file, enciphered(dataLines("7", 6)));
+    QMdiArea area;
+    area.show();
+    auto* view = new FrmHistory;
+    area.addSubWindow(view);
+    view->show();
+    QVERIFY(view->showDataFile(file));
+    select(*view->dataGrid(), 1, 5, 6, 5);
+    trigger(*view, "Plot");
+    QCOMPARE(view->statusText(), "Current File is " + file);
+    Plot* plot = frmHistoryPlot()->iPlotX;
+    QCOMPARE(plot->channelTitle(0), QStringLiteral("TIC-1"));
+    QList<double> values;
+    for (const QPointF& p : plot->points(0))
+        values << p.y();
+    QCOMPARE(values, (QList<double>{181, 182, 183, 184, 185, 186}));
+    QCOMPARE(plot->xMin(), at10(1));
+    QCOMPARE(frmHistoryPlot()->fullXSpan, 5.0 / 86400);
+    QVERIFY(env.dialogs->texts().isEmpty());
 }
 
 QTEST_MAIN(TstHistory)
