@@ -91,15 +91,20 @@ QStringList tuneFileLines(const TuneSetup& s) {
 }
 
 std::optional<TuneSetup> parseTuneFile(const QStringList& lines) {
-    if (lines.size() > kTuneTable)
+    if (lines.size() < kTuneLines || lines.size() > kTuneTable)
         return std::nullopt;
-    auto number = [&lines](int i) {
+    bool whole = true;
+    auto number = [&lines, &whole](int i) {
         bool ok = false;
-        const double value = lines.value(i).trimmed().toDouble(&ok);
-        return ok && std::isfinite(value) ? value + 0.0 : 0.0;
+        const double value = lines.at(i).trimmed().toDouble(&ok);
+        whole = whole && ok && std::isfinite(value);
+        return whole ? value + 0.0 : 0.0;
     };
-    auto boolean = [&lines](int i) {
-        return lines.value(i).trimmed().compare(QLatin1String("True"), Qt::CaseInsensitive) == 0;
+    auto boolean = [&lines, &whole](int i) {
+        const QString text = lines.at(i).trimmed();
+        const bool on = text.compare(QLatin1String("True"), Qt::CaseInsensitive) == 0;
+        whole = whole && (on || text.compare(QLatin1String("False"), Qt::CaseInsensitive) == 0);
+        return on;
     };
     TuneSetup s;
     s.propBand = number(0);
@@ -113,7 +118,7 @@ std::optional<TuneSetup> parseTuneFile(const QStringList& lines) {
     s.xSpanDays = number(8);
     s.plotTrend = number(9);
     const double tick = number(10);
-    if (tick < 0 || tick > 65535 || tick != std::floor(tick))
+    if (!whole || tick < 0 || tick > 65535 || tick != std::floor(tick))
         return std::nullopt;
     s.tickMs = int(tick);
     return s;
@@ -514,7 +519,7 @@ void FrmTuneSettings::openTuneFile() {
     QString why;
     const std::optional<QStringList> lines = readPlainLines(chosen.path, kTuneTable + 1, &why);
     const std::optional<TuneSetup> setup = lines ? parseTuneFile(*lines) : std::nullopt;
-    if (!setup || lines->size() < kTuneLines) {
+    if (!setup) {
         msgBox(QStringLiteral("Tuning file is not compatible or damaged. Please select another "
                               "file.") +
                    (why.isEmpty() ? QString() : QStringLiteral("\nReason: ") + why),

@@ -34,8 +34,9 @@ struct TuneSetup {
     bool operator==(const TuneSetup&) const = default;
 };
 QStringList tuneFileLines(const TuneSetup& setup);
-// Lenient, as the file has always been read: a line that does not read is 0 (or False). Nothing
-// for more than 12 lines, which are no tuning file, or an interval a timer cannot take.
+// Nothing for a file that is no tuning file: fewer than 11 lines or more than 12, a value that is
+// no number (a damaged line reads as an empty one), an auto-tune line neither True nor False, or
+// an interval a timer cannot take. Tuning values reach a controller only from what reads whole.
 std::optional<TuneSetup> parseTuneFile(const QStringList& lines);
 
 // The revision rule of the tuning block: the last two digits of the revision word above 39 give

@@ -5,9 +5,11 @@
 #include "plant/plant_store.h"
 #include "plant/register_codec.h"
 #include "platform/plot.h"
+#include "records/record_file.h"
 #include "support/test_env.h"
 
 #include <QComboBox>
+#include <QDir>
 #include <QDoubleSpinBox>
 #include <QRadioButton>
 #include <QTest>
@@ -31,6 +33,7 @@ class TstTuneSettings : public QObject {
 private slots:
     void revisionRuleAndTuneFile();
     void readAndWriteTheTuningBlockAndTheAutoTune();
+    void tuneFilesKeepTheValuesAndRefuseDamage();
 };
 
 void TstTuneSettings::revisionRuleAndTuneFile() {
@@ -48,10 +51,15 @@ void TstTuneSettings::revisionRuleAndTuneFile() {
     QCOMPARE(lines.size(), 11);
     QCOMPARE(lines.mid(4, 3), (QStringList{"-3", "True", "False"}));
     QCOMPARE(parseTuneFile(lines), std::optional<TuneSetup>(s));
-    // A damaged line reads as 0; more than 12 lines is no tuning file.
-    lines[0] = QString();
-    QCOMPARE(parseTuneFile(lines)->propBand, 0.0);
-    QVERIFY(!parseTuneFile(lines + QStringList{"1", "2"}));
+    // No tuning file: text for a value, an empty (damaged) line, a switch that is no switch, a
+    // file cut short or too long. A twelfth, empty line is the table's last row.
+    QVERIFY(parseTuneFile(lines + QStringList{QString()}));
+    for (const auto& [row, text] : {std::pair{0, "12.5x"}, {4, ""}, {5, "Yes"}, {10, "1e9"}}) {
+        QStringList damaged = lines;
+        damaged[row] = QString::fromLatin1(text);
+        QVERIFY2(!parseTuneFile(damaged), text);
+    }
+    QVERIFY(!parseTuneFile(lines.mid(0, 10)) && !parseTuneFile(lines + QStringList{"1", "2"}));
 }
 
 void TstTuneSettings::readAndWriteTheTuningBlockAndTheAutoTune() {
@@ -128,6 +136,41 @@ void TstTuneSettings::readAndWriteTheTuningBlockAndTheAutoTune() {
     QTRY_COMPARE(window.statusText(), QStringLiteral("Tuning values written to controller."));
     QCOMPARE(env.modbus->writes().size(), 5);
     QCOMPARE(env.modbus->writes().last()[1], 14);
+}
+
+void TstTuneSettings::tuneFilesKeepTheValuesAndRefuseDamage() {
+    TestEnv env;
+    controller(env);
+    QDir().mkpath(env.path("Tuning Files"));
+    FrmTuneSettings window;
+    window.PBValueX1->setValue(22.5);
+    window.ResetValueX1->setValue(300);
+    const TuneSetup saved = window.currentSetup();
+    env.dialogs->chooseFile(env.path("Tuning Files/zone.a.tun"));
+    window.saveTuneFile();
+    QCOMPARE(window.windowTitle(), QStringLiteral("Loop Tuning - zone"));
+
+    // Opened again, the file gives back what was saved; nothing goes to the controller.
+    window.PBValueX1->setValue(1);
+    env.dialogs->chooseFile(env.path("Tuning Files/zone.a.tun"));
+    window.openTuneFile();
+    QCOMPARE(window.currentSetup(), saved);
+    QVERIFY(env.modbus->writes().isEmpty());
+
+    // A value that is text, or a file cut short: one box, the window as it was.
+    QStringList lines = tuneFileLines(saved);
+    lines[1] = QStringLiteral("three hundred");
+    for (const QStringList& bad : {lines, tuneFileLines(saved).mid(0, 6)}) {
+        QVERIFY(writeEncipheredLines(env.path("Tuning Files/bad.tun"), bad));
+        window.PBValueX1->setValue(7);
+        env.dialogs->chooseFile(env.path("Tuning Files/bad.tun"));
+        window.openTuneFile();
+        QVERIFY(env.dialogs->texts().last().startsWith(
+            "Tuning file is not compatible or damaged. Please select another file."));
+        QCOMPARE((QList<double>{window.PBValueX1->value(), window.ResetValueX1->value()}),
+                 (QList<double>{7, 300}));
+        QCOMPARE(window.windowTitle(), QStringLiteral("Loop Tuning - zone"));
+    }
 }
 
 QTEST_MAIN(TstTuneSettings)
