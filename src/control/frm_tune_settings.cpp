@@ -94,16 +94,20 @@ std::optional<TuneSetup> parseTuneFile(const QStringList& lines) {
     if (lines.size() < kTuneLines || lines.size() > kTuneTable)
         return std::nullopt;
     bool whole = true;
+    // A damaged line deciphers to empty text and reads as zero (or False); other text where a
+    // value belongs makes it no tuning file.
     auto number = [&lines, &whole](int i) {
-        bool ok = false;
-        const double value = lines.at(i).trimmed().toDouble(&ok);
+        const QString text = lines.at(i).trimmed();
+        bool ok = text.isEmpty();
+        const double value = ok ? 0.0 : text.toDouble(&ok);
         whole = whole && ok && std::isfinite(value);
         return whole ? value + 0.0 : 0.0;
     };
     auto boolean = [&lines, &whole](int i) {
         const QString text = lines.at(i).trimmed();
         const bool on = text.compare(QLatin1String("True"), Qt::CaseInsensitive) == 0;
-        whole = whole && (on || text.compare(QLatin1String("False"), Qt::CaseInsensitive) == 0);
+        whole = whole && (on || text.isEmpty() ||
+                          text.compare(QLatin1String("False"), Qt::CaseInsensitive) == 0);
         return on;
     };
     TuneSetup s;
@@ -166,11 +170,13 @@ FrmTuneSettings::FrmTuneSettings(QWidget* parent) : ChildWindow(Life::Closes, kS
     auto* middle = new QHBoxLayout;
     auto* values = new QFormLayout;
     PBValueX1 = entry(QStringLiteral("PBValueX1"), 5000, 1, body);
-    ResetValueX1 = entry(QStringLiteral("ResetValueX1"), 9999, 0, body);
-    RateValueX1 = entry(QStringLiteral("RateValueX1"), 999.9, 1, body);
-    CoolPBX1 = entry(QStringLiteral("CoolPBX1"), 9999, 0, body);
-    dbX1 = entry(QStringLiteral("dbX1"), 999.9, 1, body);
-    dbX1->setMinimum(-999.9);
+    // As wide as the registers: a value read is shown as it is, and one a register cannot hold
+    // is refused at the write.
+    ResetValueX1 = entry(QStringLiteral("ResetValueX1"), 65535, 0, body);
+    RateValueX1 = entry(QStringLiteral("RateValueX1"), 6553.5, 1, body);
+    CoolPBX1 = entry(QStringLiteral("CoolPBX1"), 65535, 0, body);
+    dbX1 = entry(QStringLiteral("dbX1"), 45536, 1, body);
+    dbX1->setMinimum(-19999);
     values->addRow(QStringLiteral("Prop Band:"), PBValueX1);
     values->addRow(QStringLiteral("I (Reset):"), ResetValueX1);
     values->addRow(QStringLiteral("D (Rate):"), RateValueX1);
@@ -238,6 +244,7 @@ FrmTuneSettings::FrmTuneSettings(QWidget* parent) : ChildWindow(Life::Closes, kS
     startYAxis = iPlotX->ySpan();
     startXAxis = iPlotX->xSpan();
     levelBars->setScale(0, startYAxis);
+    m_outBarTop = startYAxis;
 
     Timer1 = new QTimer(this);
     Timer1->setObjectName(QStringLiteral("Timer1"));
@@ -252,7 +259,8 @@ FrmTuneSettings::FrmTuneSettings(QWidget* parent) : ChildWindow(Life::Closes, kS
     ModTuneWrite =
         new PacedSequence(QStringLiteral("ModTuneWrite"), QStringLiteral("TwriteTimer"), this);
     connect(ModTunRead1, &PacedSequence::blockRead, this, [this](int, const QVector<quint16>& w) {
-        const int row = selectedRow();
+        // The controller asked, whatever has been selected since.
+        const int row = m_readRow;
         const double scale = validRow(row) ? double(gScale[size_t(row)]) : 1.0;
         PBValueX1->setValue(w.value(0) * scale);
         ResetValueX1->setValue(w.value(1));
@@ -359,10 +367,12 @@ void FrmTuneSettings::timer1Tick() {
             const QDateTime now = currentDateTime();
             const double values[3] = {gPV[c].asNumber().value_or(0), gSP[c].asNumber().value_or(0),
                                       double(gPctOut[c])};
-            for (int i = 0; i < 3; ++i) {
+            for (int i = 0; i < 3; ++i)
                 iPlotX->addPoint(i, now, values[i]);
-                levelBars->setBarPosition(i, values[i]);
-            }
+            levelBars->setBarPosition(0, values[0]);
+            levelBars->setBarPosition(1, values[1]);
+            // The output bar keeps the scale it opened with, whatever a tuning file sets.
+            levelBars->setBarPosition(2, values[2] * levelBars->maximum() / m_outBarTop);
         }
         timerCounter = 0;
     } else {
@@ -381,6 +391,7 @@ void FrmTuneSettings::readValues() {
     addTuningChannels();
     selectionChanged();
     iPlotX->setTrackingEnabled(true);
+    m_readRow = row;
     ModTunRead1->readBlock(row + 1, kFirstTuneRegister, 5);
 }
 
@@ -419,19 +430,24 @@ void FrmTuneSettings::writeValues() {
                 msgBox(QStringLiteral("Error during write of tuning values.\n\nMake sure write "
                                       "values are within\ncontroller tuning value limits."),
                        MsgIcon::Critical);
+                setStatus(QStringLiteral("Error during write to controller."));
                 return;
             }
         }
     }
-    m_autoTuneSent = Option1->isChecked();
+    m_autoTuneSent = false;
     setStatus(QStringLiteral("Writing tuning values to controller."));
     ModTuneWrite->startWrites(6, [this](int stage) -> std::optional<RegisterWrite> {
         // Node and values of the present selection: a change during the writes takes the rest.
         const int current = selectedRow();
         if (!validRow(current))
             return std::nullopt;
-        if (m_autoTuneSent)
+        // The auto-tune choice is looked at on every stage: turned On part way, the start
+        // command goes out in place of the rest of the values.
+        if (Option1->isChecked()) {
+            m_autoTuneSent = true;
             return RegisterWrite{current + 1, kCommandRegister, quint16(kStartAutoTune), true};
+        }
         if (stage == 5 && dbRevision != 40)
             return std::nullopt;
         const std::optional<quint16> raw = rawOf(stage, current);

@@ -34,9 +34,9 @@ struct TuneSetup {
     bool operator==(const TuneSetup&) const = default;
 };
 QStringList tuneFileLines(const TuneSetup& setup);
-// Nothing for a file that is no tuning file: fewer than 11 lines or more than 12, a value that is
-// no number (a damaged line reads as an empty one), an auto-tune line neither True nor False, or
-// an interval a timer cannot take. Tuning values reach a controller only from what reads whole.
+// A damaged (empty) line reads as 0, or False. Nothing for a file that is no tuning file: fewer
+// than 11 lines or more than 12, text where a value belongs, an auto-tune line neither True nor
+// False, or an interval a timer cannot take.
 std::optional<TuneSetup> parseTuneFile(const QStringList& lines);
 
 // The revision rule of the tuning block: the last two digits of the revision word above 39 give
@@ -105,4 +105,6 @@ private:
 
     QLabel* m_status = nullptr;
     bool m_autoTuneSent = false;
+    double m_outBarTop = 100.0;
+    int m_readRow = -1;
 };

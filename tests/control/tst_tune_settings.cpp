@@ -4,6 +4,7 @@
 #include "control/frm_tune_settings.h"
 #include "plant/plant_store.h"
 #include "plant/register_codec.h"
+#include "platform/bar_display.h"
 #include "platform/plot.h"
 #include "records/record_file.h"
 #include "support/test_env.h"
@@ -34,6 +35,7 @@ private slots:
     void revisionRuleAndTuneFile();
     void readAndWriteTheTuningBlockAndTheAutoTune();
     void tuneFilesKeepTheValuesAndRefuseDamage();
+    void choicesChangedWhileTheLinkWorks();
 };
 
 void TstTuneSettings::revisionRuleAndTuneFile() {
@@ -51,10 +53,13 @@ void TstTuneSettings::revisionRuleAndTuneFile() {
     QCOMPARE(lines.size(), 11);
     QCOMPARE(lines.mid(4, 3), (QStringList{"-3", "True", "False"}));
     QCOMPARE(parseTuneFile(lines), std::optional<TuneSetup>(s));
-    // No tuning file: text for a value, an empty (damaged) line, a switch that is no switch, a
-    // file cut short or too long. A twelfth, empty line is the table's last row.
-    QVERIFY(parseTuneFile(lines + QStringList{QString()}));
-    for (const auto& [row, text] : {std::pair{0, "12.5x"}, {4, ""}, {5, "Yes"}, {10, "1e9"}}) {
+    // A damaged line deciphers empty and reads as zero; a twelfth, empty line is the table's last.
+    QStringList emptied = lines;
+    emptied[0] = emptied[5] = QString();
+    const std::optional<TuneSetup> read = parseTuneFile(emptied + QStringList{QString()});
+    QVERIFY(read && read->propBand == 0 && !read->autoTuneOn && read->deadBand == -3);
+    // No tuning file: text for a value, a switch that is no switch, a file cut short or too long.
+    for (const auto& [row, text] : {std::pair{0, "12.5x"}, {4, "five"}, {5, "Yes"}, {10, "1e9"}}) {
         QStringList damaged = lines;
         damaged[row] = QString::fromLatin1(text);
         QVERIFY2(!parseTuneFile(damaged), text);
@@ -171,6 +176,54 @@ void TstTuneSettings::tuneFilesKeepTheValuesAndRefuseDamage() {
                  (QList<double>{7, 300}));
         QCOMPARE(window.windowTitle(), QStringLiteral("Loop Tuning - zone"));
     }
+}
+
+void TstTuneSettings::choicesChangedWhileTheLinkWorks() {
+    TestEnv env;
+    controller(env);
+    gControlEnabled[1] = true;
+    gPvTag[1] = QStringLiteral("TIC-102");
+    gDecimal[1] = 1;
+    gScale[1] = 1.0f; // a scale of its own, that the first controller's values must not take
+    env.modbus->setRegisters(2, 3, 11, {9, 60, 0, 0, 19999});
+    FrmTuneSettings window;
+    window.Timer1->stop();
+
+    // A read finishes on the controller it began with, whatever is selected meanwhile.
+    env.modbus->manual = true;
+    window.readValues();
+    window.ControlTuneSelect->setCurrentIndex(1);
+    env.modbus->deliverAll();
+    QTRY_COMPARE(env.modbus->requests.size(), 2);
+    QCOMPARE(env.modbus->requests.last().node, 1);
+    env.modbus->deliverAll();
+    QTRY_COMPARE(window.statusText(),
+                 QStringLiteral("Controller tuning values read from controller."));
+    QCOMPARE(window.PBValueX1->value(), 12.5);
+
+    // Auto-tune turned On part way through a write: the start command replaces the rest.
+    env.modbus->requests.clear();
+    window.writeValues();
+    QTRY_COMPARE(env.modbus->requests.size(), 1);
+    window.Option1->setChecked(true);
+    while (env.modbus->deliverAll() > 0)
+        QTest::qWait(60);
+    QCOMPARE(env.modbus->writes(), (QList<QList<int>>{{2, 143, 26661}, {2, 143, 26664}}));
+    QCOMPARE(window.statusText(), QStringLiteral("Auto-tune inititated."));
+
+    // A tuning file's value span rescales the process value and setpoint bars, not the output.
+    TuneSetup setup = window.currentSetup();
+    setup.ySpan = 400;
+    window.applySetup(setup);
+    gPV[1] = 200;
+    gPctOut[1] = 50;
+    window.theCurrAddress = 1;
+    window.plotTrend = 0;
+    window.timer1Tick();
+    const BarDisplay& bars = *window.levelBars;
+    QCOMPARE(
+        (QList<double>{bars.barPosition(0) / bars.maximum(), bars.barPosition(2) / bars.maximum()}),
+        (QList<double>{0.5, 0.5}));
 }
 
 QTEST_MAIN(TstTuneSettings)
