@@ -141,8 +141,8 @@ void FrmSingleSP::newRecipe() {
 
 QStringList spRecipeLines(const SpRecipe& recipe) {
     QStringList lines;
-    for (const double value : recipe.values)
-        lines << signedText(value);
+    for (const std::optional<double>& value : recipe.values)
+        lines << (value ? signedText(*value) : QString());
     for (const bool ticked : recipe.ticked)
         lines << signedText(ticked ? 1 : 0);
     return lines;
@@ -153,8 +153,13 @@ std::optional<SpRecipe> parseSpRecipe(const QStringList& lines) {
         return std::nullopt;
     SpRecipe recipe;
     for (int row = 0; row < kControllerCount; ++row) {
+        const QString text = lines[row].trimmed();
+        if (text.isEmpty()) {
+            recipe.values << std::nullopt;
+            continue;
+        }
         bool ok = false;
-        const double value = lines[row].trimmed().toDouble(&ok);
+        const double value = text.toDouble(&ok);
         if (!ok || !std::isfinite(value))
             return std::nullopt;
         recipe.values << value + 0.0; // -0 is the setpoint 0
@@ -180,8 +185,9 @@ bool FrmSingleSP::applyRecipeLines(const QStringList& lines) {
     for (int row = 0; row < kControllerCount; ++row) {
         // A locked row's value and tick mean nothing: they are cleared.
         const bool locked = rowLocked(row);
+        const std::optional<double> value = recipe->values[row];
         spDataGrid->setText(row, ValueColumn,
-                            locked ? QString() : QString::number(recipe->values[row], 'g', 15));
+                            locked || !value ? QString() : QString::number(*value, 'g', 15));
         spDataGrid->setText(row, WriteColumn,
                             !locked && recipe->ticked[row] ? QStringLiteral("1")
                                                            : QStringLiteral("0"));
@@ -213,10 +219,10 @@ void FrmSingleSP::openRecipe() {
     if (chosen.cancelled)
         return;
     QString why;
-    int damaged = 0;
     const std::optional<QStringList> lines =
-        readPlainLines(chosen.path, 2 * kControllerCount, &why, &damaged);
-    if (!lines || damaged > 0 || !applyRecipeLines(*lines)) {
+        readPlainLines(chosen.path, 2 * kControllerCount, &why);
+    // A damaged line deciphers empty and leaves an empty cell; the rest of the recipe stands.
+    if (!lines || !applyRecipeLines(*lines)) {
         msgBox(QStringLiteral("Setpoint recipe file is not compatible or damaged. Please select "
                               "another file.") +
                    (why.isEmpty() ? QString() : QStringLiteral("\nReason: ") + why),

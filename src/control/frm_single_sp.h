@@ -16,13 +16,13 @@ class RecordGrid;
 // A setpoint recipe as its .spr file holds it, one line a value before encipherment: the 64
 // setpoints in their signed text form, then the 64 ticks, 0 or 1.
 struct SpRecipe {
-    QVector<double> values;
+    QVector<std::optional<double>> values; // nothing: a damaged line, an empty cell
     QVector<bool> ticked;
     bool operator==(const SpRecipe&) const = default;
 };
 QStringList spRecipeLines(const SpRecipe& recipe);
-// Nothing for fewer lines than a recipe has or a setpoint that is no number; a tick is any line
-// that reads as 1.
+// Nothing for fewer lines than a recipe has or a setpoint that is text but no number; a damaged
+// line deciphers empty and leaves its cell empty. A tick is any line that reads as 1.
 std::optional<SpRecipe> parseSpRecipe(const QStringList& lines);
 
 // "Single Setpoint Recipes": one setpoint for each K40 controller of the plant, kept as a .spr

@@ -64,13 +64,24 @@ void TstSingleSp::lockedRowsTheRecipeFileAndTheDownload() {
     QCOMPARE(rowOf(other.spDataGrid, 2), (QStringList{"3", "0", "TIC-3.SP", ""}));
     QCOMPARE(other.recipeFile, env.path("Recipes/zones.spr"));
 
-    // A file cut short or holding a damaged line is refused, the window as it was.
-    QStringList cut = plain.mid(0, 100);
-    QVERIFY(writeBytes(env.path("Recipes/cut.spr"), enciphered(cut)));
+    // A damaged line leaves its cell empty and the rest of the recipe stands.
     QByteArray damaged = readBytes(env.path("Recipes/zones.spr"));
     damaged[10] = damaged[10] == 'A' ? 'B' : 'A';
     QVERIFY(writeBytes(env.path("Recipes/damaged.spr"), damaged));
-    for (const char* name : {"Recipes/cut.spr", "Recipes/damaged.spr"}) {
+    env.dialogs->boxes.clear();
+    env.dialogs->chooseFile(env.path("Recipes/damaged.spr"));
+    other.openRecipe();
+    QVERIFY(env.dialogs->boxes.isEmpty());
+    QCOMPARE((QStringList{other.spDataGrid->text(0, FrmSingleSP::ValueColumn),
+                          other.spDataGrid->text(1, FrmSingleSP::ValueColumn)}),
+             (QStringList{"", "-12"}));
+
+    // A file cut short, or with text for a setpoint, is refused, the window as it was.
+    QVERIFY(writeBytes(env.path("Recipes/cut.spr"), enciphered(plain.mid(0, 100))));
+    QStringList text = plain;
+    text[1] = QStringLiteral("twelve");
+    QVERIFY(writeBytes(env.path("Recipes/text.spr"), enciphered(text)));
+    for (const char* name : {"Recipes/cut.spr", "Recipes/text.spr"}) {
         env.dialogs->boxes.clear();
         other.spDataGrid->setText(0, FrmSingleSP::ValueColumn, "150");
         env.dialogs->chooseFile(env.path(name));
