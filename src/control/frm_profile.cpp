@@ -124,7 +124,7 @@ std::optional<Profile> parseProfileRecipe(const QStringList& lines) {
     return profile;
 }
 
-FrmProfile::FrmProfile(QWidget* parent) : ChildWindow(Life::Closes, {}, parent) {
+FrmProfile::FrmProfile(QWidget* parent) : ChildWindow(Life::Closes, kSection, parent) {
     setAttribute(Qt::WA_DeleteOnClose);
     QVBoxLayout* layout = makeWindowBody(this, QStringLiteral("frmProfile"), kCaption);
     QWidget* body = widget();
@@ -178,7 +178,9 @@ FrmProfile::FrmProfile(QWidget* parent) : ChildWindow(Life::Closes, {}, parent) 
                 const int index = 4 * s + 2 * part + unit;
                 auto* field = new QSpinBox(frame);
                 field->setObjectName(QStringLiteral("segTime(%1)").arg(index));
-                field->setRange(0, unit == 0 ? 1092 : 59);
+                // Minutes may run past the hour, as a recipe may hold them: the controller
+                // takes hours and minutes as one count, refused when that count cannot fit.
+                field->setRange(0, unit == 0 ? 1092 : 65535);
                 field->setAlignment(Qt::AlignRight);
                 segTime[size_t(index)] = field;
                 form->addWidget(field, 1 + part, 1 + unit);
@@ -306,7 +308,8 @@ FrmProfile::FrmProfile(QWidget* parent) : ChildWindow(Life::Closes, {}, parent) 
     });
     setProfile(Profile{});
     newRecipe();
-    resize(940, 540);
+    // Its place is kept beside the plot's look; at first large enough for all eight segments.
+    restorePlacement({600, 600, 14100, 8100});
 }
 
 Profile FrmProfile::profile() const {

@@ -3,6 +3,7 @@
 
 #include "control/frm_profile.h"
 #include "plant/plant_store.h"
+#include "platform/placement.h"
 #include "platform/plot.h"
 #include "support/audit_files.h"
 #include "support/test_env.h"
@@ -160,6 +161,16 @@ void TstProfile::enterStepsThroughTheSegments() {
     // Elsewhere, and after the last setpoint, Enter leaves the focus where it is.
     QCOMPARE(enter(window.segTime[1]), window.segTime[1]);
     QCOMPARE(enter(window.pSetPoint[7]), window.pSetPoint[7]);
+    // Minutes past the hour stand as entered: the controller takes the count whole.
+    window.segTime[1]->setValue(90);
+    QCOMPARE(profileBlock(window.profile())->value(8), quint16(90));
+
+    // The window keeps its place in its own section.
+    auto* other = new FrmProfile;
+    other->move(40, 30);
+    const double tpp = twipsPerPixel(other);
+    other->close();
+    QCOMPARE(env.settings->value("Profiler", "MainLeft", ""), QString::number(qRound(40 * tpp)));
 }
 
 QTEST_MAIN(TstProfile)
