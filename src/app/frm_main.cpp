@@ -276,6 +276,7 @@ void FrmMain::showSingleWindow(const QString& menuItemName, ChildWindow* window)
     window->guardMenuItem(menuItem(menuItemName));
     m_mdi->addSubWindow(window);
     window->show();
+    window->settlePlacement();
     m_mdi->setActiveSubWindow(window);
 }
 

@@ -9,8 +9,15 @@ ChildWindow::ChildWindow(Life life, QString placementSection, QWidget* parent)
     : QMdiSubWindow(parent), m_life(life), m_section(std::move(placementSection)) {}
 
 void ChildWindow::restorePlacement(const PlacementTwips& defaults) {
-    if (!m_section.isEmpty())
-        ::restorePlacement(this, m_section, defaults, m_withSize);
+    if (m_section.isEmpty())
+        return;
+    ::restorePlacement(this, m_section, defaults, m_withSize);
+    m_placedAt = pos();
+}
+
+void ChildWindow::settlePlacement() {
+    if (m_placedAt)
+        move(*m_placedAt);
 }
 
 void ChildWindow::guardMenuItem(QAction* item) {

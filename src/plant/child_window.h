@@ -3,7 +3,9 @@
 #include "platform/placement.h"
 
 #include <QMdiSubWindow>
+#include <QPoint>
 #include <QString>
+#include <optional>
 
 class QAction;
 
@@ -25,6 +27,9 @@ public:
 
     // Places the window from its section; call once it stands in the main window's area.
     void restorePlacement(const PlacementTwips& defaults);
+    // The main window's area places a window it takes in at a free spot of its own choosing;
+    // called once the window stands there, this puts it back where its placement said.
+    void settlePlacement();
     // A window of fixed size keeps only its position.
     void keepPositionOnly() { m_withSize = false; }
     // Exit unloads every window, resident or not, whatever the walk is doing.
@@ -44,4 +49,5 @@ private:
     QString m_section;
     bool m_closeAllowed = false;
     bool m_withSize = true;
+    std::optional<QPoint> m_placedAt;
 };

@@ -290,6 +290,7 @@ void AlarmLog::showAlarmViewer() {
         area->addSubWindow(viewer);
     viewer->restorePlacement({900, 900, 9000, 5000});
     viewer->show();
+    viewer->settlePlacement();
 }
 
 // The two alarm grids export and print alike.

@@ -328,6 +328,7 @@ bool PlotHistoryData(RecordGrid& grid, const QList<GridBlock>& blocks, QMdiArea*
         }
         window->restorePlacement(place);
         window->show();
+        window->settlePlacement();
     }
     gPlotRunning = false;
     return true;

@@ -129,6 +129,14 @@ void TstFrmMain::placementIsKeptInTwipsAndExitAsksFirst() {
     logger->show();
     main->move(200, 100);
     main->resize(800, 600);
+    // A window opened from the menu stands where its section says, not where the area would
+    // have put it beside the logger.
+    env.settings->setValue("Audit", "MainLeft", "1200");
+    env.settings->setValue("Audit", "MainTop", "900");
+    main->menuItem("mnuAudit")->trigger();
+    auto* audit = main->mdiArea()->activeSubWindow();
+    QCOMPARE(audit->pos(), QPoint(qRound(1200 / tpp), qRound(900 / tpp)));
+    audit->close();
     QSignalSpy exits(main, &FrmMain::exitRequested);
     // With security on, closing asks right 24, which nothing in the system grants.
     g21CFR = true;
