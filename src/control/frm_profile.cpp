@@ -129,11 +129,7 @@ FrmProfile::FrmProfile(QWidget* parent) : ChildWindow(Life::Closes, kSection, pa
     QVBoxLayout* layout = makeWindowBody(this, QStringLiteral("frmProfile"), kCaption);
     QWidget* body = widget();
     Toolbar1 = makeToolbar(body, Qt::ToolButtonIconOnly);
-    auto button = [this](QStyle::StandardPixmap icon, const char* key, const char* tip,
-                         void (FrmProfile::*action)()) {
-        connect(addToolButton(Toolbar1, icon, QString::fromLatin1(key), QString::fromLatin1(tip)),
-                &QAction::triggered, this, action);
-    };
+    ToolCommands button(Toolbar1, this);
     button(QStyle::SP_FileIcon, "New", "New Recipe", &FrmProfile::newRecipe);
     button(QStyle::SP_DialogOpenButton, "Open", "Open Recipe File", &FrmProfile::openRecipe);
     button(QStyle::SP_DialogSaveButton, "Save", "Save Recipe File", &FrmProfile::saveRecipe);

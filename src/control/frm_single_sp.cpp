@@ -46,11 +46,7 @@ FrmSingleSP::FrmSingleSP(QWidget* parent) : ChildWindow(Life::Closes, {}, parent
     QVBoxLayout* layout = makeWindowBody(this, QStringLiteral("frmSingleSP"), kCaption);
     QWidget* body = widget();
     Toolbar1 = makeToolbar(body, Qt::ToolButtonTextUnderIcon);
-    auto button = [this](QStyle::StandardPixmap icon, const char* key, const char* tip,
-                         void (FrmSingleSP::*action)()) {
-        connect(addToolButton(Toolbar1, icon, QString::fromLatin1(key), QString::fromLatin1(tip)),
-                &QAction::triggered, this, action);
-    };
+    ToolCommands button(Toolbar1, this);
     button(QStyle::SP_FileIcon, "New", "New recipe", &FrmSingleSP::newRecipe);
     button(QStyle::SP_DialogOpenButton, "Open", "Open recipe", &FrmSingleSP::openRecipe);
     button(QStyle::SP_DialogSaveButton, "Save", "Save recipe", &FrmSingleSP::saveRecipe);

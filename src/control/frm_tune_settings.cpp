@@ -137,11 +137,7 @@ FrmTuneSettings::FrmTuneSettings(QWidget* parent) : ChildWindow(Life::Closes, kS
     QVBoxLayout* layout = makeWindowBody(this, QStringLiteral("frmTuneSettings"), kCaption);
     QWidget* body = widget();
     Toolbar1 = makeToolbar(body, Qt::ToolButtonIconOnly);
-    auto button = [this](QStyle::StandardPixmap icon, const char* key, const char* tip,
-                         std::function<void()> action) {
-        connect(addToolButton(Toolbar1, icon, QString::fromLatin1(key), QString::fromLatin1(tip)),
-                &QAction::triggered, this, std::move(action));
-    };
+    ToolCommands button(Toolbar1, this);
     button(QStyle::SP_DialogOpenButton, "Open", "Open Tune File", [this] { openTuneFile(); });
     button(QStyle::SP_DialogSaveButton, "Save", "Save Setup", [this] { saveTuneFile(); });
     button(QStyle::SP_FileDialogDetailedView, "Setup", "Trend Setup", [this] { setupTrend(); });

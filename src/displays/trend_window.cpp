@@ -65,12 +65,7 @@ Ctrend1::Ctrend1(qint16 number, QWidget* parent)
     QWidget* body = widget();
 
     Toolbar1 = makeToolbar(body, Qt::ToolButtonIconOnly);
-    auto button = [this](QStyle::StandardPixmap icon, const char* key, const char* tip,
-                         void (Ctrend1::*action)()) {
-        QAction* a =
-            addToolButton(Toolbar1, icon, QString::fromLatin1(key), QString::fromLatin1(tip));
-        connect(a, &QAction::triggered, this, action);
-    };
+    ToolCommands button(Toolbar1, this);
     button(QStyle::SP_DialogOpenButton, "Open", "Open Trend View", &Ctrend1::openTrendView);
     button(QStyle::SP_DialogSaveButton, "Save", "Save Trend View", &Ctrend1::saveTrendView);
     button(QStyle::SP_FileDialogDetailedView, "Setup", "Setup Trend", &Ctrend1::setupTrend);

@@ -1,10 +1,10 @@
 #pragma once
 
+#include <QAction>
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QStyle>
 
-class QAction;
 class QCheckBox;
 class QMdiSubWindow;
 class QToolBar;
@@ -21,6 +21,25 @@ QVBoxLayout* makeWindowBody(QMdiSubWindow* window, const QString& objectName,
 QToolBar* makeToolbar(QWidget* parent, Qt::ToolButtonStyle style);
 QAction* addToolButton(QToolBar* toolbar, QStyle::StandardPixmap icon, const QString& key,
                        const QString& toolTip);
+// Buttons of one window's toolbar, each running a command of that window:
+//     ToolCommands button(Toolbar1, this);
+//     button(QStyle::SP_FileIcon, "New", "New Recipe", &FrmProfile::newRecipe);
+template <typename Window> class ToolCommands {
+public:
+    ToolCommands(QToolBar* toolbar, Window* window) : m_toolbar(toolbar), m_window(window) {}
+    template <typename Command>
+    QAction* operator()(QStyle::StandardPixmap icon, const char* key, const char* toolTip,
+                        Command command) const {
+        QAction* action =
+            addToolButton(m_toolbar, icon, QString::fromLatin1(key), QString::fromLatin1(toolTip));
+        QObject::connect(action, &QAction::triggered, m_window, command);
+        return action;
+    }
+
+private:
+    QToolBar* m_toolbar;
+    Window* m_window;
+};
 
 // A check box of the setup dialogs: its caption stands before the box, ending in a colon.
 QCheckBox* makeOptionBox(const QString& objectName, const QString& caption, bool checked,

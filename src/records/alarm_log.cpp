@@ -80,21 +80,16 @@ AlarmLog::AlarmLog(QWidget* parent) : ChildWindow(Life::Resident, Sections::Alar
         makeWindowBody(this, QStringLiteral("AlarmLog"), QStringLiteral("System Alarm Log"));
     QWidget* body = widget();
     m_toolbar = makeToolbar(body, Qt::ToolButtonIconOnly);
-    const std::tuple<QStyle::StandardPixmap, const char*, const char*, void (AlarmLog::*)()>
-        buttons[] = {
-            {QStyle::SP_FileDialogContentsView, "view", "Alarm Log Viewer",
-             &AlarmLog::showAlarmViewer},
-            {QStyle::SP_DialogDiscardButton, "Clear", "Clear Selected Alarm",
-             &AlarmLog::clearSelectedAlarm},
-            {QStyle::SP_TrashIcon, "clear1", "Clear All Alarms", &AlarmLog::clearAllAlarms},
-            {QStyle::SP_DialogSaveButton, "export", "Export Alarm Log", &AlarmLog::exportAlarmLog},
-            {QStyle::SP_FileDialogDetailedView, "print", "Print Alarm Log",
-             &AlarmLog::printAlarmLog},
-            {QStyle::SP_MediaVolumeMuted, "Silence Beeper", "Silence Beeper",
-             &AlarmLog::silenceBeeper}};
-    for (const auto& [icon, key, tip, handler] : buttons)
-        connect(addToolButton(m_toolbar, icon, QString::fromLatin1(key), QString::fromLatin1(tip)),
-                &QAction::triggered, this, handler);
+    ToolCommands button(m_toolbar, this);
+    button(QStyle::SP_FileDialogContentsView, "view", "Alarm Log Viewer",
+           &AlarmLog::showAlarmViewer);
+    button(QStyle::SP_DialogDiscardButton, "Clear", "Clear Selected Alarm",
+           &AlarmLog::clearSelectedAlarm);
+    button(QStyle::SP_TrashIcon, "clear1", "Clear All Alarms", &AlarmLog::clearAllAlarms);
+    button(QStyle::SP_DialogSaveButton, "export", "Export Alarm Log", &AlarmLog::exportAlarmLog);
+    button(QStyle::SP_FileDialogDetailedView, "print", "Print Alarm Log", &AlarmLog::printAlarmLog);
+    button(QStyle::SP_MediaVolumeMuted, "Silence Beeper", "Silence Beeper",
+           &AlarmLog::silenceBeeper);
 
     m_grid = new RecordGrid(body);
     m_grid->setObjectName(QStringLiteral("Grid1"));

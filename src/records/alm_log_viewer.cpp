@@ -32,21 +32,16 @@ AlmLogViewer::AlmLogViewer(QWidget* parent)
         makeWindowBody(this, QStringLiteral("AlmLogViewer"), QStringLiteral("Alarm Log Viewer"));
     QWidget* body = widget();
     m_toolbar = makeToolbar(body, Qt::ToolButtonIconOnly);
-    connect(addToolButton(m_toolbar, QStyle::SP_DialogOpenButton, QStringLiteral("Open"),
-                          QStringLiteral("Open Alarm Log")),
-            &QAction::triggered, this, &AlmLogViewer::openAlarmFile);
-    connect(addToolButton(m_toolbar, QStyle::SP_DialogSaveButton, QStringLiteral("export"),
-                          QStringLiteral("Export Alarm Log")),
-            &QAction::triggered, this, [this] {
-                if (!m_loading)
-                    exportAlarmGrid(*m_grid);
-            });
-    connect(addToolButton(m_toolbar, QStyle::SP_FileDialogDetailedView, QStringLiteral("print"),
-                          QStringLiteral("Print Alarm Log")),
-            &QAction::triggered, this, [this] {
-                if (!m_loading)
-                    printAlarmGrid(*m_grid);
-            });
+    ToolCommands button(m_toolbar, this);
+    button(QStyle::SP_DialogOpenButton, "Open", "Open Alarm Log", &AlmLogViewer::openAlarmFile);
+    button(QStyle::SP_DialogSaveButton, "export", "Export Alarm Log", [this] {
+        if (!m_loading)
+            exportAlarmGrid(*m_grid);
+    });
+    button(QStyle::SP_FileDialogDetailedView, "print", "Print Alarm Log", [this] {
+        if (!m_loading)
+            printAlarmGrid(*m_grid);
+    });
     m_grid = new RecordGrid(body);
     m_grid->setObjectName(QStringLiteral("Grid1"));
     m_grid->setColumns({QStringLiteral("Tagname"), QStringLiteral("Time Of Alarm"),

@@ -50,15 +50,12 @@ FrmAuditView::FrmAuditView(QWidget* parent) : ChildWindow(Life::Closes, Sections
         makeWindowBody(this, QStringLiteral("frmAuditView"), QStringLiteral("Audit Trail Viewer"));
     QWidget* body = widget();
     m_toolbar = makeToolbar(body, Qt::ToolButtonTextUnderIcon);
-    connect(addToolButton(m_toolbar, QStyle::SP_DialogOpenButton, QStringLiteral("Open"),
-                          QStringLiteral("Open Audit Trail")),
-            &QAction::triggered, this, &FrmAuditView::openAuditFile);
-    connect(addToolButton(m_toolbar, QStyle::SP_DialogSaveButton, QStringLiteral("Export"),
-                          QStringLiteral("Export Audit Trail")),
-            &QAction::triggered, this, &FrmAuditView::exportAuditFile);
-    connect(addToolButton(m_toolbar, QStyle::SP_FileDialogDetailedView, QStringLiteral("Print"),
-                          QStringLiteral("Print Audit Trail")),
-            &QAction::triggered, this, &FrmAuditView::printAuditGrid);
+    ToolCommands button(m_toolbar, this);
+    button(QStyle::SP_DialogOpenButton, "Open", "Open Audit Trail", &FrmAuditView::openAuditFile);
+    button(QStyle::SP_DialogSaveButton, "Export", "Export Audit Trail",
+           &FrmAuditView::exportAuditFile);
+    button(QStyle::SP_FileDialogDetailedView, "Print", "Print Audit Trail",
+           &FrmAuditView::printAuditGrid);
 
     // Label1 frames the grid and follows the window's size.
     m_label1 = new QLabel(body);

@@ -73,25 +73,20 @@ FrmHistory::FrmHistory(QWidget* parent) : ChildWindow(Life::Closes, kPlacementSe
     QWidget* body = widget();
 
     m_toolbar = makeToolbar(body, Qt::ToolButtonTextUnderIcon);
-    auto button = [this](QStyle::StandardPixmap icon, const char* key, const char* tip) {
-        return addToolButton(m_toolbar, icon, QString::fromLatin1(key), QString::fromLatin1(tip));
-    };
-    connect(button(QStyle::SP_DialogOpenButton, "Open", "Open history file"), &QAction::triggered,
-            this, &FrmHistory::openHistoryFile);
-    connect(button(QStyle::SP_FileDialogContentsView, "Plot", "Plot history data"),
-            &QAction::triggered, this, &FrmHistory::plotHistory);
-    m_sign = button(QStyle::SP_DialogApplyButton, "Sign", "Sign file");
-    connect(m_sign, &QAction::triggered, this, &FrmHistory::signDataFile);
-    m_verify = button(QStyle::SP_DialogYesButton, "Verify", "Verify signature");
-    connect(m_verify, &QAction::triggered, this, &FrmHistory::verifySignature);
-    connect(button(QStyle::SP_DialogSaveButton, "Export", "Export data"), &QAction::triggered, this,
-            &FrmHistory::exportDataFile);
-    connect(button(QStyle::SP_FileDialogInfoView, "Search", "Search for batch#"),
-            &QAction::triggered, this, &FrmHistory::searchDataFiles);
-    connect(button(QStyle::SP_FileDialogDetailedView, "Print", "Print history grid"),
-            &QAction::triggered, this, &FrmHistory::printHistoryGrid);
-    connect(button(QStyle::SP_BrowserStop, "Cancel Plot", "Cancel historical Plotting"),
-            &QAction::triggered, this, &FrmHistory::cancelPlot);
+    ToolCommands button(m_toolbar, this);
+    button(QStyle::SP_DialogOpenButton, "Open", "Open history file", &FrmHistory::openHistoryFile);
+    button(QStyle::SP_FileDialogContentsView, "Plot", "Plot history data",
+           &FrmHistory::plotHistory);
+    m_sign = button(QStyle::SP_DialogApplyButton, "Sign", "Sign file", &FrmHistory::signDataFile);
+    m_verify = button(QStyle::SP_DialogYesButton, "Verify", "Verify signature",
+                      &FrmHistory::verifySignature);
+    button(QStyle::SP_DialogSaveButton, "Export", "Export data", &FrmHistory::exportDataFile);
+    button(QStyle::SP_FileDialogInfoView, "Search", "Search for batch#",
+           &FrmHistory::searchDataFiles);
+    button(QStyle::SP_FileDialogDetailedView, "Print", "Print history grid",
+           &FrmHistory::printHistoryGrid);
+    button(QStyle::SP_BrowserStop, "Cancel Plot", "Cancel historical Plotting",
+           &FrmHistory::cancelPlot);
     enableSigning(false);
 
     // Label1 holds both frames and follows the window's size; the splitter lets the user give

@@ -134,11 +134,7 @@ FrmHistoryPlot::FrmHistoryPlot(QWidget* parent)
                                          QStringLiteral("Historical Trend Plot"));
     QWidget* body = widget();
     Toolbar1 = makeToolbar(body, Qt::ToolButtonIconOnly);
-    auto button = [this](QStyle::StandardPixmap icon, const char* key, const char* tip,
-                         void (FrmHistoryPlot::*action)()) {
-        connect(addToolButton(Toolbar1, icon, QString::fromLatin1(key), QString::fromLatin1(tip)),
-                &QAction::triggered, this, action);
-    };
+    ToolCommands button(Toolbar1, this);
     button(QStyle::SP_FileDialogDetailedView, "Setup", "Trend Setup", &FrmHistoryPlot::trendSetup);
     button(QStyle::SP_FileDialogContentsView, "Cursor", "Show/Hide Data Cursor",
            &FrmHistoryPlot::toggleDataCursor);
