@@ -353,17 +353,14 @@ void FrmProfile::openRecipe() {
     const FileDialogResult chosen = dialogs().openFile(request);
     if (chosen.cancelled)
         return;
-    QString why;
     // A damaged line reads as an empty one, and so as 0.
-    const std::optional<QStringList> lines = readPlainLines(chosen.path, kRecipeTable + 1, &why);
-    const std::optional<Profile> recipe = lines ? parseProfileRecipe(*lines) : std::nullopt;
-    if (!recipe) {
-        msgBox(QStringLiteral("Recipe file is not compatible or damaged. Please select another "
-                              "file.") +
-                   (why.isEmpty() ? QString() : QStringLiteral("\nReason: ") + why),
-               MsgIcon::Critical);
+    std::optional<Profile> recipe;
+    if (!takePlainFile(chosen.path, kRecipeTable + 1, QStringLiteral("Recipe"),
+                       [&recipe](const QStringList& lines) {
+                           recipe = parseProfileRecipe(lines);
+                           return recipe.has_value();
+                       }))
         return;
-    }
     setProfile(*recipe);
     recipeFile = chosen.path;
     setRecipeCaption();

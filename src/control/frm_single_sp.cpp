@@ -214,17 +214,10 @@ void FrmSingleSP::openRecipe() {
     const FileDialogResult chosen = dialogs().openFile(request);
     if (chosen.cancelled)
         return;
-    QString why;
-    const std::optional<QStringList> lines =
-        readPlainLines(chosen.path, 2 * kControllerCount, &why);
     // A damaged line deciphers empty and leaves an empty cell; the rest of the recipe stands.
-    if (!lines || !applyRecipeLines(*lines)) {
-        msgBox(QStringLiteral("Setpoint recipe file is not compatible or damaged. Please select "
-                              "another file.") +
-                   (why.isEmpty() ? QString() : QStringLiteral("\nReason: ") + why),
-               MsgIcon::Critical);
+    if (!takePlainFile(chosen.path, 2 * kControllerCount, QStringLiteral("Setpoint recipe"),
+                       [this](const QStringList& lines) { return applyRecipeLines(lines); }))
         return;
-    }
     recipeFile = chosen.path;
     setRecipeCaption();
 }

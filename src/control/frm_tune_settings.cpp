@@ -528,16 +528,13 @@ void FrmTuneSettings::openTuneFile() {
     const FileDialogResult chosen = dialogs().openFile(request);
     if (chosen.cancelled)
         return;
-    QString why;
-    const std::optional<QStringList> lines = readPlainLines(chosen.path, kTuneTable + 1, &why);
-    const std::optional<TuneSetup> setup = lines ? parseTuneFile(*lines) : std::nullopt;
-    if (!setup) {
-        msgBox(QStringLiteral("Tuning file is not compatible or damaged. Please select another "
-                              "file.") +
-                   (why.isEmpty() ? QString() : QStringLiteral("\nReason: ") + why),
-               MsgIcon::Critical);
+    std::optional<TuneSetup> setup;
+    if (!takePlainFile(chosen.path, kTuneTable + 1, QStringLiteral("Tuning"),
+                       [&setup](const QStringList& lines) {
+                           setup = parseTuneFile(lines);
+                           return setup.has_value();
+                       }))
         return;
-    }
     applySetup(*setup);
     setWindowTitle(kCaption + QStringLiteral(" - ") + fileBaseName(chosen.path));
 }

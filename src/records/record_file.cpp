@@ -1,5 +1,6 @@
 #include "record_file.h"
 
+#include "platform/dialogs.h"
 #include "platform/file_io.h"
 #include "platform/line_cipher.h"
 #include "records/file_cipher.h"
@@ -126,6 +127,19 @@ std::optional<QStringList> readPlainLines(const QString& path, qint64 maxLines, 
     if (!read)
         return std::nullopt;
     return lines;
+}
+
+bool takePlainFile(const QString& path, qint64 maxLines, const QString& kind,
+                   const std::function<bool(const QStringList&)>& take) {
+    QString why;
+    const std::optional<QStringList> lines = readPlainLines(path, maxLines, &why);
+    if (lines && take(*lines))
+        return true;
+    msgBox(kind +
+               QStringLiteral(" file is not compatible or damaged. Please select another file.") +
+               (why.isEmpty() ? QString() : QStringLiteral("\nReason: ") + why),
+           MsgIcon::Critical);
+    return false;
 }
 
 QString signedText(double value) {

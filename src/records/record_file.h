@@ -40,6 +40,11 @@ bool readRecordFile(const QString& path, const std::function<void(const RecordLi
 // in *damaged. Nothing, with the reason in *error, when the file cannot be read.
 std::optional<QStringList> readPlainLines(const QString& path, qint64 maxLines,
                                           QString* error = nullptr, int* damaged = nullptr);
+// Opens a recipe or tuning file the operator chose: true when its lines read and `take` accepts
+// them. Otherwise the box "<kind> file is not compatible or damaged. Please select another
+// file." with the reason where there is one, and false.
+bool takePlainFile(const QString& path, qint64 maxLines, const QString& kind,
+                   const std::function<bool(const QStringList&)>& take);
 // The lines enciphered one by one, the file replaced whole. False with the reason in *error.
 bool writeEncipheredLines(const QString& path, const QStringList& lines, QString* error = nullptr);
 // A number as those files keep it: a blank where a plus sign would stand, and the fewest digits
