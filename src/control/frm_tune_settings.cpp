@@ -486,10 +486,7 @@ void FrmTuneSettings::applySetup(const TuneSetup& s) {
     plotTrend = s.plotTrend;
     // A timer of interval 0 does not run; any other no faster than the fastest span.
     Timer1->setInterval(s.tickMs <= 0 ? 0 : std::max(s.tickMs, 100));
-    if (s.tickMs > 0)
-        Timer1->start();
-    else
-        Timer1->stop();
+    startTickTimer(Timer1);
 }
 
 void FrmTuneSettings::setupTrend() {

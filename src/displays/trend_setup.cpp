@@ -4,6 +4,7 @@
 #include "plant/plant_store.h"
 #include "platform/dialogs.h"
 #include "platform/plot.h"
+#include "platform/window_parts.h"
 
 #include <QApplication>
 #include <QComboBox>
@@ -238,7 +239,7 @@ void TrendSetup::reject() {
         if (w->property("Tag").toString() != gTrendSetupCaller || gTrendSetupCaller.isEmpty())
             continue;
         if (auto* timer = w->findChild<QTimer*>(QStringLiteral("Timer1")))
-            timer->start();
+            startTickTimer(timer);
     }
     QDialog::reject();
 }
@@ -308,7 +309,7 @@ void TrendSetup::setupRTPlot() {
     table.append(0);
     trend->assignTrendArray(table);
     trend->writeArrayData(QStringLiteral("%1/Trend%2.trn").arg(gAppPath).arg(frmNumberPassed));
-    trend->Timer1->start();
+    startTickTimer(trend->Timer1);
     plot.setTrackingEnabled(true);
     accept();
 }

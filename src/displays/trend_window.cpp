@@ -28,6 +28,7 @@ constexpr int kDefaultWidthTwips = 7380;
 constexpr int kDefaultHeightTwips = 3930;
 // A file's interval below this is taken as this: the fastest rate a span gives.
 constexpr int kFastestTickMs = 100;
+constexpr int kSlowTickMs = 1000;
 // The file's number for a file that cannot be written: path or file access error.
 constexpr int kFileAccessError = 75;
 
@@ -99,6 +100,9 @@ Ctrend1::Ctrend1(qint16 number, QWidget* parent)
 
     Timer1 = new QTimer(this);
     Timer1->setObjectName(QStringLiteral("Timer1"));
+    // The slow rate of the span rule until a file or the setup sets one: a trend closed before
+    // either writes a tick its next opening can run with.
+    Timer1->setInterval(kSlowTickMs);
     connect(Timer1, &QTimer::timeout, this, &Ctrend1::timer1Tick);
 
     // Smaller than its first size the window does not go.
@@ -163,6 +167,8 @@ void Ctrend1::timer1Tick() {
 void Ctrend1::setTickInterval(int ms) {
     // A timer of interval 0 does not run; any other runs no faster than the fastest span.
     Timer1->setInterval(ms <= 0 ? 0 : std::max(ms, kFastestTickMs));
+    if (ms <= 0)
+        Timer1->stop();
 }
 
 TrendConfig Ctrend1::currentConfig() const {
@@ -236,7 +242,7 @@ void Ctrend1::loadTrendFile() {
         msgBox(kDamagedTrendFile, MsgIcon::Information);
         return;
     }
-    Timer1->start();
+    startTickTimer(Timer1);
     iPlotX->setTrackingEnabled(true);
     setWindowTitle(trendCaption(formNumber));
 }
@@ -271,7 +277,7 @@ void Ctrend1::openTrendView() {
     request.fileMustExist = true;
     const FileDialogResult chosen = dialogs().openFile(request);
     if (chosen.cancelled) {
-        Timer1->start();
+        startTickTimer(Timer1);
         return;
     }
     // A view that cannot be read leaves the trend as it was.
@@ -280,10 +286,10 @@ void Ctrend1::openTrendView() {
         msgBox(QStringLiteral("Trend view file is not compatible or damaged. Please select "
                               "another file."),
                MsgIcon::Critical);
-        Timer1->start();
+        startTickTimer(Timer1);
         return;
     }
-    Timer1->start();
+    startTickTimer(Timer1);
     iPlotX->setTrackingEnabled(true);
     setWindowTitle(fileNameOnly(chosen.path));
 }

@@ -2,6 +2,7 @@
 
 #include <QCheckBox>
 #include <QMdiSubWindow>
+#include <QTimer>
 #include <QToolBar>
 #include <QVBoxLayout>
 
@@ -39,4 +40,11 @@ QCheckBox* makeOptionBox(const QString& objectName, const QString& caption, bool
     box->setLayoutDirection(Qt::RightToLeft);
     box->setChecked(checked);
     return box;
+}
+
+void startTickTimer(QTimer* timer) {
+    if (timer->interval() > 0)
+        timer->start();
+    else
+        timer->stop();
 }

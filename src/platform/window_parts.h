@@ -7,6 +7,7 @@
 
 class QCheckBox;
 class QMdiSubWindow;
+class QTimer;
 class QToolBar;
 class QVBoxLayout;
 class QWidget;
@@ -44,6 +45,10 @@ private:
 // A check box of the setup dialogs: its caption stands before the box, ending in a colon.
 QCheckBox* makeOptionBox(const QString& objectName, const QString& caption, bool checked,
                          QWidget* parent);
+
+// Starts a window's tick timer as the workstation's timers have always run: one of interval 0
+// stays stopped. A QTimer of interval 0 would fire on every pass of the event loop and spin a core.
+void startTickTimer(QTimer* timer);
 
 // Long loads hand the event loop a turn this often, so the workstation's timers keep running; a
 // turn after every line would cost more than the work on the line.

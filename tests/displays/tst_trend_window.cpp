@@ -56,6 +56,11 @@ void writeTrend(const TestEnv& env, int n, const TrendConfig& c) {
     QVERIFY(writeTrendConfig(env.path(QStringLiteral("Trend%1.trn").arg(n)), c));
 }
 
+// A QTimer of interval 0 fires on every pass of the event loop.
+bool spins(const Ctrend1* trend) {
+    return trend->Timer1->isActive() && trend->Timer1->interval() <= 0;
+}
+
 QList<double> values(const Plot* plot, int channel) {
     QList<double> out;
     for (const QPointF& p : plot->points(channel))
@@ -185,12 +190,26 @@ void TstTrendWindow::damagedOrMissingFileOpensEmptyAndCloseRepairs() {
         trend->timerCounter = 3;
         trend->timer1Tick();
         QCOMPARE(trend->timerCounter, 3);
-        // The close writes a fresh file, which opens without a word.
+        // The close writes a fresh file, which opens without a word and with a tick it runs at.
         QVERIFY(trend->close());
         env.dialogs->boxes.clear();
-        QVERIFY(showTrend(&area, QStringLiteral("Trend3"), 3)->close());
+        Ctrend1* again = showTrend(&area, QStringLiteral("Trend3"), 3);
+        QVERIFY(again->Timer1->isActive() && !spins(again));
+        QVERIFY(again->close());
         QCOMPARE(env.dialogs->texts(), QStringList());
     }
+    // A tick of 0 in a file stops the trend, and nothing starts it at 0: not a cancelled setup,
+    // not a cancelled view.
+    TrendConfig stopped = config({0});
+    stopped.tickMs = 0;
+    writeTrend(env, 3, stopped);
+    Ctrend1* still = showTrend(&area, QStringLiteral("Trend3"), 3);
+    env.modals.act([](QDialog* d) { qobject_cast<TrendSetup*>(d)->CancelButton->click(); });
+    still->setupTrend();
+    QVERIFY(!spins(still));
+    still->openTrendView();
+    QVERIFY(!spins(still) && env.modals.pending() == 0);
+    QVERIFY(still->close());
 
     // A close that cannot write says so and still closes.
     writeTrend(env, 4, config({0}));
