@@ -1,5 +1,6 @@
 #include "frm_alarm_settings.h"
 
+#include "control/read_fields.h"
 #include "plant/paced_sequence.h"
 #include "plant/plant_store.h"
 #include "plant/register_codec.h"
@@ -20,7 +21,6 @@
 #include <QVBoxLayout>
 
 namespace {
-constexpr int kRawOffset = 19999;
 constexpr int kFieldCount = 4;
 // Codes of -5 and below pass without a word, as they always have.
 constexpr int kQuietCodes = -5;
@@ -42,7 +42,8 @@ bool controllersEnabledOrSay() {
     return false;
 }
 
-FrmAlarmSettings::FrmAlarmSettings(QWidget* parent) : ChildWindow(Life::Closes, {}, parent) {
+FrmAlarmSettings::FrmAlarmSettings(QWidget* parent)
+    : ChildWindow(Life::Closes, {}, parent), m_readFields(new ReadFields(this)) {
     setAttribute(Qt::WA_DeleteOnClose);
     QVBoxLayout* layout =
         makeWindowBody(this, QStringLiteral("frmAlarmSettings"), QStringLiteral("Alarm Settings"));
@@ -67,6 +68,7 @@ FrmAlarmSettings::FrmAlarmSettings(QWidget* parent) : ChildWindow(Life::Closes, 
         m_fields[f]->setAlignment(Qt::AlignRight);
         m_fields[f]->setMinimumWidth(m_fields[f]->fontMetrics().horizontalAdvance(u'0') * 12);
         inFrame->addWidget(m_fields[f]);
+        m_readFields->add(m_fields[f], QString::fromLatin1(kFrameCaptions[f]));
         // Alarm 1 on the left, alarm 2 on the right; setpoints above, deviations below.
         fields->addWidget(frame, f % 2, f / 2);
     }
@@ -166,34 +168,32 @@ void FrmAlarmSettings::readValues() {
 void FrmAlarmSettings::showBlock(const QVector<quint16>& words) {
     const int row = selectedRow();
     const double scale = validRow(row) ? double(gScale[static_cast<size_t>(row)]) : 1.0;
-    for (int f = 0; f < kFieldCount && f < words.size(); ++f) {
-        // The subtraction has always been done in 16 bits: a word of 32768 or more overflows
-        // there, and that field keeps what it showed.
-        if (words[f] > 32767)
-            continue;
-        m_fields[f]->setValue((static_cast<int>(words[f]) - kRawOffset) * scale);
-    }
+    // A word of 32768 or more cannot pass the subtraction, done in 16 bits as it always has
+    // been: that field keeps what it showed, and is marked like one whose limits are too narrow.
+    for (int f = 0; f < kFieldCount && f < words.size(); ++f)
+        m_readFields->show(m_fields[f], offsetValue16(words[f], scale));
     m_status->setText(QStringLiteral("Alarm values read from control."));
+    m_readFields->sayMarked();
 }
 
 std::optional<quint16> FrmAlarmSettings::rawValue(Field f, int row) const {
-    const double raw = roundHalfEven(m_fields[f]->value() * rawMultiplier(row) + kRawOffset);
-    if (raw < 0.0 || raw > 65535.0)
-        return std::nullopt;
-    return static_cast<quint16>(raw);
+    return offsetWord(m_fields[f]->value(), rawMultiplier(row));
 }
 
 void FrmAlarmSettings::writeValues() {
     const int row = selectedRow();
     if (gSimMode || !validRow(row))
         return;
-    // A value the register cannot hold is refused before anything is signed for or written.
+    // A value the register cannot hold, or a field that does not show what was read and has
+    // not been typed since, is refused before anything is signed for or written.
     for (int f = 0; f < kFieldCount; ++f) {
         if (!rawValue(Field(f), row)) {
             msgBox(kWriteFailed, MsgIcon::Critical);
             return;
         }
     }
+    if (!m_readFields->allReadOrTyped())
+        return;
     if (!checkAccessWithLogin(Right::AlarmSetpoints, QStringLiteral("Alarm Setpoint Change")))
         return;
     m_status->setText(QStringLiteral("Writing alarm values to controller"));

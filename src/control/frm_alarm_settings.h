@@ -11,6 +11,7 @@ class QDoubleSpinBox;
 class QGroupBox;
 class QLabel;
 class QPushButton;
+class ReadFields;
 
 // "Alarm Settings": the four alarm values inside one controller (registers 3 to 6: alarm 1
 // setpoint and deviation, alarm 2 setpoint and deviation), read as a block and written back one
@@ -29,6 +30,7 @@ public:
     QString statusText() const;
     PacedSequence* reader() const { return m_read; }
     PacedSequence* writer() const { return m_write; }
+    const ReadFields* readFields() const { return m_readFields; }
 
     void readValues();
     void writeValues();
@@ -44,6 +46,7 @@ private:
     // cannot hold it.
     std::optional<quint16> rawValue(Field f, int row) const;
 
+    ReadFields* m_readFields;
     QComboBox* m_select;
     QDoubleSpinBox* m_fields[4];
     QLabel* m_status;

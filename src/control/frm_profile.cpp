@@ -4,6 +4,7 @@
 #include "plant/comm_errors.h"
 #include "plant/paced_sequence.h"
 #include "plant/plant_store.h"
+#include "plant/register_codec.h"
 #include "platform/clock.h"
 #include "platform/dialogs.h"
 #include "platform/file_io.h"
@@ -50,13 +51,6 @@ QString recipesFolder() {
     return gAppPath + QStringLiteral("/Recipes");
 }
 
-std::optional<quint16> wordOf(double value) {
-    const double raw = std::nearbyint(value);
-    if (!std::isfinite(raw) || raw < 0 || raw > 65535)
-        return std::nullopt;
-    return quint16(raw);
-}
-
 qint32 settingColour(const QString& key, qint32 fallback) {
     bool ok = false;
     const int value = getSetting(kSection, key, QString::number(fallback)).toInt(&ok);
@@ -67,7 +61,7 @@ qint32 settingColour(const QString& key, qint32 fallback) {
 std::optional<QVector<quint16>> profileBlock(const Profile& profile) {
     QVector<quint16> block;
     for (const double setPoint : profile.setPoints) {
-        const std::optional<quint16> word = wordOf(setPoint * 10);
+        const std::optional<quint16> word = wordOfTenths(setPoint);
         if (!word)
             return std::nullopt;
         block << *word;
@@ -77,7 +71,7 @@ std::optional<QVector<quint16>> profileBlock(const Profile& profile) {
         for (int part = 0; part < 2; ++part) {
             const double minutes = profile.segTimes[size_t(4 * s + 2 * part)] * 60 +
                                    profile.segTimes[size_t(4 * s + 2 * part + 1)];
-            const std::optional<quint16> word = wordOf(minutes);
+            const std::optional<quint16> word = wordOfSigned(minutes);
             if (!word)
                 return std::nullopt;
             block << *word;
@@ -89,9 +83,10 @@ std::optional<QVector<quint16>> profileBlock(const Profile& profile) {
 Profile profileFromBlock(const QVector<quint16>& block) {
     Profile profile;
     for (int s = 0; s < Profile::kSegments; ++s)
-        profile.setPoints[size_t(s)] = block.value(s) * 0.1;
+        profile.setPoints[size_t(s)] = tenthsOf(block.value(s));
+    // A negative count splits as the controller's integer division does: -25 is 0 and -25.
     for (int k = 0; k < 2 * Profile::kSegments; ++k) {
-        const int raw = block.value(Profile::kSegments + k);
+        const int raw = signedWord(block.value(Profile::kSegments + k));
         profile.segTimes[size_t(2 * k)] = raw / 60;
         profile.segTimes[size_t(2 * k + 1)] = raw % 60;
     }
@@ -175,8 +170,9 @@ FrmProfile::FrmProfile(QWidget* parent) : ChildWindow(Life::Closes, kSection, pa
                 auto* field = new QSpinBox(frame);
                 field->setObjectName(QStringLiteral("segTime(%1)").arg(index));
                 // Minutes may run past the hour, as a recipe may hold them: the controller
-                // takes hours and minutes as one count, refused when that count cannot fit.
-                field->setRange(0, unit == 0 ? 1092 : 65535);
+                // takes hours and minutes as one signed count, refused when it cannot fit.
+                // Negative counts are allowed so that any block uploaded shows as it is.
+                field->setRange(unit == 0 ? -546 : -32768, unit == 0 ? 546 : 32767);
                 field->setAlignment(Qt::AlignRight);
                 segTime[size_t(index)] = field;
                 form->addWidget(field, 1 + part, 1 + unit);
@@ -189,7 +185,7 @@ FrmProfile::FrmProfile(QWidget* parent) : ChildWindow(Life::Closes, kSection, pa
         pSetPoint[size_t(s)] = new QDoubleSpinBox(frame);
         pSetPoint[size_t(s)]->setObjectName(QStringLiteral("pSetPoint(%1)").arg(s));
         pSetPoint[size_t(s)]->setDecimals(1);
-        pSetPoint[size_t(s)]->setRange(0, 6553.5);
+        pSetPoint[size_t(s)]->setRange(-3276.8, 3276.7);
         pSetPoint[size_t(s)]->setAlignment(Qt::AlignRight);
         form->addWidget(pSetPoint[size_t(s)], 3, 1, 1, 2);
         // After a segment's last time field comes its setpoint, then the next segment.
@@ -328,6 +324,24 @@ int FrmProfile::selectedController() const {
     return ProfileCSelect->currentIndex() < 0 ? -1 : ProfileCSelect->currentData().toInt();
 }
 
+bool FrmProfile::fitsFields(const Profile& p) const {
+    auto fits = [](const QAbstractSpinBox* box, double value) {
+        const auto* whole = qobject_cast<const QSpinBox*>(box);
+        const auto* real = qobject_cast<const QDoubleSpinBox*>(box);
+        return whole ? value >= whole->minimum() && value <= whole->maximum()
+                     : value >= real->minimum() && value <= real->maximum();
+    };
+    for (int s = 0; s < Profile::kSegments; ++s) {
+        if (!fits(pSetPoint[size_t(s)], p.setPoints[size_t(s)]))
+            return false;
+    }
+    for (int i = 0; i < 4 * Profile::kSegments; ++i) {
+        if (!fits(segTime[size_t(i)], std::round(p.segTimes[size_t(i)])))
+            return false;
+    }
+    return true;
+}
+
 void FrmProfile::setRecipeCaption() {
     setWindowTitle(QStringLiteral("Profiler - ") + fileBaseName(recipeFile));
 }
@@ -354,11 +368,12 @@ void FrmProfile::openRecipe() {
     if (chosen.cancelled)
         return;
     // A damaged line reads as an empty one, and so as 0.
+    // A value no field can show would be clipped without a word: such a recipe is refused.
     std::optional<Profile> recipe;
     if (!takePlainFile(chosen.path, kRecipeTable + 1, QStringLiteral("Recipe"),
-                       [&recipe](const QStringList& lines) {
+                       [this, &recipe](const QStringList& lines) {
                            recipe = parseProfileRecipe(lines);
-                           return recipe.has_value();
+                           return recipe.has_value() && fitsFields(*recipe);
                        }))
         return;
     setProfile(*recipe);

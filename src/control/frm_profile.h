@@ -102,6 +102,8 @@ private:
     void pageChanged(int page);
     bool writeRecipe(const QString& path);
     void setRecipeCaption();
+    // Every value of the profile lies within its field, so none would be clipped on screen.
+    bool fitsFields(const Profile& p) const;
     // The controller index of the selection, -1 with none.
     int selectedController() const;
 };

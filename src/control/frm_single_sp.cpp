@@ -3,6 +3,7 @@
 #include "plant/comm_errors.h"
 #include "plant/paced_sequence.h"
 #include "plant/plant_store.h"
+#include "plant/register_codec.h"
 #include "platform/clock.h"
 #include "platform/dialogs.h"
 #include "platform/file_io.h"
@@ -29,7 +30,6 @@
 #include <cmath>
 
 namespace {
-constexpr int kRawOffset = 19999;
 // Codes of -5 and below pass without a word, as they always have.
 constexpr int kQuietCodes = -5;
 const QString kFilter = QStringLiteral("Setpoint Recipe Files(*.spr)|*.spr");
@@ -269,10 +269,7 @@ std::optional<quint16> FrmSingleSP::rawSetpoint(int row, double value) {
     const double scale = validRow(row) ? double(gScale[size_t(row)]) : 0.0;
     if (!(scale != 0.0))
         return std::nullopt;
-    const double raw = std::nearbyint(value * (1.0 / scale) + kRawOffset);
-    if (!std::isfinite(raw) || raw < 0 || raw > 65535)
-        return std::nullopt;
-    return quint16(raw);
+    return offsetWord(value, 1.0 / scale);
 }
 
 void FrmSingleSP::downloadRecipe() {

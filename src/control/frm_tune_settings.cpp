@@ -1,6 +1,7 @@
 #include "frm_tune_settings.h"
 
 #include "control/frm_alarm_settings.h"
+#include "control/read_fields.h"
 #include "displays/plot_commands.h"
 #include "displays/trend_file.h"
 #include "displays/trend_setup.h"
@@ -43,7 +44,6 @@
 namespace {
 constexpr int kTuneLines = 11;
 constexpr int kTuneTable = 12;
-constexpr int kRawOffset = 19999;
 constexpr int kQuietCodes = -5;
 constexpr int kFirstTuneRegister = 11;
 constexpr int kRevisionRegister = 141;
@@ -72,12 +72,6 @@ QDoubleSpinBox* entry(const QString& name, double high, int decimals, QWidget* p
     return field;
 }
 
-std::optional<quint16> word(double value) {
-    const double raw = std::nearbyint(value);
-    if (!std::isfinite(raw) || raw < 0 || raw > 65535)
-        return std::nullopt;
-    return quint16(raw);
-}
 } // namespace
 
 QStringList tuneFileLines(const TuneSetup& s) {
@@ -166,11 +160,18 @@ FrmTuneSettings::FrmTuneSettings(QWidget* parent) : ChildWindow(Life::Closes, kS
     auto* middle = new QHBoxLayout;
     auto* values = new QFormLayout;
     PBValueX1 = entry(QStringLiteral("PBValueX1"), 5000, 1, body);
-    // As wide as the registers: a value read is shown as it is, and one a register cannot hold
-    // is refused at the write.
-    ResetValueX1 = entry(QStringLiteral("ResetValueX1"), 65535, 0, body);
-    RateValueX1 = entry(QStringLiteral("RateValueX1"), 6553.5, 1, body);
-    CoolPBX1 = entry(QStringLiteral("CoolPBX1"), 65535, 0, body);
+    // As wide as the registers' signed words: a value read is shown as it is, and one a
+    // register cannot hold is refused at the write.
+    ResetValueX1 = entry(QStringLiteral("ResetValueX1"), 32767, 0, body);
+    ResetValueX1->setMinimum(-32768);
+    RateValueX1 = entry(QStringLiteral("RateValueX1"), 3276.7, 1, body);
+    RateValueX1->setMinimum(-3276.8);
+    CoolPBX1 = entry(QStringLiteral("CoolPBX1"), 32767, 0, body);
+    CoolPBX1->setMinimum(-32768);
+    // The proportional band keeps its limits of 0 to 5000 in the controller's units: a value
+    // read beyond them is marked, not clipped.
+    m_readFields = new ReadFields(this);
+    m_readFields->add(PBValueX1, QStringLiteral("Prop Band"));
     dbX1 = entry(QStringLiteral("dbX1"), 45536, 1, body);
     dbX1->setMinimum(-19999);
     values->addRow(QStringLiteral("Prop Band:"), PBValueX1);
@@ -258,18 +259,20 @@ FrmTuneSettings::FrmTuneSettings(QWidget* parent) : ChildWindow(Life::Closes, kS
         // The controller asked, whatever has been selected since.
         const int row = m_readRow;
         const double scale = validRow(row) ? double(gScale[size_t(row)]) : 1.0;
-        PBValueX1->setValue(w.value(0) * scale);
-        ResetValueX1->setValue(w.value(1));
-        RateValueX1->setValue(w.value(2) * 0.1);
-        CoolPBX1->setValue(w.value(3));
+        m_readFields->show(PBValueX1, signedWord(w.value(0)) * scale);
+        ResetValueX1->setValue(signedWord(w.value(1)));
+        RateValueX1->setValue(tenthsOf(w.value(2)));
+        CoolPBX1->setValue(signedWord(w.value(3)));
         dbX1->setProperty("raw", int(w.value(4)));
         if (validRow(row))
             ModTunRead2->readBlock(row + 1, kRevisionRegister, 2);
+        m_readFields->sayMarked();
     });
     connect(ModTunRead2, &PacedSequence::blockRead, this, [this](int, const QVector<quint16>& w) {
         dbRevision = dbRevisionOf(w.value(0));
         // A controller of the older revision has no dead band.
-        dbX1->setValue(dbRevision == 40 ? (dbX1->property("raw").toInt() - kRawOffset) * 0.1 : 0.0);
+        dbX1->setValue(dbRevision == 40 ? (dbX1->property("raw").toInt() - kValueOffset) * 0.1
+                                        : 0.0);
         if (w.value(1) == 0)
             Option2->setChecked(true);
         else if (w.value(1) == 2)
@@ -395,15 +398,15 @@ std::optional<quint16> FrmTuneSettings::rawOf(int stage, int row) const {
     const double multiplier = rawMultiplier(row);
     switch (stage) {
     case 1:
-        return word(PBValueX1->value() * multiplier);
+        return wordOfSigned(PBValueX1->value() * multiplier);
     case 2:
-        return word(ResetValueX1->value());
+        return wordOfSigned(ResetValueX1->value());
     case 3:
-        return word(RateValueX1->value() * 10);
+        return wordOfTenths(RateValueX1->value());
     case 4:
-        return word(CoolPBX1->value());
+        return wordOfSigned(CoolPBX1->value());
     case 5:
-        return word(dbX1->value() * multiplier + kRawOffset);
+        return offsetWord(dbX1->value(), multiplier);
     default:
         return quint16(kPrepareWrite);
     }
@@ -421,6 +424,8 @@ void FrmTuneSettings::writeValues() {
         return;
     // Every value is checked before the first word goes out.
     if (!Option1->isChecked()) {
+        if (!m_readFields->allReadOrTyped())
+            return;
         for (int stage = 1; stage <= (dbRevision == 40 ? 5 : 4); ++stage) {
             if (!rawOf(stage, row)) {
                 msgBox(QStringLiteral("Error during write of tuning values.\n\nMake sure write "

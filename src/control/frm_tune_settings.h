@@ -45,6 +45,8 @@ int dbRevisionOf(quint16 revisionWord);
 
 // "Loop Tuning": the PID values of one controller read, written after a signed login, its
 // auto-tune started, and a live plot of its process value, setpoint and output.
+class ReadFields;
+
 class FrmTuneSettings : public ChildWindow {
     Q_OBJECT
 public:
@@ -107,4 +109,5 @@ private:
     bool m_autoTuneSent = false;
     double m_outBarTop = 100.0;
     int m_readRow = -1;
+    ReadFields* m_readFields = nullptr;
 };

@@ -104,6 +104,38 @@ qint16 encodeTenths(double value) {
     return static_cast<qint16>(roundHalfEven(value * 10.0));
 }
 
+qint16 signedWord(quint16 word) {
+    return static_cast<qint16>(word);
+}
+
+double tenthsOf(quint16 word) {
+    return signedWord(word) * 0.1;
+}
+
+std::optional<quint16> wordOfSigned(double value) {
+    const double raw = roundHalfEven(value);
+    if (!std::isfinite(raw) || raw < -32768.0 || raw > 32767.0)
+        return std::nullopt;
+    return static_cast<quint16>(static_cast<qint16>(raw));
+}
+
+std::optional<quint16> wordOfTenths(double value) {
+    return wordOfSigned(value * 10.0);
+}
+
+std::optional<quint16> offsetWord(double value, double multiplier) {
+    const double raw = roundHalfEven(value * multiplier + kValueOffset);
+    if (!std::isfinite(raw) || raw < 0.0 || raw > 65535.0)
+        return std::nullopt;
+    return static_cast<quint16>(raw);
+}
+
+std::optional<double> offsetValue16(quint16 word, double scale) {
+    if (word > 32767)
+        return std::nullopt;
+    return (static_cast<int>(word) - kValueOffset) * scale;
+}
+
 void decodeK40Block(int row, const qint16 data[5]) {
     if (!validRow(row))
         return;

@@ -2,6 +2,7 @@
 
 #include <QString>
 #include <QtGlobal>
+#include <optional>
 
 // Register words of the two controller families and the engineering values they stand for.
 // K40: unsigned offset numbers (raw 19999 is zero) scaled by a decimal code the controller
@@ -32,6 +33,20 @@ double roundHalfEven(double value);
 qint32 encodeK40(double value, float scale);
 // The raw word to write for a K8/K20 setpoint.
 qint16 encodeTenths(double value);
+
+// Words of a block transaction. Every word on the link is a signed 16-bit integer: a profiler's
+// tenths, a time in minutes and a tuning value read negative when their top bit is set. Only the
+// K40's offset numbers (raw 19999 is zero) are unsigned. The encoders give nothing for a value
+// its register cannot hold, so a caller refuses it before anything is written.
+qint16 signedWord(quint16 word);
+double tenthsOf(quint16 word);
+std::optional<quint16> wordOfSigned(double value);
+std::optional<quint16> wordOfTenths(double value);
+// value x multiplier + 19999, rounded half to even, within 0..65535.
+std::optional<quint16> offsetWord(double value, double multiplier);
+// The engineering value of an offset word as a read of the alarm block takes it: the subtraction
+// in signed 16-bit arithmetic, so a word of 32768 or more gives nothing.
+std::optional<double> offsetValue16(quint16 word, double scale);
 
 // Decoding of the two poll blocks into a row of the store.
 void decodeK40Block(int row, const qint16 data[5]);

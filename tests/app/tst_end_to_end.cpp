@@ -26,6 +26,7 @@
 #include <QLabel>
 #include <QMdiArea>
 #include <QRadioButton>
+#include <QSignalSpy>
 #include <QTest>
 
 namespace {
@@ -175,8 +176,9 @@ void TstEndToEnd::alarmSetpointsReachTheControllersAndTheAlarmLog() {
     auto readBack = [&](int index) {
         window->controlSelect()->setCurrentIndex(index);
         window->field(FrmAlarmSettings::Alm2Dev)->setValue(-1);
+        QSignalSpy read(window->reader(), &PacedSequence::blockRead);
         window->readValues();
-        return QTest::qWaitFor([&] { return value(FrmAlarmSettings::Alm2Dev) != -1; }, 5000);
+        return read.wait(5000);
     };
     auto write = [&](FrmAlarmSettings::Field f, double v) {
         window->field(f)->setValue(v);
@@ -203,9 +205,17 @@ void TstEndToEnd::alarmSetpointsReachTheControllersAndTheAlarmLog() {
     QCOMPARE(value(FrmAlarmSettings::Alm1Set), 8.5);
     QVERIFY(write(FrmAlarmSettings::Alm2Dev, 0.25));
     QTRY_COMPARE_WITH_TIMEOUT(sim.plant.reg(2, 6), quint16(25 + 19999), 5000);
+    // Its unset low alarm (a zero word, -19999) lies beyond the limits the fields took from the
+    // first controller: that field keeps what it showed, says so, and is not written.
+    sim.env.dialogs->boxes.clear();
     QVERIFY(readBack(2));
-    QCOMPARE((QList<double>{value(FrmAlarmSettings::Alm1Set), value(FrmAlarmSettings::Alm1Dev)}),
-             (QList<double>{950.0, 150.0}));
+    QCOMPARE((QList<double>{value(FrmAlarmSettings::Alm1Set), value(FrmAlarmSettings::Alm1Dev),
+                            value(FrmAlarmSettings::Alm2Dev)}),
+             (QList<double>{950.0, 150.0, 0.0}));
+    QCOMPARE(sim.env.dialogs->texts(),
+             QStringList{"Alarm2 Setpoint: the controller holds -19999.0, beyond this field's "
+                         "limits (-19000.0 to 45000.0).\n\nSuch a field keeps what it showed "
+                         "and is not written until a value is typed into it."});
     // A value its register cannot hold (tenths of 5000 above the offset) is refused before
     // the login.
     const qsizetype boxes = sim.env.dialogs->boxes.size();
@@ -215,12 +225,18 @@ void TstEndToEnd::alarmSetpointsReachTheControllersAndTheAlarmLog() {
              QStringLiteral("Error during write of alarm values.\n\nMake sure write value is "
                             "within\nupper/lower setpoint limits."));
     QVERIFY(!window->writer()->running());
-    // Its unset low alarm (a zero word) reads as far below any limit; all four set by hand.
-    for (const auto& [f, v] : {std::pair{FrmAlarmSettings::Alm1Set, 95.0},
-                               {FrmAlarmSettings::Alm1Dev, 12.0},
-                               {FrmAlarmSettings::Alm2Set, 10.0}})
-        window->field(f)->setValue(v);
-    QVERIFY(write(FrmAlarmSettings::Alm2Dev, 0));
+    // Nothing goes out while a field shows what the controller does not hold.
+    window->field(FrmAlarmSettings::Alm1Set)->setValue(95);
+    window->writeValues();
+    QCOMPARE(sim.env.dialogs->texts().last(),
+             QStringLiteral("Nothing was written. These fields do not show what the controller "
+                            "holds: Alarm2 Setpoint.\nType a value into each, or read "
+                            "again."));
+    QVERIFY(!window->writer()->running());
+    // Typed, it is the operator's own value.
+    window->field(FrmAlarmSettings::Alm2Set)->selectAll();
+    QTest::keyClicks(window->field(FrmAlarmSettings::Alm2Set), "10");
+    QVERIFY(write(FrmAlarmSettings::Alm1Dev, 12));
     QCOMPARE(window->statusText(), QStringLiteral("Alarm values written to controller"));
     QTRY_COMPARE_WITH_TIMEOUT(sim.plant.reg(3, 6), quint16(19999), 5000);
     QCOMPARE((QList<quint16>{sim.plant.reg(3, 3), sim.plant.reg(3, 4), sim.plant.reg(3, 5)}),

@@ -5,11 +5,13 @@
 #include "plant/plant_store.h"
 #include "platform/placement.h"
 #include "platform/plot.h"
+#include "records/record_file.h"
 #include "support/audit_files.h"
 #include "support/test_env.h"
 
 #include <QApplication>
 #include <QComboBox>
+#include <QDir>
 #include <QDoubleSpinBox>
 #include <QLabel>
 #include <QPushButton>
@@ -23,6 +25,7 @@ private slots:
     void blockAndRecipeOfAProfile();
     void plotUploadDownloadAndTheRunningRule();
     void enterStepsThroughTheSegments();
+    void signedWordsComeBackAsTheyWere();
 };
 
 void TstProfile::blockAndRecipeOfAProfile() {
@@ -39,12 +42,15 @@ void TstProfile::blockAndRecipeOfAProfile() {
     QCOMPARE(
         (QList<double>{back.segTimes[2], back.segTimes[3], back.segTimes[4], back.setPoints[0]}),
         (QList<double>{1, 30, 0, 100.5}));
-    // A value its register cannot hold: nothing to write.
+    // A value its signed register cannot hold: nothing to write.
     Profile bad = p;
-    bad.setPoints[7] = -1;
+    bad.setPoints[7] = 3276.8;
+    QVERIFY(!profileBlock(bad));
+    bad.setPoints[7] = -3276.9;
     QVERIFY(!profileBlock(bad));
     bad = p;
-    bad.segTimes[30] = 1093; // hours: more minutes than a register holds
+    bad.segTimes[30] = 546; // hours: 546 h 8 min is one minute more than a register holds
+    bad.segTimes[31] = 8;
     QVERIFY(!profileBlock(bad));
 
     // The recipe: 40 lines, a line that is no number reads as 0; fewer than 40 is no recipe.
@@ -171,6 +177,60 @@ void TstProfile::enterStepsThroughTheSegments() {
     const double tpp = twipsPerPixel(other);
     other->close();
     QCOMPARE(env.settings->value("Profiler", "MainLeft", ""), QString::number(qRound(40 * tpp)));
+}
+
+void TstProfile::signedWordsComeBackAsTheyWere() {
+    TestEnv env;
+    gControlEnabled[5] = true;
+    gControlType[5] = K8RampProfiler;
+    // Negative tenths and counts, both ends of a signed word, counts past the hour.
+    const QVector<quint16> block{65511, 32768, 32767, 0,     1,     65535, 1005, 50000,
+                                 65511, 32768, 32767, 90,    0,     65535, 61,   59,
+                                 1,     3600,  32708, 32709, 40000, 65476, 7,    65000};
+    env.modbus->setRegisters(6, 3, kProfileFirstRegister, block);
+    FrmProfile window;
+    window.ProfileCSelect->setCurrentIndex(0);
+    env.dialogs->answerNext(MsgAnswer::Yes);
+    window.uploadProfile();
+    QTRY_COMPARE(window.icurFile->text(),
+                 QStringLiteral("Profile upload from controller completed!"));
+    // The signed word -25 is -2.5, and -25 minutes stand as 0 h and -25 min.
+    QCOMPARE(
+        (QList<double>{window.pSetPoint[0]->value(), window.pSetPoint[1]->value(),
+                       double(window.segTime[0]->value()), double(window.segTime[1]->value())}),
+        (QList<double>{-2.5, -3276.8, 0, -25}));
+    QCOMPARE(profileBlock(window.profile()), std::optional(block));
+
+    // Kept in a recipe as the signed value, opened again as it was.
+    QDir().mkpath(gAppPath + QStringLiteral("/Recipes"));
+    env.dialogs->chooseFile(gAppPath + QStringLiteral("/Recipes/neg.rec"));
+    window.saveRecipe();
+    QCOMPARE(profileRecipeLines(window.profile()).value(0), QStringLiteral("-2.5"));
+    window.newRecipe();
+    env.dialogs->chooseFile(gAppPath + QStringLiteral("/Recipes/neg.rec"));
+    window.openRecipe();
+    QCOMPARE(profileBlock(window.profile()), std::optional(block));
+
+    // Downloaded, every word goes back unchanged.
+    env.modbus->setRegisters(6, 3, kProfileFirstRegister, QVector<quint16>(24, 0));
+    gProfState[5] = 0;
+    env.dialogs->answerNext(MsgAnswer::Yes);
+    window.downloadProfile();
+    QTRY_COMPARE(window.icurFile->text(), QStringLiteral("Profile download completed!"));
+    QVector<quint16> written;
+    for (int i = 0; i < 24; ++i)
+        written << env.modbus->nodes[6].holding.value(kProfileFirstRegister + i);
+    QCOMPARE(written, block);
+
+    // A recipe whose value no field can show is refused whole, not clipped.
+    QStringList lines = profileRecipeLines(window.profile());
+    lines[2] = QStringLiteral(" 5000");
+    QVERIFY(writeEncipheredLines(gAppPath + QStringLiteral("/Recipes/big.rec"), lines));
+    env.dialogs->chooseFile(gAppPath + QStringLiteral("/Recipes/big.rec"));
+    window.openRecipe();
+    QVERIFY(env.dialogs->texts().last().startsWith(
+        QStringLiteral("Recipe file is not compatible or damaged.")));
+    QCOMPARE(window.pSetPoint[2]->value(), 3276.7);
 }
 
 QTEST_MAIN(TstProfile)

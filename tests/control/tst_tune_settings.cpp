@@ -36,6 +36,7 @@ private slots:
     void readAndWriteTheTuningBlockAndTheAutoTune();
     void tuneFilesKeepTheValuesAndRefuseDamage();
     void choicesChangedWhileTheLinkWorks();
+    void signedWordsAndABandBeyondItsLimits();
 };
 
 void TstTuneSettings::revisionRuleAndTuneFile() {
@@ -155,6 +156,13 @@ void TstTuneSettings::tuneFilesKeepTheValuesAndRefuseDamage() {
     window.saveTuneFile();
     QCOMPARE(window.windowTitle(), QStringLiteral("Loop Tuning - zone"));
 
+    // Spans far from 1 are kept in plain decimal, as other readers of the format take them.
+    TuneSetup wide = saved;
+    wide.ySpan = 1e5;
+    wide.xSpanDays = 1e-5;
+    QCOMPARE(tuneFileLines(wide).mid(7, 2), (QStringList{" 100000", " 0.00001"}));
+    QCOMPARE(parseTuneFile(tuneFileLines(wide)), std::optional(wide));
+
     // Opened again, the file gives back what was saved; nothing goes to the controller.
     window.PBValueX1->setValue(1);
     env.dialogs->chooseFile(env.path("Tuning Files/zone.a.tun"));
@@ -224,6 +232,40 @@ void TstTuneSettings::choicesChangedWhileTheLinkWorks() {
     QCOMPARE(
         (QList<double>{bars.barPosition(0) / bars.maximum(), bars.barPosition(2) / bars.maximum()}),
         (QList<double>{0.5, 0.5}));
+}
+
+void TstTuneSettings::signedWordsAndABandBeyondItsLimits() {
+    TestEnv env;
+    controller(env);
+    // A band of 600.0 where the field ends at 5000 x 0.1; a negative reset, rate and cool band.
+    env.modbus->setRegisters(1, 3, 11, {6000, 65535, 65531, 65000, 19999 + 50});
+    FrmTuneSettings window;
+    window.PBValueX1->setValue(12);
+    window.readValues();
+    QTRY_COMPARE(window.statusText(),
+                 QStringLiteral("Controller tuning values read from controller."));
+    QCOMPARE((QList<double>{window.PBValueX1->value(), window.ResetValueX1->value(),
+                            window.RateValueX1->value(), window.CoolPBX1->value()}),
+             (QList<double>{12, -1, -0.5, -536}));
+    QCOMPARE(env.dialogs->texts(),
+             QStringList{"Prop Band: the controller holds 600.0, beyond this field's limits (0.0 "
+                         "to 500.0).\n\nSuch a field keeps what it showed and is not written "
+                         "until a value is typed into it."});
+
+    // Not written until typed; then every signed word goes back as it was read.
+    window.writeValues();
+    QVERIFY(env.dialogs->texts().last().startsWith("Nothing was written."));
+    QVERIFY(env.modbus->writes().isEmpty());
+    window.PBValueX1->selectAll();
+    QTest::keyClicks(window.PBValueX1, "25");
+    window.writeValues();
+    QTRY_COMPARE(window.statusText(), QStringLiteral("Tuning values written to controller."));
+    QCOMPARE(env.modbus->writes(), (QList<QList<int>>{{1, 143, 26661},
+                                                      {1, 11, 250},
+                                                      {1, 12, 65535},
+                                                      {1, 13, 65531},
+                                                      {1, 14, 65000},
+                                                      {1, 15, 19999 + 50}}));
 }
 
 QTEST_MAIN(TstTuneSettings)

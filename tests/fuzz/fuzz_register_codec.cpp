@@ -1,6 +1,7 @@
 // Poll replies from outside: any block of words a controller sends decodes to readings that read
 // as numbers, in the ranges of the store, and where the reading carries every digit of the
-// register, the encoders give the register word back.
+// register, the encoders give the register word back. The words of the control windows' blocks
+// (signed tenths, signed counts, offset numbers) come back from their encoders unchanged.
 
 #include "fuzz_support.h"
 #include "plant/plant_store.h"
@@ -52,6 +53,16 @@ void checkProfiler(int row, const qint16 words[9]) {
         require(encodeTenths(*number) == words[k], "a profiler reading encodes to its word");
     }
 }
+// Every word a control window reads: its value written back is the same word.
+void checkBlockWord(quint16 word) {
+    require(wordOfTenths(tenthsOf(word)) == word, "signed tenths come back as the word");
+    require(wordOfSigned(signedWord(word)) == word, "a signed count comes back as the word");
+    require(offsetWord(double(wordToUnsigned(qint16(word))) - kValueOffset, 1.0) == word,
+            "an offset number comes back as the word");
+    const std::optional<double> alarm = offsetValue16(word, 1.0);
+    require(alarm.has_value() == (word <= 32767), "the 16-bit step takes words up to 32767");
+    require(!alarm || offsetWord(*alarm, 1.0) == word, "an alarm value comes back as the word");
+}
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -62,6 +73,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int row = (data[0] >> 1) % kControllerCount;
     qint16 words[9] = {};
     std::memcpy(words, data + 1, std::min(size - 1, sizeof words));
+    for (const qint16 word : words)
+        checkBlockWord(quint16(word));
     if (profiler)
         checkProfiler(row, words);
     else
