@@ -20,7 +20,7 @@
 namespace {
 // The data logger's own range of the save interval; below 1 it would never write a line.
 constexpr int kMaxSaveInterval = 43200;
-// Far more than a project of 1158 lines with long tags; a larger file is refused unread.
+// Far more than a project of 1158 lines with long tags; no more of a file is read.
 constexpr qint64 kMaxProjectBytes = 1 << 20;
 constexpr int kTrendCount = 8;
 // The main window, the logger and the alarm log are always loaded.
@@ -144,10 +144,8 @@ std::optional<Project> parseProjectText(const QByteArray& text, TagTable& table,
                                          .arg(kProjectLines)});
         return std::nullopt;
     }
-    if (lines.size() > kProjectLines) {
-        failed(fault, {FileAccess, QStringLiteral("More than %1 lines").arg(kProjectLines)});
-        return std::nullopt;
-    }
+    // The reader takes the table and the six values and closes the file: a line more, or a
+    // blank line at the end, is never read.
     Project project;
     ProjectOptions& o = project.options;
     OptionReader read{lines};
@@ -188,14 +186,20 @@ bool loadProjectFile(const QString& path, ProjectFault* fault) {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return failed(fault, {file.exists() ? FileAccess : FileNotFound, file.errorString()});
-    const QByteArray text = file.read(kMaxProjectBytes + 1);
+    QByteArray text = file.read(kMaxProjectBytes + 1);
     if (file.error() != QFileDevice::NoError)
         return failed(fault, {FileAccess, file.errorString()});
-    if (text.size() > kMaxProjectBytes)
-        return failed(fault, {FileAccess, QStringLiteral("File too large for a project")});
+    // What lies past the project's lines is never read, however long; only the lines a project
+    // needs must come within the limit, and a line cut at the limit is not one of them.
+    const bool cut = text.size() > kMaxProjectBytes;
+    if (cut)
+        text.truncate(text.lastIndexOf('\n', kMaxProjectBytes - 1) + 1);
     const std::optional<Project> project = parseProjectText(text, gTagTable, fault);
-    if (!project)
+    if (!project) {
+        if (cut)
+            failed(fault, {FileAccess, QStringLiteral("File too large for a project")});
         return false;
+    }
     applyOptions(project->options);
     applyControllerIdentity(gTagTable, project->identity);
     return true;

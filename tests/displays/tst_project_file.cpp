@@ -90,6 +90,10 @@ void TstProjectFile::saveAsSaveOpenAndCancelledOpenOfAProject() {
     alarms->grid()->setRowCount(2);
     gPollIndex = 1;
 
+    // What follows the project's lines (a line more, a blank line, two megabytes of anything) is
+    // never read.
+    QVERIFY(writeBytes(env.path("Projects/Name.v2.svt"),
+                       saved + "one line more\r\n\r\n" + QByteArray(2 << 20, 'x')));
     env.dialogs->chooseFile(env.path("Projects/Name.v2.svt"));
     main->menuItem("mnuOpenP")->trigger();
     const FileDialogRequest open = env.dialogs->fileRequests.at(1);
