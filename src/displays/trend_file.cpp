@@ -12,10 +12,11 @@ namespace {
 constexpr int kPensLine = 17;
 constexpr int kFirstCodeLine = 18;
 
-// A number in its print form: a blank in place of a plus sign, and a blank behind; the fewest
-// digits that read back to the same number.
+// A number in its print form: a blank in place of a plus sign, and a blank behind; plain
+// decimal (other readers of the format take no exponent), with the fewest digits that read back
+// to the same number.
 QString printForm(double value) {
-    QString text = QString::number(value, 'g', QLocale::FloatingPointShortest);
+    QString text = QString::number(value, 'f', QLocale::FloatingPointShortest);
     if (!text.startsWith(u'-'))
         text.prepend(u' ');
     return text + u' ';

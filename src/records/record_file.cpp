@@ -143,7 +143,7 @@ bool takePlainFile(const QString& path, qint64 maxLines, const QString& kind,
 }
 
 QString signedText(double value) {
-    const QString text = QString::number(value, 'g', QLocale::FloatingPointShortest);
+    const QString text = QString::number(value, 'f', QLocale::FloatingPointShortest);
     return value < 0 ? text : u' ' + text;
 }
 

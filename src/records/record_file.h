@@ -47,8 +47,8 @@ bool takePlainFile(const QString& path, qint64 maxLines, const QString& kind,
                    const std::function<bool(const QStringList&)>& take);
 // The lines enciphered one by one, the file replaced whole. False with the reason in *error.
 bool writeEncipheredLines(const QString& path, const QStringList& lines, QString* error = nullptr);
-// A number as those files keep it: a blank where a plus sign would stand, and the fewest digits
-// that read back to the same number.
+// A number as those files keep it: a blank where a plus sign would stand, plain decimal with no
+// exponent, and the fewest digits that read back to the same number.
 QString signedText(double value);
 
 inline const QString kSignatureHeader = QStringLiteral(

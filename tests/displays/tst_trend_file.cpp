@@ -54,6 +54,14 @@ void TstTrendFile::writesEveryLineInItsPlace() {
     const std::optional<TrendConfig> back = parseTrendConfig(text);
     QCOMPARE(back, std::optional(onePen()));
     QCOMPARE(trendConfigText(*back), text);
+    // Plain decimal however large or small a value, reading back to the same number.
+    TrendConfig wide = onePen();
+    wide.yMin = -1.5e-7;
+    wide.ySpan = 1e5;
+    wide.xSpanDays = 1e-5;
+    const QByteArray wideText = trendConfigText(wide);
+    QVERIFY(wideText.contains("\r\n-0.00000015 \r\n 100000 \r\n 0.00001 \r\n"));
+    QCOMPARE(parseTrendConfig(wideText), std::optional(wide));
     // A trend without pens, and one of twelve: 55 lines, far below the limit.
     TrendConfig twelve = onePen();
     twelve.codes.clear();
