@@ -231,6 +231,14 @@ bool PlotHistoryData(RecordGrid& grid, const QList<GridBlock>& blocks, QMdiArea*
     if (viewer)
         viewer->showPlotProgress(true);
 
+    // Cancel Plot, or the plot window closed on the way: the plot ends, the viewer is free again.
+    auto endCancelled = [viewer] {
+        if (viewer)
+            viewer->showPlotProgress(false);
+        gPlotRunning = false;
+        msgBox(QStringLiteral("Historical plot has been canceled by user."), MsgIcon::Information);
+        return false;
+    };
     int firstRow = -1;
     int lastRow = -1;
     Yielder yielder;
@@ -251,7 +259,7 @@ bool PlotHistoryData(RecordGrid& grid, const QList<GridBlock>& blocks, QMdiArea*
             if (yielder.due()) {
                 yielder.yield();
                 if (!alive)
-                    return false;
+                    return endCancelled();
                 cancelled = !gPlotRunning;
             }
         }
@@ -279,7 +287,7 @@ bool PlotHistoryData(RecordGrid& grid, const QList<GridBlock>& blocks, QMdiArea*
                         viewer->setPlotProgress(int(100 * (k + 1) / rows.size()));
                     yielder.yield();
                     if (!alive)
-                        return false;
+                        return endCancelled();
                     if (!gPlotRunning) {
                         cancelled = true;
                         break;
@@ -291,13 +299,10 @@ bool PlotHistoryData(RecordGrid& grid, const QList<GridBlock>& blocks, QMdiArea*
         if (cancelled)
             break;
     }
+    if (cancelled)
+        return endCancelled();
     if (viewer)
         viewer->showPlotProgress(false);
-    if (cancelled) {
-        gPlotRunning = false;
-        msgBox(QStringLiteral("Historical plot has been canceled by user."), MsgIcon::Information);
-        return false;
-    }
     // The span from the day of the month, the hours, minutes and seconds: the month is not
     // looked at, so a plot across a month's end has the span of its day numbers.
     const auto start = rowMoment(grid.text(firstRow, 0), grid.text(firstRow, 1));

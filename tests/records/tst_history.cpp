@@ -441,6 +441,13 @@ void TstHistory::cancelPlotKeepsWhatWasDone() {
     QVERIFY(!gPlotRunning);
     QVERIFY(frmHistoryPlot()->iPlotX->channelCount() < 3);
 
+    // The plot window closed on the way ends the plot as Cancel Plot does.
+    env.dialogs->boxes.clear();
+    QTimer::singleShot(0, [] { frmHistoryPlot()->close(); });
+    QVERIFY(!PlotHistoryData(grid, grid.selectedBlocks(), &area));
+    QCOMPARE(env.dialogs->texts(), QStringList{"Historical plot has been canceled by user."});
+    QVERIFY(!gPlotRunning);
+
     // The viewer will not close while a plot reads its grid.
     FrmHistory viewer;
     gPlotRunning = true;
