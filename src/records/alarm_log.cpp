@@ -23,6 +23,7 @@
 #include <QMdiArea>
 #include <QPointer>
 #include <QPrinter>
+#include <QScopedValueRollback>
 #include <QStatusBar>
 #include <QTimer>
 #include <QToolBar>
@@ -63,6 +64,12 @@ void writeAlarmLog(const QString& text, const QString& action, const QDateTime& 
         appendEncipheredLine(alarmLogPath(at.date()), text + u',' + action, &why);
     if (written == RecordWrite::Written)
         return;
+    // The box lets the alarm timer run; a failure meanwhile adds no second box over the first,
+    // which already says that the log can not be written.
+    static bool boxOpen = false;
+    if (boxOpen)
+        return;
+    const QScopedValueRollback<bool> open(boxOpen, true);
     const int number = written == RecordWrite::NotEnciphered ? 5 : lastFileErrorNumber();
     msgBox(QStringLiteral("Error %1 = %2. Error writing to alarm log!\nPlease contact Brenlock "
                           "with this error.")
@@ -162,9 +169,10 @@ void AlarmLog::checkAlarm(int controller, int alarmNumber, bool on) {
     }
     if (seen)
         return;
+    // Seen before the row is added: a failure box of its line lets the timer tick again.
+    seen = true;
     restoreAlarmWindow();
     addAlarm(controller, alarmNumber);
-    seen = true;
     if (gBeepOnAlarm)
         beep();
     if (gBeepUntilAck)

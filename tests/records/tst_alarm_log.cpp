@@ -11,6 +11,7 @@
 #include "support/test_env.h"
 
 #include <QAction>
+#include <QDir>
 #include <QTest>
 #include <QTimer>
 #include <QToolBar>
@@ -117,6 +118,30 @@ void TstAlarmLog::risingEdgesOnly() {
     log.timer1Tick();
     QCOMPARE(log.grid()->rowCount(), 2);
     QVERIFY(!QFile::exists(alarmFile(env)));
+
+    // A line that cannot be written: its box lets the timer tick on, and neither the same
+    // alarm nor another one stacks a row or a box over it.
+    gAlmLogging = true;
+    QVERIFY(QDir().mkpath(alarmFile(env)));
+    log.clearAlarms();
+    gAlarmState[0] = 0;
+    gAlarmState[2] = 0;
+    log.timer1Tick();
+    int turns = 0;
+    env.dialogs->whileOpen = [&] {
+        if (turns++ >= 3)
+            return;
+        log.timer1Tick();
+        gAlarmState[2] = 1;
+        log.timer1Tick();
+    };
+    gAlarmState[0] = 1;
+    env.dialogs->boxes.clear();
+    log.timer1Tick();
+    env.dialogs->whileOpen = nullptr;
+    QCOMPARE(log.grid()->rowCount(), 2);
+    QCOMPARE(env.dialogs->boxes.size(), 1);
+    QVERIFY(env.dialogs->texts()[0].contains("Error writing to alarm log!"));
 }
 
 void TstAlarmLog::beepsOnceOrUntilSilenced() {

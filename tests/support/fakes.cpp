@@ -8,6 +8,8 @@
 MsgAnswer ScriptedDialogs::messageBox(MsgIcon icon, MsgButtons buttons, const QString& title,
                                       const QString& text) {
     boxes.append(ShownBox{icon, buttons, title, text});
+    if (whileOpen)
+        whileOpen();
     if (const auto a = takeNext(answers))
         return *a;
     if (buttons == MsgButtons::YesNo || buttons == MsgButtons::YesNoCancel)

@@ -15,6 +15,7 @@
 #include <QList>
 #include <QMap>
 #include <deque>
+#include <functional>
 
 // The next answer of a script, taken from it; nothing once the script has run out.
 template <typename T> std::optional<T> takeNext(std::deque<T>& script) {
@@ -35,6 +36,8 @@ class ScriptedDialogs final : public Dialogs {
 public:
     QList<ShownBox> boxes;
     std::deque<MsgAnswer> answers; // taken in order; when empty the first button is the answer
+    // Runs while a message box stands open, as the timers of a real box's loop would.
+    std::function<void()> whileOpen;
     QList<FileDialogRequest> fileRequests;
     std::deque<FileDialogResult> fileAnswers; // when empty: cancelled
     std::deque<QString> inputs;               // input box answers; when empty: cancelled
