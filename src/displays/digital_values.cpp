@@ -24,6 +24,9 @@
 namespace {
 constexpr int kWidthTwips = 4515;
 constexpr int kHeightTwips = 2868;
+// Below this the window has always put itself back to it.
+constexpr int kMinWidthTwips = 4515;
+constexpr int kMinHeightTwips = 2865;
 
 QPointer<DigitalValues> gDigitalValues;
 
@@ -60,6 +63,9 @@ DigitalValues::DigitalValues(QWidget* parent)
     Timer1->setInterval(1000);
     connect(Timer1, &QTimer::timeout, this, &DigitalValues::timer1Tick);
     Timer1->start();
+
+    const double tpp = twipsPerPixel(this);
+    setMinimumSize(qRound(kMinWidthTwips / tpp), qRound(kMinHeightTwips / tpp));
 }
 
 void DigitalValues::timer1Tick() {

@@ -5,6 +5,7 @@
 #include "displays/digital_values.h"
 #include "plant/plant_store.h"
 #include "platform/bar_display.h"
+#include "platform/placement.h"
 #include "platform/record_grid.h"
 #include "support/audit_files.h"
 #include "support/test_env.h"
@@ -97,6 +98,10 @@ void TstDisplays::digitalValuesFollowTheActiveListPrintAndComeBack() {
     QCOMPARE(showDigitalValues(&area), window);
     QVERIFY(!window->isMinimized());
     QCOMPARE(area.subWindowList().size(), 1);
+    // Shrunk, it stays at its smallest size of 4515 x 2865 twips.
+    window->resize(50, 40);
+    const double tpp = twipsPerPixel(window);
+    QCOMPARE(window->size(), QSize(qRound(4515 / tpp), qRound(2865 / tpp)));
 }
 
 void TstDisplays::barsStopAtTheFirstDisabledControllerAndClicksNameOne() {
