@@ -28,7 +28,18 @@
 
 namespace {
 constexpr int kValues = 32;
-constexpr qint32 kBatch = 4711;
+// The planted number has a 9; every other batch is written without one (below), so no other
+// file's batch holds the planted number as its text at any file count.
+constexpr qint32 kBatch = 9411;
+
+// A batch of its own for file f: "1" and f in base nine, unique for every f and free of 9s.
+qint32 otherBatch(int f) {
+    qint32 batch = 0;
+    qint32 place = 1;
+    for (int rest = f; rest > 0; rest /= 9, place *= 10)
+        batch += rest % 9 * place;
+    return place + batch;
+}
 
 QString columnsLine() {
     QString line = QStringLiteral("Date,Time,Operator Message,Batch Number,Lot Number,");
@@ -121,10 +132,11 @@ int main(int argc, char** argv) {
     QStringList files;
     qint64 bytes = 0;
     for (int f = 0; f < fileCount; ++f) {
-        // Three files hold the batch, two more hold it as their lot number.
+        // Three files hold the batch, two others hold it as their lot number: five distinct
+        // files at any count of five or more.
         const qint32 batch =
-            (f == fileCount / 10 || f == fileCount / 2 || f == fileCount - 1) ? kBatch : 1000 + f;
-        const qint32 lot = (f == 1 || f == fileCount / 3) ? kBatch : f % 50;
+            (f == 0 || f == fileCount / 2 || f == fileCount - 1) ? kBatch : otherBatch(f);
+        const qint32 lot = (f == 1 || f == fileCount - 2) ? kBatch : f % 50;
         const QByteArray data =
             columns + encryptText(startLine(batch, lot)).toLatin1() + "\r\n" + body;
         const QString path =
