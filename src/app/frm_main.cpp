@@ -272,11 +272,17 @@ void tileInLine(QMdiArea* mdi, bool stacked) {
 }
 } // namespace
 
-void FrmMain::showSingleWindow(const QString& menuItemName, ChildWindow* window) {
+void FrmMain::showSingleWindow(const QString& menuItemName, ChildWindow* window,
+                               const std::function<void()>& place) {
     window->guardMenuItem(menuItem(menuItemName));
     m_mdi->addSubWindow(window);
+    // Placed while hidden and normal: beside a maximized window the area maximizes it as it
+    // shows, and this is where it comes back to.
+    if (place)
+        place();
+    else
+        window->settlePlacement();
     window->show();
-    window->settlePlacement();
     m_mdi->setActiveSubWindow(window);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QMainWindow>
+#include <functional>
 
 class QAction;
 class QLabel;
@@ -40,7 +41,9 @@ public:
 
     // Shows a window opened by a menu item: the item stays disabled while the window lives, so
     // that there is never a second one.
-    void showSingleWindow(const QString& menuItemName, ChildWindow* window);
+    // place, when given, puts the window where it opens; otherwise its own placement does.
+    void showSingleWindow(const QString& menuItemName, ChildWindow* window,
+                          const std::function<void()>& place = {});
     // Opens the bank of four controllers from this row, under its menu item.
     FrmMainDisplay* addControlBank(int firstRow, const QString& bankText);
     // Opens trend window n tagged with the name; its menu item stays disabled while it lives.

@@ -103,7 +103,7 @@ void FrmSplash::timer1Tick() {
         logger->showMinimized();
         auto* alarms = new AlarmLog;
         m_main->mdiArea()->addSubWindow(alarms);
-        alarms->restorePlacement(PlacementTwips{1170, 1125, 5650, 2865});
+        alarms->placeInArea();
         alarms->showMinimized();
         hide();
         deleteLater();

@@ -138,8 +138,8 @@ std::vector<MenuEntry> buildTable() {
              if (!controllersEnabledOrSay())
                  return;
              auto* window = new FrmTuneSettings;
-             main.showSingleWindow(QStringLiteral("loopTuning"), window);
-             window->placeInArea(main.mdiArea());
+             main.showSingleWindow(QStringLiteral("loopTuning"), window,
+                                   [&main, window] { window->placeInArea(main.mdiArea()); });
          });
     dash(setup, QStringLiteral("mnuDashS4"));
     item(setup, QStringLiteral("mnuAlarms"), QStringLiteral("&Alarms Setpoints"),
@@ -147,8 +147,8 @@ std::vector<MenuEntry> buildTable() {
              if (!controllersEnabledOrSay())
                  return;
              auto* window = new FrmAlarmSettings;
-             main.showSingleWindow(QStringLiteral("mnuAlarms"), window);
-             window->centreInArea();
+             main.showSingleWindow(QStringLiteral("mnuAlarms"), window,
+                                   [window] { window->centreInArea(); });
          });
 
     menu({}, users, QStringLiteral("&Users"));

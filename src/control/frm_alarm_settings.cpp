@@ -154,7 +154,8 @@ void FrmAlarmSettings::centreInArea() {
     adjustSize();
     if (QMdiArea* area = mdiArea()) {
         const QSize client = area->viewport()->size();
-        move((client.width() - width()) / 2, (client.height() - height()) / 2);
+        placeAt(QRect(QPoint((client.width() - width()) / 2, (client.height() - height()) / 2),
+                      size()));
     }
 }
 

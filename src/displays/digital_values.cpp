@@ -129,11 +129,10 @@ DigitalValues* showDigitalValues(QMdiArea* area) {
     const QSize client = area->viewport()->size();
     // Wide enough for its four columns at first: the grid's characters are wider here than the
     // window's old size allowed for.
-    RecordGrid* grid = window->Grid1;
-    const int columnsPx = grid->horizontalHeader()->length() +
-                          grid->verticalHeader()->sizeHint().width() +
-                          grid->style()->pixelMetric(QStyle::PM_ScrollBarExtent) + 24;
-    const int width = std::max(kWidthTwips, qRound(columnsPx * tpp));
+    const int frame =
+        2 * window->style()->pixelMetric(QStyle::PM_MdiSubWindowFrameWidth, nullptr, window);
+    const int width =
+        std::max(kWidthTwips, qRound((window->Grid1->widthForColumns() + frame) * tpp));
     window->restorePlacement({qRound((client.width() * tpp - width) / 2),
                               qRound((client.height() * tpp - kHeightTwips) / 2), width,
                               kHeightTwips});

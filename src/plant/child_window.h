@@ -3,7 +3,7 @@
 #include "platform/placement.h"
 
 #include <QMdiSubWindow>
-#include <QPoint>
+#include <QRect>
 #include <QString>
 #include <optional>
 
@@ -13,6 +13,8 @@ class QAction;
 // window stands (its settings section, in twips), what a close does (a resident window only
 // minimizes, a display window refuses while the Timer3 walk runs or while it is minimized),
 // the menu item that guards a single instance, and the refresh the Timer3 walk calls.
+// Wherever it is placed or restored, it stands inside the main window's area, and a window of
+// the same kind already standing at the same spot makes room for the new one.
 class ChildWindow : public QMdiSubWindow {
     Q_OBJECT
 public:
@@ -28,8 +30,13 @@ public:
     // Places the window from its section; call once it stands in the main window's area.
     void restorePlacement(const PlacementTwips& defaults);
     // The main window's area places a window it takes in at a free spot of its own choosing;
-    // called once the window stands there, this puts it back where its placement said.
+    // called before the window is shown, this puts it back where its placement said.
     void settlePlacement();
+    // Puts the window at r, inside the area. While it is maximized or minimized, r is where
+    // it comes back to.
+    void placeAt(QRect r);
+    // Where the window stands, or comes back to, when neither maximized nor minimized.
+    QRect normalRect() const;
     // A window of fixed size keeps only its position.
     void keepPositionOnly() { m_withSize = false; }
     // Exit unloads every window, resident or not, whatever the walk is doing.
@@ -41,6 +48,7 @@ public:
 
 protected:
     void closeEvent(QCloseEvent* event) override;
+    void changeEvent(QEvent* event) override;
     // A window in the middle of its work may put its close off; it closes itself later.
     virtual bool readyToClose() { return true; }
 
@@ -48,6 +56,13 @@ private:
     Life m_life;
     QString m_section;
     bool m_closeAllowed = false;
+    bool standsNormally() const;
+    QRect insideArea(QRect r) const;
+    QRect clearOfSameKind(QRect r) const;
+
     bool m_withSize = true;
-    std::optional<QPoint> m_placedAt;
+    std::optional<QRect> m_placed;
+    // Where the window comes back to from maximized or minimized; Qt keeps its own but does
+    // not tell it, and does not keep it inside the area.
+    QRect m_normalRect;
 };

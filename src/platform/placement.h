@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QRect>
 #include <QString>
 
 class QWidget;
@@ -15,6 +16,9 @@ struct PlacementTwips {
 
 double twipsPerPixel(const QWidget* widget);
 
+// The rectangle in pixels that MainLeft, MainTop, MainWidth and MainHeight of a section give,
+// each from its default when absent.
+QRect placementRect(const QWidget* window, const QString& section, const PlacementTwips& defaults);
 // Places a window from MainLeft, MainTop, MainWidth and MainHeight of a section; a top-level
 // window that would land off every screen is centred on the primary one instead.
 // Windows of a fixed size keep their position only (MainLeft and MainTop).
@@ -22,3 +26,6 @@ void restorePlacement(QWidget* window, const QString& section, const PlacementTw
                       bool withSize = true);
 // Saves the placement, unless the window is minimized.
 void savePlacement(const QWidget* window, const QString& section, bool withSize = true);
+// Saves r as the placement of the window.
+void savePlacement(const QWidget* window, const QString& section, const QRect& r,
+                   bool withSize = true);

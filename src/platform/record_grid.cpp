@@ -130,6 +130,39 @@ void RecordGrid::setColumnWidthUnits(int column, double characters) {
         setColumnWidth(column, pixels);
 }
 
+void RecordGrid::fitColumnToText(int column, const QString& text) {
+    if (column < 0 || column >= columnCount())
+        return;
+    // Measured as the view measures a cell, with the style's margins.
+    QStyleOptionViewItem option;
+    initViewItemOption(&option);
+    option.features |= QStyleOptionViewItem::HasDisplay;
+    option.text = text;
+    const int needed =
+        style()->sizeFromContents(QStyle::CT_ItemViewItem, &option, {}, this).width() +
+        (showGrid() ? 1 : 0);
+    if (needed <= columnWidth(column))
+        return;
+    if (column >= m_columnWidths.size())
+        m_columnWidths.resize(column + 1, -1);
+    m_columnWidths[column] = needed;
+    setColumnWidth(column, needed);
+}
+
+int RecordGrid::widthForColumns() const {
+    int width = 2 * frameWidth() + style()->pixelMetric(QStyle::PM_ScrollBarExtent, nullptr, this);
+    // Room for row numbers of four digits, however few rows there are yet.
+    if (const QHeaderView* rows = verticalHeader(); !rows->isHidden()) {
+        const int margin = rows->style()->pixelMetric(QStyle::PM_HeaderMargin, nullptr, rows);
+        width += std::max(rows->sizeHint().width(),
+                          rows->fontMetrics().horizontalAdvance(QStringLiteral("0000")) +
+                              2 * margin + 2);
+    }
+    for (int c = 0; c < columnCount(); ++c)
+        width += columnWidth(c);
+    return width;
+}
+
 void RecordGrid::setRowHeightUnits(double points) {
     if (!(points > 0.0) || points > 1000.0)
         return;

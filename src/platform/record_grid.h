@@ -232,6 +232,11 @@ public:
     void setColumnWidthUnits(int column, double characters);
     // As many columns as titles, each titled and given its width in characters.
     void setColumns(const QStringList& titles, const QList<double>& widths);
+    // Widens a column, never narrows it, so that the text shows whole in its cells.
+    void fitColumnToText(int column, const QString& text);
+    // The width the grid needs to show every column whole beside row numbers of up to four
+    // digits and a vertical scroll bar.
+    int widthForColumns() const;
     // The height of every row, in points.
     void setRowHeightUnits(double points);
 

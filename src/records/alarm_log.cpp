@@ -78,6 +78,12 @@ void writeAlarmLog(const QString& text, const QString& action, const QDateTime& 
            MsgIcon::Critical);
 }
 
+void fitAlarmTimeColumn(RecordGrid& grid, int column) {
+    // Two-digit month, day and hour, before and after noon.
+    for (const QTime t : {QTime(10, 58, 58), QTime(22, 58, 58)})
+        grid.fitColumnToText(column, stamp(QDateTime(QDate(2088, 12, 28), t)));
+}
+
 AlarmLog* alarmLog() {
     return gAlarmLogInstance.data();
 }
@@ -103,6 +109,7 @@ AlarmLog::AlarmLog(QWidget* parent) : ChildWindow(Life::Resident, Sections::Alar
     m_grid->setColumns({QStringLiteral("Tagname"), QStringLiteral("Time Of Alarm"),
                         QStringLiteral("PV At Alarm"), QStringLiteral("Ack")},
                        {15, 16, 9, 5});
+    fitAlarmTimeColumn(*m_grid, TimeOfAlarm);
     m_grid->setLocked(true);
     m_grid->setWholeRowSelection(true);
     m_grid->horizontalHeader()->setStretchLastSection(true);
@@ -135,6 +142,12 @@ AlarmLog::~AlarmLog() {
 
 QString AlarmLog::statusText() const {
     return m_statusPanel->text();
+}
+
+void AlarmLog::placeInArea() {
+    const int frame = 2 * style()->pixelMetric(QStyle::PM_MdiSubWindowFrameWidth, nullptr, this);
+    const int width = qRound((m_grid->widthForColumns() + frame) * twipsPerPixel(this));
+    restorePlacement({1170, 1125, std::max(5650, width), 2865});
 }
 
 void AlarmLog::updateStatusText() {
@@ -293,7 +306,6 @@ void AlarmLog::showAlarmViewer() {
         area->addSubWindow(viewer);
     viewer->restorePlacement({900, 900, 9000, 5000});
     viewer->show();
-    viewer->settlePlacement();
 }
 
 // The two alarm grids export and print alike.

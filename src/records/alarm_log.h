@@ -28,6 +28,9 @@ QString alarmLogPath(const QDate& date);
 // A failure is the alarm log's error box.
 void writeAlarmLog(const QString& text, const QString& action, const QDateTime& at);
 
+// Widens the time column of an alarm grid to the widest "<date> - <time>" of the regional forms.
+void fitAlarmTimeColumn(RecordGrid& grid, int column);
+
 // "System Alarm Log": the alarm annunciator, loaded at start and kept for the whole run. Once a
 // second it looks at the two alarm bits of every controller in the list; a bit that rose since
 // the last look adds a red row, brings the window up, beeps as set and writes the day's file.
@@ -58,6 +61,8 @@ public:
     void showAlarmViewer();
 
     void updateStatusText();
+    // At its first size as wide as its columns; from its section after that.
+    void placeInArea();
     // Empties the grid, as a rebuild of the active list does; nothing goes to the file.
     void clearAlarms();
 

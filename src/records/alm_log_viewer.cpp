@@ -47,6 +47,7 @@ AlmLogViewer::AlmLogViewer(QWidget* parent)
     m_grid->setColumns({QStringLiteral("Tagname"), QStringLiteral("Time Of Alarm"),
                         QStringLiteral("PV At Alarm"), QStringLiteral("Action")},
                        {15, 16, 9, 20});
+    fitAlarmTimeColumn(*m_grid, 1);
     m_grid->setLocked(true);
     m_grid->horizontalHeader()->setStretchLastSection(true);
     auto* status = new QStatusBar(body);

@@ -329,7 +329,6 @@ bool PlotHistoryData(RecordGrid& grid, const QList<GridBlock>& blocks, QMdiArea*
         }
         window->restorePlacement(place);
         window->show();
-        window->settlePlacement();
     }
     gPlotRunning = false;
     return true;

@@ -23,7 +23,9 @@
 #include <QFile>
 #include <QLabel>
 #include <QMdiArea>
+#include <QMdiSubWindow>
 #include <QProgressBar>
+#include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
 #include <QTimer>
@@ -50,6 +52,12 @@ QList<int> lastWrite(const TestEnv& env) {
 }
 // A display window refuses to close during the walk of the bank windows, and silently while
 // minimized; it is left shown normally.
+// Inside the area's view, or filling it when maximized.
+bool standsInside(QMdiArea* mdi, const QWidget* w) {
+    const QRect area = mdi->viewport()->rect();
+    return w->isMaximized() ? w->geometry() == area : area.contains(w->geometry());
+}
+
 bool refusesToCloseWhileBusy(const TestEnv& env, QWidget* window) {
     gBankUpdating = true;
     const bool closedInWalk = window->close();
@@ -68,6 +76,7 @@ private slots:
     void menuCommandsAskTheirRight_data();
     void menuCommandsAskTheirRight();
     void placementIsKeptInTwipsAndExitAsksFirst();
+    void windowsOpenAndRestoreInsideTheArea();
     void scanStartsAfterHalfASecondOrAtTheFirstAnswer();
     void modeChangeMovesMarksAndRestartsScan();
     void openProjectMenuFollowsLoadedWindowsAndHelpIsReported();
@@ -133,6 +142,7 @@ void TstFrmMain::placementIsKeptInTwipsAndExitAsksFirst() {
     // have put it beside the logger.
     env.settings->setValue("Audit", "MainLeft", "1200");
     env.settings->setValue("Audit", "MainTop", "900");
+    env.settings->setValue("Audit", "MainWidth", "6000");
     main->menuItem("mnuAudit")->trigger();
     auto* audit = main->mdiArea()->activeSubWindow();
     QCOMPARE(audit->pos(), QPoint(qRound(1200 / tpp), qRound(900 / tpp)));
@@ -173,6 +183,67 @@ void TstFrmMain::placementIsKeptInTwipsAndExitAsksFirst() {
 
 // Without a controller a start does nothing; a rebuilt list restarts polling at once; a start
 // polls after its dialog's half second, or at once when an earlier request's answer ends it.
+void TstFrmMain::windowsOpenAndRestoreInsideTheArea() {
+    TestEnv env;
+    gActiveList = {1, 0};
+    gActiveCount = 1;
+    gControlEnabled[0] = true;
+    gPvTag[0] = QStringLiteral("TIC-1");
+    // The logger comes in before the main window shows, at the main window's first size, which
+    // is narrower than the logger: restored, it stands inside all the same.
+    auto* main = new FrmMain;
+    QMdiArea* mdi = main->mdiArea();
+    auto* logger = new FrmLogger;
+    mdi->addSubWindow(logger);
+    main->show();
+    QVERIFY(QTest::qWaitForWindowExposed(main));
+    QVERIFY(mdi->viewport()->width() < logger->width());
+    logger->showMinimized();
+    logger->showNormal();
+    QTRY_VERIFY(logger->x() >= 0 && logger->y() >= 0);
+
+    // Opened while another is maximized: maximized in its turn, and put back to normal, it
+    // stands where its section says, its buttons within reach.
+    main->resize(900, 700);
+    const double tpp = twipsPerPixel(main);
+    for (auto [key, twips] : {std::pair{"MainLeft", "1500"},
+                              {"MainTop", "1200"},
+                              {"MainWidth", "6000"},
+                              {"MainHeight", "4500"}})
+        env.settings->setValue("Audit", key, twips);
+    logger->showMaximized();
+    main->menuItem("mnuAudit")->trigger();
+    QMdiSubWindow* audit = mdi->activeSubWindow();
+    QVERIFY(audit != logger && standsInside(mdi, audit));
+    main->menuItem("mnuAlarms")->trigger();
+    QMdiSubWindow* alarms = mdi->activeSubWindow();
+    QVERIFY(alarms != audit && standsInside(mdi, alarms));
+    QCOMPARE(audit->geometry(),
+             QRect(qRound(1500 / tpp), qRound(1200 / tpp), qRound(6000 / tpp), qRound(4500 / tpp)));
+    alarms->showNormal();
+    QTRY_VERIFY(!alarms->isMaximized() && standsInside(mdi, alarms));
+    for (const char* name : {"CmdReadTune", "CmdWriteTune"}) {
+        const auto* button = alarms->findChild<QPushButton*>(name);
+        QVERIFY(mdi->viewport()->rect().contains(
+            QRect(button->mapTo(mdi->viewport(), QPoint()), button->size())));
+    }
+    // Closed while maximized, it keeps the placement it comes back to.
+    audit->showMaximized();
+    QVERIFY(audit->close());
+    QCOMPARE(env.settings->value("Audit", "MainWidth", ""), QStringLiteral("6000"));
+
+    // Two banks with nothing stored do not open on top of each other.
+    QVERIFY(alarms->close());
+    logger->showNormal();
+    QTRY_VERIFY(!logger->isMaximized());
+    FrmMainDisplay* first = main->addControlBank(0, "1");
+    FrmMainDisplay* second = main->addControlBank(4, "2");
+    QVERIFY(!first->isMaximized() && !second->isMaximized());
+    QVERIFY(first->pos() != second->pos());
+    QVERIFY(standsInside(mdi, first) && standsInside(mdi, second));
+    delete main;
+}
+
 void TstFrmMain::scanStartsAfterHalfASecondOrAtTheFirstAnswer() {
     TestEnv env;
     env.modbus->manual = true;
@@ -494,6 +565,9 @@ void TstFrmMain::fullStartLogsAndOpensResidentWindowsAfterOneSecond() {
     // The alarm log's placement: two values stored, the others from their defaults.
     env.settings->setValue("AlarmLog", "MainLeft", "2000");
     env.settings->setValue("AlarmLog", "MainHeight", "3000");
+    // A main window that holds it: a placement past the area's edge is brought inside.
+    env.settings->setValue("Settings", "MainWidth", "15000");
+    env.settings->setValue("Settings", "MainHeight", "12000");
     auto& splash = *new FrmSplash;
     QCOMPARE(splash.load(), FrmSplash::LoadResult::Ok);
     FrmMain* main = frmMain();
@@ -518,8 +592,10 @@ void TstFrmMain::fullStartLogsAndOpensResidentWindowsAfterOneSecond() {
     QVERIFY(alarms && alarms->isMinimized());
     const double tpp = twipsPerPixel(alarms);
     alarms->showNormal();
-    QCOMPARE(alarms->pos(), QPoint(qRound(2000 / tpp), qRound(1125 / tpp)));
-    QCOMPARE(alarms->size(), QSize(qRound(5650 / tpp), qRound(3000 / tpp)));
+    QTRY_COMPARE(alarms->pos(), QPoint(qRound(2000 / tpp), qRound(1125 / tpp)));
+    // At least its old first width, and as wide as its columns need.
+    QCOMPARE(alarms->height(), qRound(3000 / tpp));
+    QVERIFY(alarms->width() >= qRound(5650 / tpp));
     // While the plant is being changed no alarm is processed.
     main->scan().suspend();
     QVERIFY(!alarms->timer1()->isActive());

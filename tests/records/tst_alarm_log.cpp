@@ -12,6 +12,9 @@
 
 #include <QAction>
 #include <QDir>
+#include <QHeaderView>
+#include <QMdiArea>
+#include <QScrollBar>
 #include <QTest>
 #include <QTimer>
 #include <QToolBar>
@@ -55,6 +58,7 @@ private slots:
     void beepsOnceOrUntilSilenced();
     void acknowledgeAndClearAreSigned();
     void viewerShowsWhatIsIntact();
+    void firstSizeShowsEveryColumnWhole();
 };
 
 void TstAlarmLog::risingEdgesOnly() {
@@ -292,6 +296,34 @@ void TstAlarmLog::viewerShowsWhatIsIntact() {
                 .contains("Current System Alarm Log on " +
                           regionalShortDate(env.clock->time.date()) + " at " +
                           regionalLongTime(env.clock->time.time())));
+}
+
+void TstAlarmLog::firstSizeShowsEveryColumnWhole() {
+    TestEnv env;
+    twoControllers();
+    // Two-digit month, day and hour: the widest stamp.
+    env.clock->time = QDateTime(QDate(2026, 12, 28), QTime(22, 58, 58));
+    QMdiArea area;
+    area.resize(1200, 900);
+    area.show();
+    auto* log = new AlarmLog;
+    area.addSubWindow(log);
+    log->placeInArea();
+    log->show();
+    // Rows past the bottom, so that the scroll bar takes its room.
+    for (int i = 0; i < 12; ++i) {
+        gAlarmState[0] = gAlarmState[2] = 0;
+        log->timer1Tick();
+        gAlarmState[0] = gAlarmState[2] = 3;
+        log->timer1Tick();
+    }
+    RecordGrid* grid = log->grid();
+    QTRY_VERIFY(grid->verticalScrollBar()->isVisible());
+    QVERIFY(grid->columnWidth(AlarmLog::TimeOfAlarm) >=
+            static_cast<QAbstractItemView*>(grid)->sizeHintForColumn(AlarmLog::TimeOfAlarm));
+    QHeaderView* header = grid->horizontalHeader();
+    QTRY_VERIFY(header->length() <= grid->viewport()->width());
+    QVERIFY(header->sectionSize(AlarmLog::Ack) >= header->sectionSizeHint(AlarmLog::Ack));
 }
 
 QTEST_MAIN(TstAlarmLog)
