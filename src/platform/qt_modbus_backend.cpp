@@ -205,7 +205,12 @@ void QtModbusBackend::send(quint64 id) {
         // Broadcasts finish at once; answer from the event loop all the same.
         QTimer::singleShot(0, this, [this, id] { onReplyFinished(id); });
     } else {
-        connect(reply, &QModbusReply::finished, this, [this, id] { onReplyFinished(id); });
+        // Queued: a reply finishes inside the socket's readyRead. A caller that shows a message
+        // box there runs a nested event loop, in which a rebuild of the client deletes that
+        // socket under the frames still on the stack (measured: a crash once the box is shut).
+        connect(
+            reply, &QModbusReply::finished, this, [this, id] { onReplyFinished(id); },
+            Qt::QueuedConnection);
     }
 }
 

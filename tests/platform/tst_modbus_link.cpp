@@ -4,12 +4,14 @@
 #include "sim_server.h"
 
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QModbusRtuSerialServer>
 #include <QProcess>
 #include <QScopeGuard>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 
 namespace {
 constexpr int kTimeoutMs = 300;
@@ -62,6 +64,7 @@ private slots:
     void writesAndExceptionsMapToLoggerCodes();
     void deadNodeTimesOutAndLateReplyIsIgnored();
     void brokenRepliesFailAndTheLinkHeals();
+    void aBoxOpenOnAReplyOutlivesARebuildOfTheLink();
     void rtuThroughAPtyPair();
 
 private:
@@ -155,6 +158,28 @@ void TstModbusLink::brokenRepliesFailAndTheLinkHeals() {
     m_server->setGarble(2, false);
     QCOMPARE(q.runOnceHealed(), 0);
     QCOMPARE(q.ctl.longData(1), 19999 + 550);
+}
+
+// A window shows its message box from the reply's event; while it stands the poll times out
+// on a dead node and the link is rebuilt. Shut, the box returns into nothing of the old link.
+void TstModbusLink::aBoxOpenOnAReplyOutlivesARebuildOfTheLink() {
+    Probe dead(9, 3, 129, 5);
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, [&] {
+        if (!dead.ctl.busy())
+            dead.ctl.start();
+    });
+    Probe shown(1, 3, 129, 5);
+    QObject::connect(&shown.ctl, &Modctl::readComplete, [&] {
+        poll.start(20);
+        QEventLoop box;
+        QTimer::singleShot(6 * kTimeoutMs, &box, &QEventLoop::quit);
+        box.exec();
+        poll.stop();
+    });
+    QCOMPARE(shown.run(), 0);
+    QVERIFY(dead.events >= 3);
+    QCOMPARE(shown.runOnceHealed(), 0);
 }
 
 void TstModbusLink::rtuThroughAPtyPair() {
