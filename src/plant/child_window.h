@@ -53,13 +53,13 @@ protected:
     virtual bool readyToClose() { return true; }
 
 private:
-    Life m_life;
-    QString m_section;
-    bool m_closeAllowed = false;
     bool standsNormally() const;
     QRect insideArea(QRect r) const;
     QRect clearOfSameKind(QRect r) const;
 
+    Life m_life;
+    QString m_section;
+    bool m_closeAllowed = false;
     bool m_withSize = true;
     std::optional<QRect> m_placed;
     // Where the window comes back to from maximized or minimized; Qt keeps its own but does
