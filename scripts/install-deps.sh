@@ -14,8 +14,9 @@ PACKAGES=(
   libgl-dev
   fonts-dejavu-core
   xvfb xauth socat poppler-utils
-  # the export test reads CSV back with Python's csv module, as a spreadsheet would
-  python3
+  # the export test reads CSV back with Python's csv module, as a spreadsheet would; the seal
+  # test checks the documented seal bytes with Python's own Ed25519
+  python3 python3-cryptography
   # the fuzz targets: clang++-14, libFuzzer with the sanitizer runtimes, llvm-symbolizer-14
   clang-14 libclang-rt-14-dev llvm-14
 )

@@ -1,5 +1,6 @@
 #include "command_line.h"
 #include "plant/plant_store.h"
+#include "platform/seal_core.h"
 #include "record_commands.h"
 #include "records/audit_trail.h"
 #include "records/data_logger.h"
@@ -7,8 +8,11 @@
 #include "support/test_env.h"
 
 #include <QBuffer>
+#include <QDir>
+#include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QTemporaryDir>
 #include <QTest>
 #include <sys/stat.h>
 
@@ -66,6 +70,7 @@ private slots:
     void search();
     void commandLine_data();
     void commandLine();
+    void verifySealNamesEachFileAndTheWorst();
     void printsThroughTheProcess();
 };
 
@@ -348,6 +353,92 @@ void TstRecordsTool::commandLine() {
     QVERIFY2(inErr.isEmpty() ? err.isEmpty() : err.contains(QString(inErr).replace("{d}", d)),
              qPrintable(err));
     QCOMPARE(run.status, status);
+}
+
+// Seals made by the helper's test build over a store of the test's own, then checked as an
+// inspector would: the file, the folder, the key kept apart, and each kind of status.
+void TstRecordsTool::verifySealNamesEachFileAndTheWorst() {
+    QTemporaryDir dir;
+    const QString store = dir.filePath("seals");
+    const QString app = dir.filePath("app");
+    QVERIFY(QDir().mkpath(store) && QDir().mkpath(app + "/Log Files") &&
+            QDir().mkpath(app + "/Audit"));
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("SORVANTEL_SEAL_STORE", store);
+    QProcess sealer;
+    sealer.setProcessEnvironment(env);
+    sealer.start(QStringLiteral(SORVANTEL_SEALER_EXE), {"init"});
+    QVERIFY(sealer.waitForFinished(10000));
+    const QString key = QString::fromLatin1(sealer.readAllStandardOutput()).split('\n').value(1);
+    QVERIFY(writeBytes(dir.filePath("key.txt"), "Verification key: " + key.toLatin1() + "\n"));
+    sealer.start(QStringLiteral(SORVANTEL_SEALER_EXE), {"serve"});
+    QVERIFY(sealer.waitForReadyRead(5000));
+    QCOMPARE(sealer.readLine(), QByteArray("READY\n"));
+    const std::pair<const char*, int> files[] = {
+        {"Log Files/a.slg", 3}, {"Audit/x.atr", 2}, {"Audit/gone.atr", 1}};
+    for (const auto& [name, count] : files) {
+        QByteArray bytes;
+        for (int n = 1; n <= count; ++n) {
+            const QByteArray line = QByteArray(name).toHex().left(8) + QByteArray::number(n);
+            sealer.write("L " + QByteArray::number(n) + ' ' + QByteArray(name).toHex() + ' ' +
+                         line.toHex() + '\n');
+            QTRY_VERIFY(sealer.canReadLine());
+            QCOMPARE(sealer.readLine(), "OK " + QByteArray::number(n) + '\n');
+            bytes += line + "\r\n";
+        }
+        QVERIFY(writeBytes(app + '/' + name, bytes));
+    }
+    sealer.closeWriteChannel();
+    QVERIFY(sealer.waitForFinished(5000));
+    QVERIFY(QFile::remove(app + "/Audit/gone.atr"));
+
+    auto verify = [&](QStringList args) {
+        return call(runRecordsTool,
+                    QStringList{"sorvantel-records", "verify-seal", "--store", store} + args);
+    };
+    Run run = verify({"--key", dir.filePath("key.txt"), app});
+    QCOMPARE(run.status, int(kMismatch));
+    QCOMPARE(run.out.size(), 3);
+    QVERIFY(run.out[0].startsWith(app + "/Audit/x.atr: intact, 2 lines, last sealed "));
+    QVERIFY(run.out[1].startsWith(app + "/Log Files/a.slg: intact, 3 lines, last sealed "));
+    QVERIFY(run.out[2].startsWith(QFileInfo(app).absoluteFilePath() +
+                                  "/Audit/gone.atr: file deleted (the seal store has 1 line(s)"));
+    // One file alone, with the store's own key: intact, and said whose key it was.
+    run = verify({app + "/Log Files/a.slg"});
+    QCOMPARE(run.status, int(kOk));
+    QVERIFY(run.out[0].startsWith("Checked against the store's own copy"));
+    // A last line never sealed, then a line altered: the worst counts.
+    QFile a(app + "/Log Files/a.slg");
+    QVERIFY(a.open(QIODevice::Append));
+    a.write("UNSEALED\r\n");
+    a.close();
+    run = verify({"--key", dir.filePath("key.txt"), app + "/Log Files"});
+    QCOMPARE(run.status, int(kNotVerified));
+    QVERIFY(run.out.last().endsWith("line 4 never sealed (the last line, written as the "
+                                    "workstation or its sealing stopped)"));
+    QByteArray bytes = readBytes(app + "/Log Files/a.slg");
+    QVERIFY(writeBytes(app + "/Log Files/a.slg", bytes.replace("2\r\n", "9\r\n")));
+    run = verify({"--key", dir.filePath("key.txt"), app + "/Log Files"});
+    QCOMPARE(run.status, int(kMismatch));
+    QVERIFY(run.out.join('\n').contains(": line 2 altered (sealed by "));
+    // Another installation's key, a key file without a key, no store at all.
+    QVERIFY(writeBytes(dir.filePath("other.txt"), QByteArray(64, 'a')));
+    run = verify({"--key", dir.filePath("other.txt"), app + "/Audit/x.atr"});
+    QCOMPARE(run.status, int(kMismatch));
+    QCOMPARE(run.out.value(0), "day keys: day key entry 1 not certified by the key before it");
+    QVERIFY(writeBytes(dir.filePath("none.txt"), "no key here"));
+    QCOMPARE(verify({"--key", dir.filePath("none.txt"), app}).status, int(kUnusable));
+    QCOMPARE(call(runRecordsTool, QStringList{"sorvantel-records", "verify-seal", "--store",
+                                              dir.filePath("nowhere"), app})
+                 .status,
+             int(kUnusable));
+    // A seal file whose first line is lost cannot be read.
+    const QString sealFile =
+        store + "/files/" + QString::fromStdString(seal::sealFileName("Audit/x.atr"));
+    bytes = readBytes(sealFile);
+    QVERIFY(writeBytes(sealFile, bytes.mid(bytes.indexOf('\n') + 1)));
+    QCOMPARE(verify({"--key", dir.filePath("key.txt"), app + "/Audit/x.atr"}).status,
+             int(kDamaged));
 }
 
 // Through the process itself: single-byte characters on disk reach the terminal as themselves.

@@ -1,6 +1,7 @@
 #include "command_line.h"
 
 #include "record_commands.h"
+#include "seal_commands.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -29,12 +30,25 @@ const char* const kDescription =
     "                                 the current directory, not below; it lists the full path\n"
     "                                 of each hit on stdout in name order, and counts the files\n"
     "                                 that could not be read on stderr\n"
+    "  verify-seal [--key FILE] PATH...\n"
+    "                                 checks record files (.slg, .sif, .atr, .alf), or every\n"
+    "                                 one below a folder, against the seals of the store given\n"
+    "                                 with --store DIR (by default the installed helper's):\n"
+    "                                 each is intact, with its lines and last seal, or the\n"
+    "                                 lines altered, removed, swapped, added or not sealed are\n"
+    "                                 named, with the account that asked for each seal; a file\n"
+    "                                 the store knows but a folder given lacks is named deleted.\n"
+    "                                 --key FILE: the verification key kept away from the\n"
+    "                                 workstation (else the store's own copy is used)\n"
     "\n"
     "Exit status: 0 all well; 1 verify: no signature, no header line or a line that is no\n"
     "signature; search: no data file found; 2 wrong use, or a file or folder that cannot be\n"
     "read or written (for search: a data file whose first two lines cannot be read); 3 a line\n"
-    "does not decipher; 4 verify: a signature does not match the data file (altered). When\n"
-    "several apply, the first of 2, 4, 3, 1 is returned.";
+    "does not decipher; 4 verify: a signature does not match the data file (altered). For\n"
+    "verify-seal: 1 lines written but not sealed (a gap, the last line of a crash, a file never\n"
+    "sealed); 2 no usable store or key; 3 a seal file that cannot be read; 4 a file, or seals,\n"
+    "not as they were sealed, or a file deleted. When several apply, the first of 2, 4, 3, 1\n"
+    "is returned.";
 
 int usageError(QIODevice& err, const QString& message) {
     err.write(QStringLiteral("sorvantel-records: %1\nTry 'sorvantel-records --help'.\n")
@@ -65,9 +79,18 @@ int runRecordsTool(const QStringList& arguments, QIODevice& out, QIODevice& err)
         QStringLiteral("folder"),
         QStringLiteral("search: the folder of the data files (default \"Log Files\")."),
         QStringLiteral("DIR"));
-    parser.addOptions({batch, lot, folder});
+    const QCommandLineOption store(
+        QStringLiteral("store"),
+        QStringLiteral("verify-seal: the seal store, or a copy of it (default %1).")
+            .arg(defaultSealStore()),
+        QStringLiteral("DIR"));
+    const QCommandLineOption key(
+        QStringLiteral("key"),
+        QStringLiteral("verify-seal: the file holding the verification key."),
+        QStringLiteral("FILE"));
+    parser.addOptions({batch, lot, folder, store, key});
     parser.addPositionalArgument(QStringLiteral("command"),
-                                 QStringLiteral("print, verify, export or search."));
+                                 QStringLiteral("print, verify, export, search or verify-seal."));
     parser.addPositionalArgument(
         QStringLiteral("files"),
         QStringLiteral("The files the command works on, or the text of search."),
@@ -102,6 +125,18 @@ int runRecordsTool(const QStringList& arguments, QIODevice& out, QIODevice& err)
                 QStringLiteral("--%1 belongs to search only").arg(option->names().constFirst()));
     }
 
+    for (const QCommandLineOption* option : {&store, &key}) {
+        if (parser.isSet(*option) && command != QLatin1String("verify-seal"))
+            return usageError(err, QStringLiteral("--%1 belongs to verify-seal only")
+                                       .arg(option->names().constFirst()));
+    }
+
+    if (command == QLatin1String("verify-seal")) {
+        if (files.isEmpty())
+            return usageError(err, QStringLiteral("verify-seal needs a record file or folder"));
+        return verifySeals(files, parser.isSet(store) ? parser.value(store) : defaultSealStore(),
+                           parser.value(key), out, err);
+    }
     if (command == QLatin1String("print")) {
         if (files.isEmpty())
             return usageError(err, QStringLiteral("print needs at least one file"));

@@ -1,0 +1,294 @@
+// The seals of record files: the sealing helper's store, its chains and day keys, and the check
+// of a record file against them, with every kind of damage an inspector must be told of; the
+// documented bytes checked by an implementation of their own in Python.
+
+#include "platform/seal_core.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+#include <pwd.h>
+#include <unistd.h>
+
+namespace {
+// Midday of 14 March 2026, UTC.
+constexpr qint64 kDay1 = 1773489600;
+
+std::vector<std::string> linesOf(const QString& path) {
+    QFile f(path);
+    std::vector<std::string> out;
+    if (!f.open(QIODevice::ReadOnly))
+        return out;
+    for (const QByteArray& line : f.readAll().split('\n'))
+        if (!line.isEmpty())
+            out.push_back(line.toStdString());
+    return out;
+}
+
+// A seal store in a folder of its own, and its helper, whose clock the test sets.
+struct Sealer {
+    QTemporaryDir dir;
+    QString store = dir.filePath("seals");
+    QString clockFile = dir.filePath("clock");
+    QProcess helper;
+
+    Sealer() {
+        QDir().mkpath(store);
+        setClock(kDay1);
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("SORVANTEL_SEAL_STORE", store);
+        env.insert("SORVANTEL_SEAL_CLOCK_FILE", clockFile);
+        helper.setProcessEnvironment(env);
+    }
+    ~Sealer() {
+        helper.closeWriteChannel();
+        helper.waitForFinished(3000);
+    }
+    void setClock(qint64 t) {
+        QFile f(clockFile);
+        if (f.open(QIODevice::WriteOnly | QIODevice::Truncate))
+            f.write(QByteArray::number(t));
+    }
+    QString run(const QString& command) {
+        helper.start(QStringLiteral(SORVANTEL_SEALER_EXE), {command});
+        if (command == "serve")
+            return answer();
+        helper.waitForFinished(10000);
+        return QString::fromLatin1(helper.readAllStandardOutput());
+    }
+    QString answer() {
+        QElapsedTimer t;
+        t.start();
+        while (!helper.canReadLine() && t.elapsed() < 5000)
+            helper.waitForReadyRead(100);
+        return QString::fromLatin1(helper.readLine()).trimmed();
+    }
+    // The helper's answer to one line of a file.
+    QString seal(qint64 n, const QByteArray& name, const QByteArray& line) {
+        helper.write("L " + QByteArray::number(n) + ' ' + name.toHex() + ' ' + line.toHex() + '\n');
+        return answer();
+    }
+    std::string site() const {
+        return seal::fromHex(linesOf(store + "/site").at(1), 16).value_or("");
+    }
+    std::string verificationKey() const {
+        return seal::fromHex(linesOf(store + "/site").at(2), 32).value_or("");
+    }
+    seal::DayChain days() const {
+        return seal::checkDays(site(), verificationKey(), linesOf(store + "/days"));
+    }
+    std::vector<std::string> sealsOf(const std::string& name) const {
+        return linesOf(store + "/files/" + QString::fromStdString(seal::sealFileName(name)));
+    }
+};
+
+const std::string kName = "Log Files/batch7.slg";
+
+std::vector<std::string> recordLines(int count) {
+    std::vector<std::string> lines;
+    for (int i = 1; i <= count; ++i)
+        lines.push_back("4F2A" + std::to_string(i * 7919) + "C0FFEE" + std::to_string(i));
+    return lines;
+}
+} // namespace
+
+class TstSeals : public QObject {
+    Q_OBJECT
+private slots:
+    void aSealedFileIsIntactAndEveryDamageIsNamed_data();
+    void aSealedFileIsIntactAndEveryDamageIsNamed();
+    void gapsTheAppendOnlyChainAndForwardSecurity();
+    void anImplementationOfItsOwnChecksTheDocumentedBytes();
+};
+
+void TstSeals::aSealedFileIsIntactAndEveryDamageIsNamed_data() {
+    QTest::addColumn<QString>("damage");
+    QTest::addColumn<QString>("finding"); // empty: intact
+    const std::pair<const char*, const char*> rows[] = {
+        {"none", ""},
+        {"alter 3", "line 3 altered (sealed by "},
+        {"remove 3", "line 3 removed (sealed by "},
+        {"swap 3", "lines 3 and 4 swapped (sealed by "},
+        {"add 3", "line 3 added"},
+        {"cut 4", "file cut short after line 4: lines 5..6 sealed but not in the file"},
+        {"append", "line 7 never sealed (the last line"},
+        {"append two", "seals missing: lines 7..8 not sealed"},
+        {"alter seal 3", "seal entry 3 (line 3) altered, removed or moved"},
+        {"remove seal 3", "seals missing: line 3 without a seal entry"},
+        {"swap seals 3", "seals missing: line 3 without a seal entry"},
+        {"repeat seal 3", "seal entry 4 (line 3) repeats or goes back in the chain"},
+        {"other site", "sealed by another installation"},
+        {"other file", "its seal file is that of another file (Log Files/batch7.slg)"},
+        {"no seals", "seals missing: the store has no seals of this file"},
+    };
+    for (const auto& [damage, finding] : rows)
+        QTest::newRow(damage) << QString::fromLatin1(damage) << QString::fromLatin1(finding);
+}
+
+void TstSeals::aSealedFileIsIntactAndEveryDamageIsNamed() {
+    QFETCH(QString, damage);
+    QFETCH(QString, finding);
+    Sealer sealer;
+    QVERIFY(sealer.run("init").contains("verification key"));
+    QCOMPARE(sealer.run("serve"), QStringLiteral("READY"));
+    std::vector<std::string> record = recordLines(6);
+    for (int n = 1; n <= 6; ++n)
+        QCOMPARE(sealer.seal(n, QByteArray::fromStdString(kName),
+                             QByteArray::fromStdString(record[size_t(n - 1)])),
+                 QStringLiteral("OK %1").arg(n));
+    std::vector<std::string> seals = sealer.sealsOf(kName);
+    QCOMPARE(seals.size(), size_t(7));
+    std::string name = kName;
+
+    if (damage == "alter 3")
+        record[2] += "0";
+    else if (damage == "remove 3")
+        record.erase(record.begin() + 2);
+    else if (damage == "swap 3")
+        std::swap(record[2], record[3]);
+    else if (damage == "add 3")
+        record.insert(record.begin() + 2, "FORGED");
+    else if (damage == "cut 4")
+        record.resize(4);
+    else if (damage == "append")
+        record.push_back("LAST");
+    else if (damage == "append two")
+        record.insert(record.end(), {"ONE", "TWO"});
+    else if (damage == "alter seal 3")
+        seals[3] = seal::formatSeal([&] { // another line's hash, its signature kept
+            seal::SealEntry e = *seal::parseSeal(seals[3]);
+            e.lineHash = seal::sha256("FORGED");
+            return e;
+        }());
+    else if (damage == "remove seal 3")
+        seals.erase(seals.begin() + 3);
+    else if (damage == "swap seals 3")
+        std::swap(seals[3], seals[4]);
+    else if (damage == "repeat seal 3")
+        seals.insert(seals.begin() + 4, seals[3]);
+    else if (damage == "other site")
+        seals[0][2] = seals[0][2] == 'a' ? 'b' : 'a';
+    else if (damage == "other file")
+        name = "Log Files/batch8.slg";
+    else if (damage == "no seals")
+        seals.clear();
+
+    const seal::FileCheck check =
+        seal::checkFile(sealer.site(), sealer.days(), name, record, seals);
+    QCOMPARE(check.intact, finding.isEmpty());
+    if (finding.isEmpty()) {
+        QCOMPARE(check.lines, qint64(6));
+        QCOMPARE(check.lastSeal, kDay1);
+    } else {
+        QVERIFY2(!check.findings.empty() &&
+                     QString::fromStdString(check.findings[0]).startsWith(finding),
+                 check.findings.empty() ? "no finding" : check.findings[0].c_str());
+    }
+}
+
+void TstSeals::gapsTheAppendOnlyChainAndForwardSecurity() {
+    Sealer sealer;
+    // A second init keeps the store and its key.
+    const QString first = sealer.run("init");
+    const QString key = first.split('\n').value(1);
+    QVERIFY(sealer.run("init").contains("is kept") && sealer.run("init").contains(key));
+    QCOMPARE(sealer.run("serve"), QStringLiteral("READY"));
+    const QByteArray name = QByteArray::fromStdString(kName);
+    const std::vector<std::string> record = recordLines(6);
+    auto line = [&](int n) {
+        return QByteArray::fromStdString(record[size_t(n - 1)]);
+    };
+    QCOMPARE(sealer.seal(1, name, line(1)), QStringLiteral("OK 1"));
+    QCOMPARE(sealer.seal(2, name, line(2)), QStringLiteral("OK 2"));
+    // Never started again, whatever it is asked; nor does garbage reach the store.
+    QCOMPARE(sealer.seal(1, name, "FORGED"), QStringLiteral("ER 1 line already sealed"));
+    sealer.helper.write("L 3 zz 00\n");
+    QCOMPARE(sealer.answer(), QStringLiteral("ER 0 request not understood"));
+    QCOMPARE(sealer.seal(3, name, line(3)), QStringLiteral("OK 3"));
+    // Lines 4 and 5 written while the helper was away: a gap, then line 6.
+    const std::string yesterdaysKey = linesOf(sealer.store + "/key").at(0);
+    sealer.setClock(kDay1 + 86400);
+    QCOMPARE(sealer.seal(6, name, line(6)), QStringLiteral("OK 6"));
+
+    const seal::DayChain days = sealer.days();
+    QVERIFY(days.fault.empty());
+    QCOMPARE(days.days.size(), size_t(2));
+    QCOMPARE(days.days[1].date, std::string("2026-03-15"));
+    seal::FileCheck check =
+        seal::checkFile(sealer.site(), days, kName, record, sealer.sealsOf(kName));
+    // The account is the helper's caller's, whatever the caller might say.
+    const std::string account = seal::accountField(getpwuid(getuid())->pw_name);
+    QCOMPARE(check.findings, (std::vector<std::string>{"lines 4..5 written while sealing was "
+                                                       "away (a gap recorded by " +
+                                                       account + ", not a forgery)"}));
+
+    // Yesterday's secret is gone from the store: no file there holds it.
+    const std::string secretHex = yesterdaysKey.substr(yesterdaysKey.rfind(' ') + 1);
+    QDirIterator it(sealer.store, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        QFile f(it.next());
+        QVERIFY(f.open(QIODevice::ReadOnly));
+        QVERIFY2(!f.readAll().contains(QByteArray::fromStdString(secretHex)),
+                 qPrintable(f.fileName()));
+    }
+    // Today's key cannot seal yesterday's line again: under yesterday's key number its signature
+    // fails, under today's the date does not match the key.
+    const std::string todaysKey = linesOf(sealer.store + "/key").at(0);
+    const auto today = seal::fromHex(todaysKey.substr(todaysKey.rfind(' ') + 1), 32);
+    QVERIFY(today);
+    for (const int day : {1, 2}) {
+        std::vector<std::string> seals = sealer.sealsOf(kName);
+        seal::SealEntry forged = *seal::parseSeal(seals[1]);
+        forged.lineHash = seal::sha256("FORGED");
+        forged.day = day;
+        QVERIFY(seal::signEntry(sealer.site(), kName, forged, {}, *today));
+        seals[1] = seal::formatSeal(forged);
+        std::vector<std::string> altered = record;
+        altered[0] = "FORGED";
+        check = seal::checkFile(sealer.site(), days, kName, altered, seals);
+        QVERIFY(!check.intact);
+        QVERIFY2(QString::fromStdString(check.findings[0]).startsWith("seal entry 1") ||
+                     QString::fromStdString(check.findings[0]).startsWith("seal of line 1 dated"),
+                 check.findings[0].c_str());
+    }
+}
+
+void TstSeals::anImplementationOfItsOwnChecksTheDocumentedBytes() {
+    const QString python = QStandardPaths::findExecutable("python3");
+    QProcess probe;
+    probe.start(python, {"-c", "import cryptography"});
+    if (python.isEmpty() || !probe.waitForFinished(10000) || probe.exitCode() != 0)
+        QSKIP("python3 with the cryptography package is not installed");
+    Sealer sealer;
+    sealer.run("init");
+    QCOMPARE(sealer.run("serve"), QStringLiteral("READY"));
+    const std::vector<std::string> record = recordLines(5);
+    const QString recordFile = sealer.dir.filePath("batch7.slg");
+    QFile out(recordFile);
+    QVERIFY(out.open(QIODevice::WriteOnly));
+    for (int n = 1; n <= 5; ++n) {
+        if (n == 4)
+            sealer.setClock(kDay1 + 86400); // the chain crosses a day
+        if (n != 3)                         // and has a gap
+            QCOMPARE(sealer.seal(n, QByteArray::fromStdString(kName),
+                                 QByteArray::fromStdString(record[size_t(n - 1)])),
+                     QStringLiteral("OK %1").arg(n));
+        out.write(QByteArray::fromStdString(record[size_t(n - 1)]) + "\r\n");
+    }
+    out.close();
+    QProcess check;
+    check.start(python, {QStringLiteral(SORVANTEL_SEAL_CHECK_PY), sealer.store,
+                         QString::fromStdString(kName), recordFile});
+    QVERIFY(check.waitForFinished(30000));
+    QCOMPARE(QString::fromLatin1(check.readAllStandardOutput()).trimmed(),
+             QStringLiteral("days 2, lines 5, sealed 4, gap 3..3"));
+    QCOMPARE(check.exitCode(), 0);
+}
+
+QTEST_MAIN(TstSeals)
+#include "tst_seals.moc"
