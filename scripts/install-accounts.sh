@@ -4,8 +4,9 @@
 # that only root and the group of the workstation's users (default "sorvantel") can enter; the
 # folder in which it paces checks, open to no one else; the folder of the lock-out records that the
 # PAM service names, which the helper must be able to write; and a commented site groups file
-# /etc/sorvantel/accounts.conf when there is none. The user running this script through sudo (or
-# as themselves) joins the workstation's users; that counts from their next login.
+# /etc/sorvantel/accounts.conf when there is none. Beside it the sealing helper and its store.
+# The user running this script through sudo (or as themselves) joins the workstation's users;
+# that counts from their next login.
 # Run after a build, as root or with sudo: install-accounts.sh BUILD_DIR
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -49,6 +50,27 @@ $SUDO install -d -o root -g "$USERS_GROUP" -m 750 "$HELPER_DIR"
 $SUDO chown root:"$USERS_GROUP" "$HELPER_DIR"
 $SUDO chmod 750 "$HELPER_DIR"
 $SUDO install -o root -g shadow -m 2755 "$HELPER" "$HELPER_DIR/sorvantel-authcheck"
+
+# The sealing helper: set-user-id to an account of its own, which alone may read the day key and
+# write the seal store; the workstation's users reach it through the helper folder. Its first run
+# makes the store and prints the verification key, once; a store already there is kept.
+SEALER="$BUILD_DIR/src/sorvantel-sealer"
+SEAL_STORE=$(sed -n 's/^SORVANTEL_SEAL_STORE:[A-Z]*=//p' "$BUILD_DIR/CMakeCache.txt" 2>/dev/null || true)
+SEAL_STORE=${SEAL_STORE:-/var/lib/sorvantel-seals}
+SEAL_USER=${SORVANTEL_SEAL_USER:-sorvantel-seal}
+if [ -x "$SEALER" ]; then
+    if grep -q __asan_init "$SEALER"; then
+        echo "$SEALER is a sanitizer build; install the helper of a normal build." >&2
+        exit 1
+    fi
+    if ! getent passwd "$SEAL_USER" >/dev/null; then
+        $SUDO useradd --system --user-group --no-create-home --home-dir "$SEAL_STORE" \
+            --shell /usr/sbin/nologin "$SEAL_USER"
+    fi
+    $SUDO install -d -o "$SEAL_USER" -g "$SEAL_USER" -m 700 "$SEAL_STORE"
+    $SUDO install -o "$SEAL_USER" -g root -m 4755 "$SEALER" "$HELPER_DIR/sorvantel-sealer"
+    $SUDO "$HELPER_DIR/sorvantel-sealer" init
+fi
 
 if [ ! -e /etc/sorvantel/accounts.conf ]; then
     $SUDO install -d -o root -g root -m 755 /etc/sorvantel

@@ -17,6 +17,7 @@
 #include "records/alarm_log.h"
 #include "records/audit_trail.h"
 #include "records/data_logger.h"
+#include "records/record_seals.h"
 #include "security/login.h"
 #include "security/rights.h"
 #include "security/session.h"
@@ -85,9 +86,12 @@ FrmMain::FrmMain(QWidget* parent) : QMainWindow(parent) {
     m_statusPanel->setObjectName(QStringLiteral("statusPanel"));
     m_datePanel = new QLabel(bar);
     m_timePanel = new QLabel(bar);
-    for (QLabel* l : {m_statusPanel, m_datePanel, m_timePanel})
+    m_sealPanel = new QLabel(QStringLiteral("Records not sealed"), bar);
+    m_sealPanel->setObjectName(QStringLiteral("sealPanel"));
+    for (QLabel* l : {m_statusPanel, m_datePanel, m_timePanel, m_sealPanel})
         l->setFrameStyle(QFrame::Panel | QFrame::Sunken);
     bar->addWidget(m_statusPanel, 1);
+    bar->addPermanentWidget(m_sealPanel);
     bar->addPermanentWidget(m_datePanel);
     bar->addPermanentWidget(m_timePanel);
     m_clockTimer = new QTimer(this);
@@ -188,6 +192,24 @@ void FrmMain::updateClockPanels() {
     const QDateTime now = currentDateTime();
     m_datePanel->setText(QLocale::system().toString(now.date(), QLocale::ShortFormat));
     m_timePanel->setText(now.time().toString(QStringLiteral("hh:mm:ss")));
+}
+
+void FrmMain::watchSealing(SealClient* client) {
+    auto show = [this](bool on, const QString& why) {
+        m_sealPanel->setText(on ? QStringLiteral("Records sealed")
+                                : QStringLiteral("Records not sealed"));
+        m_sealPanel->setToolTip(on ? QString() : why);
+        if (g21CFR)
+            systemAuditLine(on ? QStringLiteral("Record sealing started")
+                               : QStringLiteral("Record sealing stopped: ") + why);
+    };
+    connect(client, &SealClient::sealingChanged, this, show);
+    if (client->announced())
+        show(client->sealing(), QStringLiteral("no sealing helper answers"));
+}
+
+QString FrmMain::sealText() const {
+    return m_sealPanel->text();
 }
 
 void FrmMain::setStatusText(const QString& text) {

@@ -10,6 +10,7 @@ class Ctrend1;
 class FrmMainDisplay;
 class QMdiSubWindow;
 class QMdiArea;
+class SealClient;
 class QMenu;
 class QTimer;
 class ScanController;
@@ -28,6 +29,10 @@ public:
     QAction* menuItem(const QString& name) const;
 
     void setStatusText(const QString& text);
+    // The status bar says whether record lines are sealed; with security on, the audit trail
+    // gets a line each time sealing starts or stops working.
+    void watchSealing(SealClient* client);
+    QString sealText() const;
     QString statusText() const;
     void updateCaption();
 
@@ -73,6 +78,7 @@ private:
     QLabel* m_statusPanel = nullptr;
     QLabel* m_datePanel = nullptr;
     QLabel* m_timePanel = nullptr;
+    QLabel* m_sealPanel = nullptr;
     QMenu* m_windowMenu = nullptr;
     bool m_closing = false;
 };

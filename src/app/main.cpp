@@ -2,6 +2,7 @@
 #include "app/frm_main.h"
 #include "app/frm_splash.h"
 #include "platform/modctl.h"
+#include "records/record_seals.h"
 
 #include <QApplication>
 
@@ -12,6 +13,9 @@ int main(int argc, char* argv[]) {
     QApplication::setApplicationVersion(QStringLiteral(SORVANTEL_VERSION));
     QApplication::setWindowIcon(appIcon());
 
+    // Sealing starts before the first record line of the run is written.
+    SealClient sealer(QStringLiteral(SORVANTEL_SEALER_PATH));
+    installSealClient(&sealer);
     auto* splash = new FrmSplash;
     switch (splash->load()) {
     case FrmSplash::LoadResult::AlreadyRunning:
@@ -21,6 +25,7 @@ int main(int argc, char* argv[]) {
     case FrmSplash::LoadResult::Ok:
         break;
     }
+    splash->mainWindow()->watchSealing(&sealer);
     QObject::connect(splash->mainWindow(), &FrmMain::exitRequested, &app,
                      [] { QApplication::exit(0); });
     splash->show();

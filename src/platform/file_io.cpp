@@ -113,6 +113,7 @@ RecordAppender::~RecordAppender() {
 
 bool RecordAppender::create(const QString& path, QString* error) {
     close();
+    m_path = path;
     m_fd = ::open(QFile::encodeName(path).constData(),
                   O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (m_fd < 0)
@@ -213,6 +214,7 @@ RecordAppender::~RecordAppender() {
 
 bool RecordAppender::create(const QString& path, QString* error) {
     close();
+    m_path = path;
     m_file = new QFile(path);
     if (!m_file->open(QIODevice::WriteOnly | QIODevice::NewOnly)) {
         if (error)

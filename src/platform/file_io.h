@@ -33,8 +33,11 @@ public:
     bool append(const QByteArray& line, QString* error = nullptr);
     void close();
     bool isOpen() const;
+    // The file made by the last create.
+    QString path() const { return m_path; }
 
 private:
+    QString m_path;
 #ifdef Q_OS_UNIX
     int m_fd = -1;
 #else

@@ -2,6 +2,7 @@
 
 #include "file_cipher.h"
 #include "platform/file_io.h"
+#include "record_seals.h"
 
 namespace {
 QString cleanField(QString field, bool commasAllowed) {
@@ -38,12 +39,19 @@ RecordWrite appendEncipheredLine(const QString& path, const QString& plain, QStr
     const QByteArray line = encipheredLine(plain, error);
     if (line.isEmpty())
         return RecordWrite::NotEnciphered;
-    return appendRecordLine(path, line, error) ? RecordWrite::Written : RecordWrite::NotWritten;
+    if (!appendRecordLine(path, line, error))
+        return RecordWrite::NotWritten;
+    // On the disk first: a seal that never comes costs no record.
+    sealWrittenLine(path, line.chopped(2));
+    return RecordWrite::Written;
 }
 
 RecordWrite appendEncipheredLine(RecordAppender& file, const QString& plain, QString* error) {
     const QByteArray line = encipheredLine(plain, error);
     if (line.isEmpty())
         return RecordWrite::NotEnciphered;
-    return file.append(line, error) ? RecordWrite::Written : RecordWrite::NotWritten;
+    if (!file.append(line, error))
+        return RecordWrite::NotWritten;
+    sealWrittenLine(file.path(), line.chopped(2));
+    return RecordWrite::Written;
 }

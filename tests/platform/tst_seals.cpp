@@ -2,7 +2,16 @@
 // of a record file against them, with every kind of damage an inspector must be told of; the
 // documented bytes checked by an implementation of their own in Python.
 
+#include "app/frm_main.h"
+#include "plant/plant_store.h"
+#include "platform/file_io.h"
 #include "platform/seal_core.h"
+#include "records/audit_trail.h"
+#include "records/record_line.h"
+#include "records/record_seals.h"
+#include "security/session.h"
+#include "support/audit_files.h"
+#include "support/test_env.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -12,6 +21,7 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
+#include <csignal>
 #include <pwd.h>
 #include <unistd.h>
 
@@ -24,9 +34,13 @@ std::vector<std::string> linesOf(const QString& path) {
     std::vector<std::string> out;
     if (!f.open(QIODevice::ReadOnly))
         return out;
-    for (const QByteArray& line : f.readAll().split('\n'))
+    // Record files end their lines with CR LF, the store with LF.
+    for (QByteArray line : f.readAll().split('\n')) {
+        if (line.endsWith('\r'))
+            line.chop(1);
         if (!line.isEmpty())
             out.push_back(line.toStdString());
+    }
     return out;
 }
 
@@ -104,6 +118,7 @@ private slots:
     void aSealedFileIsIntactAndEveryDamageIsNamed();
     void gapsTheAppendOnlyChainAndForwardSecurity();
     void anImplementationOfItsOwnChecksTheDocumentedBytes();
+    void theWorkstationsLinesAreSealedAndAHelperDeathIsAGap();
 };
 
 void TstSeals::aSealedFileIsIntactAndEveryDamageIsNamed_data() {
@@ -288,6 +303,69 @@ void TstSeals::anImplementationOfItsOwnChecksTheDocumentedBytes() {
     QCOMPARE(QString::fromLatin1(check.readAllStandardOutput()).trimmed(),
              QStringLiteral("days 2, lines 5, sealed 4, gap 3..3"));
     QCOMPARE(check.exitCode(), 0);
+}
+
+// The workstation's own writers through its client of the helper: the audit trail and a data
+// file as the logger keeps it open, the status bar and the audit lines of sealing, and a helper
+// killed part-way, whose lines are a gap, not a forgery.
+void TstSeals::theWorkstationsLinesAreSealedAndAHelperDeathIsAGap() {
+    TestEnv env;
+    Sealer sealer;
+    sealer.run("init");
+    qputenv("SORVANTEL_SEAL_STORE", sealer.store.toLocal8Bit());
+    qputenv("SORVANTEL_SEAL_CLOCK_FILE", sealer.clockFile.toLocal8Bit());
+    g21CFR = true;
+    FrmMain main;
+    SealClient client(QStringLiteral(SORVANTEL_SEALER_EXE));
+    client.setRestartMs(200);
+    installSealClient(&client);
+    main.watchSealing(&client);
+    QTRY_VERIFY(client.sealing());
+    QCOMPARE(main.sealText(), QStringLiteral("Records sealed"));
+
+    const QString audit = auditFilePath(env.clock->time.date());
+    RecordAppender data;
+    QVERIFY(QDir().mkpath(env.path("Log Files")));
+    QVERIFY(data.create(env.path("Log Files/run.slg")));
+    for (int i = 0; i < 2; ++i) {
+        systemAuditLine(QStringLiteral("line %1").arg(i));
+        QCOMPARE(appendEncipheredLine(data, QStringLiteral("data %1").arg(i)),
+                 RecordWrite::Written);
+    }
+    QTRY_COMPARE(client.pending(), 0);
+    ::kill(pid_t(client.helperPid()), SIGKILL);
+    QTRY_VERIFY(!client.sealing());
+    QCOMPARE(main.sealText(), QStringLiteral("Records not sealed"));
+    QCOMPARE(appendEncipheredLine(data, QStringLiteral("data 2")), RecordWrite::Written);
+    QTRY_VERIFY_WITH_TIMEOUT(client.sealing(), 5000);
+    QCOMPARE(appendEncipheredLine(data, QStringLiteral("data 3")), RecordWrite::Written);
+    systemAuditLine(QStringLiteral("last"));
+    QTRY_COMPARE(client.pending(), 0);
+    installSealClient(nullptr);
+    qunsetenv("SORVANTEL_SEAL_STORE");
+    qunsetenv("SORVANTEL_SEAL_CLOCK_FILE");
+
+    const auto check = [&](const QString& path) {
+        return seal::checkFile(sealer.site(), sealer.days(),
+                               QDir(gAppPath).relativeFilePath(path).toStdString(), linesOf(path),
+                               sealer.sealsOf(QDir(gAppPath).relativeFilePath(path).toStdString()));
+    };
+    const seal::FileCheck dataCheck = check(env.path("Log Files/run.slg"));
+    QCOMPARE(dataCheck.lines, qint64(4));
+    QCOMPARE(dataCheck.findings.size(), size_t(1));
+    QVERIFY(QString::fromStdString(dataCheck.findings[0])
+                .startsWith("line 3 written while "
+                            "sealing was away"));
+    // The audit trail: the lines of the run, the line that sealing started, the one that it
+    // stopped (written while it was away, so in the gap) and the one that it started again.
+    const seal::FileCheck auditCheck = check(audit);
+    QCOMPARE(actionsOf(audit), (QStringList{"Record sealing started", "line 0", "line 1",
+                                            "Record sealing stopped: the sealing helper stopped",
+                                            "Record sealing started", "last"}));
+    QCOMPARE(auditCheck.findings,
+             (std::vector<std::string>{"line 4 written while sealing was away (a gap recorded by " +
+                                       seal::accountField(getpwuid(getuid())->pw_name) +
+                                       ", not a forgery)"}));
 }
 
 QTEST_MAIN(TstSeals)
