@@ -199,9 +199,12 @@ void FrmMain::watchSealing(SealClient* client) {
         m_sealPanel->setText(on ? QStringLiteral("Records sealed")
                                 : QStringLiteral("Records not sealed"));
         m_sealPanel->setToolTip(on ? QString() : why);
+        const QString line = on ? QStringLiteral("Record sealing started")
+                                : QStringLiteral("Record sealing stopped: ") + why;
+        if (FrmLogger* logger = frmLogger())
+            logger->appendLine(line);
         if (g21CFR)
-            systemAuditLine(on ? QStringLiteral("Record sealing started")
-                               : QStringLiteral("Record sealing stopped: ") + why);
+            systemAuditLine(line);
     };
     connect(client, &SealClient::sealingChanged, this, show);
     if (client->announced())

@@ -27,8 +27,8 @@
 
 namespace {
 constexpr size_t kSiteBytes = 16;
-// A request: "L <line number> <file name in hex> <line in hex>"; no record line is near this.
-constexpr size_t kLongestRequest = 4u << 20;
+// A request: "L <line number> <file name in hex> <SHA-256 of the line in hex>".
+constexpr size_t kLongestRequest = 1u << 16;
 constexpr size_t kLongestName = 1024;
 
 std::string storePath() {
@@ -134,6 +134,11 @@ bool appendLine(const std::string& path, const std::string& line) {
     return ok;
 }
 
+// The same onto a file kept open.
+bool appendLine(int fd, const std::string& line) {
+    return writeAll(fd, line + "\n") && fdatasync(fd) == 0;
+}
+
 struct DayKey {
     int index = 0;
     std::string date;
@@ -156,10 +161,12 @@ std::string formatKey(const DayKey& key) {
     return "K " + std::to_string(key.index) + ' ' + key.date + ' ' + seal::toHex(key.secret) + "\n";
 }
 
-// A record file's chain as the helper left it: where the next line goes and the link it takes.
+// A record file's chain as the helper left it: where the next line goes, the link it takes, and
+// its seal file, kept open for the next seal.
 struct Chain {
     int64_t next = 1;
     std::string link;
+    int fd = -1;
 };
 
 class Store {
@@ -211,8 +218,8 @@ public:
         return seal::toHex(verification->publicKey);
     }
 
-    // Seals line n of a file, recording first a gap for the lines it never heard of.
-    std::string seal(const std::string& fileName, int64_t n, const std::string& line,
+    // Seals line n of a file by its hash, recording first a gap for the lines it never heard of.
+    std::string seal(const std::string& fileName, int64_t n, const std::string& lineHash,
                      const std::string& account) {
         const int64_t time = now();
         const std::string date = seal::utcDate(time);
@@ -225,7 +232,6 @@ public:
             return "the seal file cannot be read or made";
         if (n < chain->next)
             return "line already sealed";
-        const std::string path = m_folder + "/files/" + seal::sealFileName(fileName);
         std::string lines;
         std::string link = chain->link;
         if (n > chain->next) {
@@ -237,13 +243,13 @@ public:
             link = *next;
             lines += seal::formatSeal(gap) + "\n";
         }
-        seal::SealEntry entry{seal::SealEntry::Kind::Line, n,           n, time, account,
-                              seal::sha256(line),          m_key.index, {}};
+        seal::SealEntry entry{
+            seal::SealEntry::Kind::Line, n, n, time, account, lineHash, m_key.index, {}};
         const auto next = seal::signEntry(m_site, fileName, entry, link, m_key.secret);
         if (!next)
             return "the day key cannot sign";
         lines += seal::formatSeal(entry);
-        if (!appendLine(path, lines))
+        if (!appendLine(chain->fd, lines))
             return "the seal cannot be written";
         chain->next = n + 1;
         chain->link = *next;
@@ -303,6 +309,9 @@ private:
         } else if (errno != ENOENT || !startFile(path, fileName)) {
             return nullptr;
         }
+        chain.fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+        if (chain.fd < 0)
+            return nullptr;
         return &m_chains.emplace(fileName, chain).first->second;
     }
 
@@ -331,9 +340,10 @@ bool reply(const std::string& text) {
     return writeAll(STDOUT_FILENO, text + "\n");
 }
 
-// "L <n> <name hex> <line hex>": the line number from 1, the record file's name as the
-// workstation names it (relative to its folder, "/" between parts) and the line's bytes.
-bool parseRequest(const std::string& request, int64_t* n, std::string* name, std::string* line) {
+// "L <n> <name hex> <hash hex>": the line number from 1, the record file's name as the
+// workstation names it (relative to its folder, "/" between parts) and the SHA-256 of the line's
+// bytes without the line end.
+bool parseRequest(const std::string& request, int64_t* n, std::string* name, std::string* hash) {
     const size_t a = request.find(' ', 2);
     const size_t b = a == std::string::npos ? a : request.find(' ', a + 1);
     if (request.size() < 6 || request.compare(0, 2, "L ") != 0 || b == std::string::npos)
@@ -348,14 +358,13 @@ bool parseRequest(const std::string& request, int64_t* n, std::string* name, std
     const std::string nameHex = request.substr(a + 1, b - a - 1);
     const std::string lineHex = request.substr(b + 1);
     const auto decodedName = seal::fromHex(nameHex, nameHex.size() / 2);
-    const auto decodedLine = seal::fromHex(lineHex, lineHex.size() / 2);
-    if (!decodedName || !decodedLine || decodedName->empty() ||
-        decodedName->size() > kLongestName || decodedName->find('\n') != std::string::npos ||
-        decodedLine->find('\n') != std::string::npos)
+    const auto decodedHash = seal::fromHex(lineHex, 32);
+    if (!decodedName || !decodedHash || decodedName->empty() ||
+        decodedName->size() > kLongestName || decodedName->find('\n') != std::string::npos)
         return false;
     *n = value;
     *name = *decodedName;
-    *line = *decodedLine;
+    *hash = *decodedHash;
     return true;
 }
 
@@ -375,12 +384,12 @@ int serve(Store& store) {
             const std::string request = pending.substr(0, end);
             pending.erase(0, end + 1);
             int64_t n = 0;
-            std::string name, line;
-            if (!parseRequest(request, &n, &name, &line)) {
+            std::string name, hash;
+            if (!parseRequest(request, &n, &name, &hash)) {
                 reply("ER 0 request not understood");
                 continue;
             }
-            const std::string why = store.seal(name, n, line, account);
+            const std::string why = store.seal(name, n, hash, account);
             reply(why.empty() ? "OK " + std::to_string(n) : "ER " + std::to_string(n) + ' ' + why);
         }
         if (pending.size() > kLongestRequest) {

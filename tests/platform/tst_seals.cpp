@@ -3,6 +3,7 @@
 // documented bytes checked by an implementation of their own in Python.
 
 #include "app/frm_main.h"
+#include "plant/frm_logger.h"
 #include "plant/plant_store.h"
 #include "platform/file_io.h"
 #include "platform/seal_core.h"
@@ -13,6 +14,7 @@
 #include "support/audit_files.h"
 #include "support/test_env.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QDirIterator>
 #include <QElapsedTimer>
@@ -84,7 +86,8 @@ struct Sealer {
     }
     // The helper's answer to one line of a file.
     QString seal(qint64 n, const QByteArray& name, const QByteArray& line) {
-        helper.write("L " + QByteArray::number(n) + ' ' + name.toHex() + ' ' + line.toHex() + '\n');
+        helper.write("L " + QByteArray::number(n) + ' ' + name.toHex() + ' ' +
+                     QCryptographicHash::hash(line, QCryptographicHash::Sha256).toHex() + '\n');
         return answer();
     }
     std::string site() const {
@@ -222,7 +225,9 @@ void TstSeals::gapsTheAppendOnlyChainAndForwardSecurity() {
     QCOMPARE(sealer.seal(2, name, line(2)), QStringLiteral("OK 2"));
     // Never started again, whatever it is asked; nor does garbage reach the store.
     QCOMPARE(sealer.seal(1, name, "FORGED"), QStringLiteral("ER 1 line already sealed"));
-    sealer.helper.write("L 3 zz 00\n");
+    // A name that is no hex, a hash of the wrong length.
+    sealer.helper.write("L 3 zz 00\nL 3 " + name.toHex() + " 00\n");
+    QCOMPARE(sealer.answer(), QStringLiteral("ER 0 request not understood"));
     QCOMPARE(sealer.answer(), QStringLiteral("ER 0 request not understood"));
     QCOMPARE(sealer.seal(3, name, line(3)), QStringLiteral("OK 3"));
     // Lines 4 and 5 written while the helper was away: a gap, then line 6.
@@ -271,6 +276,22 @@ void TstSeals::gapsTheAppendOnlyChainAndForwardSecurity() {
                      QString::fromStdString(check.findings[0]).startsWith("seal of line 1 dated"),
                  check.findings[0].c_str());
     }
+
+    // A helper killed while it wrote a seal leaves a torn entry that was never answered: its next
+    // run drops it, and the line it was for becomes a gap.
+    sealer.helper.closeWriteChannel();
+    QVERIFY(sealer.helper.waitForFinished(5000));
+    QFile torn(sealer.store + "/files/" + QString::fromStdString(seal::sealFileName(kName)));
+    QVERIFY(torn.open(QIODevice::Append));
+    torn.write("S 7 1773576000 root 3f0a");
+    torn.close();
+    QCOMPARE(sealer.run("serve"), QStringLiteral("READY"));
+    QCOMPARE(sealer.seal(8, name, "EIGHT"), QStringLiteral("OK 8"));
+    std::vector<std::string> longer = record;
+    longer.insert(longer.end(), {"SEVEN", "EIGHT"});
+    check = seal::checkFile(sealer.site(), days, kName, longer, sealer.sealsOf(kName));
+    QCOMPARE(check.findings.size(), size_t(2));
+    QVERIFY(check.findings[1].rfind("line 7 written while sealing was away", 0) == 0);
 }
 
 void TstSeals::anImplementationOfItsOwnChecksTheDocumentedBytes() {
@@ -316,6 +337,7 @@ void TstSeals::theWorkstationsLinesAreSealedAndAHelperDeathIsAGap() {
     qputenv("SORVANTEL_SEAL_CLOCK_FILE", sealer.clockFile.toLocal8Bit());
     g21CFR = true;
     FrmMain main;
+    FrmLogger logger;
     SealClient client(QStringLiteral(SORVANTEL_SEALER_EXE));
     client.setRestartMs(200);
     installSealClient(&client);
@@ -336,6 +358,7 @@ void TstSeals::theWorkstationsLinesAreSealedAndAHelperDeathIsAGap() {
     ::kill(pid_t(client.helperPid()), SIGKILL);
     QTRY_VERIFY(!client.sealing());
     QCOMPARE(main.sealText(), QStringLiteral("Records not sealed"));
+    QVERIFY(logger.text().endsWith("Record sealing stopped: the sealing helper stopped"));
     QCOMPARE(appendEncipheredLine(data, QStringLiteral("data 2")), RecordWrite::Written);
     QTRY_VERIFY_WITH_TIMEOUT(client.sealing(), 5000);
     QCOMPARE(appendEncipheredLine(data, QStringLiteral("data 3")), RecordWrite::Written);

@@ -1,6 +1,9 @@
+#include "platform/seal_core.h"
 #include "records/record_file.h"
 #include "support/audit_files.h"
 
+#include <QDir>
+#include <QFile>
 #include <QProcess>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
@@ -28,10 +31,12 @@ Found readBack(const QString& path) {
     return f;
 }
 
-// Runs the child in the folder; true once it has started its log.
-bool startChild(QProcess& child, const QString& dir) {
+// Runs the child in the folder, with a sealing helper when one is named; true once it has started
+// its log.
+bool startChild(QProcess& child, const QString& dir, const QString& sealer = {}) {
     // Standard output only: Qt's own warnings go to standard error.
-    child.start(QStringLiteral(LOGGER_CHILD), {dir});
+    child.start(QStringLiteral(LOGGER_CHILD),
+                sealer.isEmpty() ? QStringList{dir} : QStringList{dir, sealer});
     if (!child.waitForStarted(5000))
         return false;
     while (!child.canReadLine())
@@ -46,6 +51,7 @@ class TstLoggerCrash : public QObject {
 private slots:
     void killedAtAnyMomentLosesAtMostTheLastLine();
     void aFullDiskEndsTheLogWithEveryLineWhole();
+    void killedWhileSealingLeavesAtMostTheLastLineUnsealed();
 };
 
 void TstLoggerCrash::killedAtAnyMomentLosesAtMostTheLastLine() {
@@ -59,6 +65,48 @@ void TstLoggerCrash::killedAtAnyMomentLosesAtMostTheLastLine() {
         const Found f = readBack(dir.filePath("Log Files/run.slg"));
         QVERIFY2(f.lines.size() >= 2 && f.numbered, qPrintable(f.lines.join(u'\n').right(500)));
         QCOMPARE(plainLinesOf(dir.filePath("Log Files/run.sif")), QStringList{kSignatureHeader});
+    }
+}
+
+void TstLoggerCrash::killedWhileSealingLeavesAtMostTheLastLineUnsealed() {
+    for (int round = 0; round < 6; ++round) {
+        QTemporaryDir dir;
+        const QString store = dir.filePath("seals");
+        QVERIFY(QDir().mkpath(store));
+        qputenv("SORVANTEL_SEAL_STORE", store.toLocal8Bit());
+        QProcess init;
+        init.start(QStringLiteral(SORVANTEL_SEALER_EXE), {"init"});
+        QVERIFY(init.waitForFinished(10000));
+        QProcess child;
+        QVERIFY(startChild(child, dir.path(), QStringLiteral(SORVANTEL_SEALER_EXE)));
+        QTest::qWait(50 + QRandomGenerator::global()->bounded(400));
+        ::kill(static_cast<pid_t>(child.processId()), SIGKILL);
+        QVERIFY(child.waitForFinished(5000));
+        // The helper seals what reached its pipe, then ends with it.
+        QTest::qWait(500);
+        qunsetenv("SORVANTEL_SEAL_STORE");
+        const auto lines = [](const QString& path) {
+            std::vector<std::string> out;
+            QFile f(path);
+            if (f.open(QIODevice::ReadOnly))
+                for (QByteArray line : f.readAll().split('\n'))
+                    if (!line.isEmpty())
+                        out.push_back(line.endsWith('\r') ? line.chopped(1).toStdString()
+                                                          : line.toStdString());
+            return out;
+        };
+        const std::string site = seal::fromHex(lines(store + "/site").at(1), 16).value_or("");
+        const std::string key = seal::fromHex(lines(store + "/site").at(2), 32).value_or("");
+        const std::string name = "Log Files/run.slg";
+        const std::vector<std::string> record = lines(dir.filePath("Log Files/run.slg"));
+        const seal::FileCheck check = seal::checkFile(
+            site, seal::checkDays(site, key, lines(store + "/days")), name, record,
+            lines(store + "/files/" + QString::fromStdString(seal::sealFileName(name))));
+        const std::string last =
+            "line " + std::to_string(record.size()) + " never sealed (the last line";
+        QVERIFY2(record.size() > 2 && (check.intact || (check.findings.size() == 1 &&
+                                                        check.findings[0].rfind(last, 0) == 0)),
+                 check.findings.empty() ? "" : check.findings[0].c_str());
     }
 }
 

@@ -1,0 +1,163 @@
+// What sealing costs: the CPU of logging data lines into a record file, as the data logger writes
+// them (enciphered, appended, synced), without and with the sealing helper, at one line a second
+// and at a hundred; the helper's own CPU counts with the workstation's. Then the check of a day's
+// data log of 86,400 sealed lines.
+//
+//   bench_seals [seconds at 1 line/s] [seconds at 100 lines/s]
+//
+// The helper is the test build (its store in a folder of this run's own).
+
+#include "plant/plant_store.h"
+#include "platform/file_io.h"
+#include "platform/seal_core.h"
+#include "records/file_cipher.h"
+#include "records/record_line.h"
+#include "records/record_seals.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <cstdio>
+#include <unistd.h>
+
+namespace {
+// CPU seconds of a process so far, user and system, from /proc.
+double cpuOf(qint64 pid) {
+    QFile f(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!f.open(QIODevice::ReadOnly))
+        return 0;
+    const QByteArray stat = f.readAll();
+    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+    return (fields.value(11).toDouble() + fields.value(12).toDouble()) /
+           double(sysconf(_SC_CLK_TCK));
+}
+
+QString dataLine(int n) {
+    QString line = QStringLiteral("3/14/2026,10:%1:%2 AM,.,.,.,")
+                       .arg(n / 60 % 60, 2, 10, QChar(u'0'))
+                       .arg(n % 60, 2, 10, QChar(u'0'));
+    for (int c = 0; c < 32; ++c)
+        line += QString::number(100.0 + c + (n % 600) / 10.0, 'f', 1) + u',';
+    return line;
+}
+
+// Runs the event loop, idle between events, until done or the time is up.
+template <typename Done> void waitFor(int ms, Done done) {
+    QEventLoop loop;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+        if (done())
+            loop.quit();
+    });
+    poll.start(20);
+    QTimer::singleShot(ms, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
+struct Cost {
+    double cpu = 0;    // seconds, the workstation's and the helper's
+    double helper = 0; // of which the helper's
+    int lines = 0;
+};
+
+// Logs for the given seconds at the given rate, with or without a helper.
+Cost logFor(const QString& folder, const QString& name, int perSecond, int seconds, bool sealed) {
+    resetRecordSeals();
+    std::unique_ptr<SealClient> client;
+    if (sealed) {
+        client = std::make_unique<SealClient>(QStringLiteral(SORVANTEL_SEALER_EXE));
+        waitFor(5000, [&client] { return client->sealing(); });
+        installSealClient(client.get());
+    }
+    RecordAppender file;
+    file.create(folder + u'/' + name);
+    const double helper0 = client ? cpuOf(client->helperPid()) : 0;
+    const double self0 = cpuOf(QCoreApplication::applicationPid());
+    Cost cost;
+    QTimer tick;
+    tick.setInterval(1000 / perSecond);
+    QObject::connect(&tick, &QTimer::timeout,
+                     [&] { appendEncipheredLine(file, dataLine(cost.lines++)); });
+    tick.start();
+    waitFor(seconds * 1000, [] { return false; });
+    tick.stop();
+    if (client)
+        waitFor(5000, [&client] { return client->pending() == 0; });
+    cost.helper = client ? cpuOf(client->helperPid()) - helper0 : 0;
+    cost.cpu = cpuOf(QCoreApplication::applicationPid()) - self0 + cost.helper;
+    installSealClient(nullptr);
+    return cost;
+}
+
+// A day's data log of 86,400 lines sealed as the helper seals them, and its check.
+void checkADay() {
+    const std::string site(16, 'S');
+    const auto verification = seal::newKeyPair();
+    const auto day = seal::newKeyPair();
+    const int64_t t0 = 1773446400; // 2026-03-14 00:00 UTC
+    seal::DayEntry entry{1, seal::utcDate(t0), day->publicKey, {}};
+    entry.signature = *seal::sign(verification->secret, seal::dayMessage(site, entry));
+    std::vector<std::string> record;
+    std::vector<std::string> seals{seal::formatFileHeader(site, "Log Files/day.slg")};
+    std::string link;
+    for (int n = 1; n <= 86400; ++n) {
+        record.push_back(encryptText(dataLine(n)).toStdString());
+        seal::SealEntry e{seal::SealEntry::Kind::Line, n, n, t0 + n - 1, "operator",
+                          seal::sha256(record.back()), 1, {}};
+        link = *seal::signEntry(site, "Log Files/day.slg", e, link, day->secret);
+        seals.push_back(seal::formatSeal(e));
+    }
+    QElapsedTimer t;
+    t.start();
+    const seal::DayChain days =
+        seal::checkDays(site, verification->publicKey, {seal::formatDay(entry)});
+    const seal::FileCheck check = seal::checkFile(site, days, "Log Files/day.slg", record, seals);
+    std::printf("check of a day's data log, %lld lines, %s: %.0f ms\n",
+                static_cast<long long>(check.lines), check.intact ? "intact" : "NOT INTACT",
+                double(t.nsecsElapsed()) / 1e6);
+    // The slow path, taken only when a seal entry was forged: the last entry altered, so every
+    // entry before it is checked one by one to name it.
+    seals.back() = seal::formatSeal([&] {
+        seal::SealEntry e = *seal::parseSeal(seals.back());
+        e.lineHash = seal::sha256("FORGED");
+        return e;
+    }());
+    t.restart();
+    const seal::FileCheck forged = seal::checkFile(site, days, "Log Files/day.slg", record, seals);
+    std::printf("the same with its last seal entry forged (%s): %.0f ms\n",
+                forged.findings.empty() ? "nothing found" : forged.findings[0].c_str(),
+                double(t.nsecsElapsed()) / 1e6);
+}
+} // namespace
+
+int main(int argc, char* argv[]) {
+    QCoreApplication app(argc, argv);
+    const int slowSeconds = argc > 1 ? std::atoi(argv[1]) : 60;
+    const int fastSeconds = argc > 2 ? std::atoi(argv[2]) : 30;
+    QTemporaryDir dir;
+    qputenv("SORVANTEL_SEAL_STORE", dir.filePath("seals").toLocal8Bit());
+    QDir().mkpath(dir.filePath("seals"));
+    QDir().mkpath(dir.filePath("Log Files"));
+    gAppPath = dir.path();
+    QProcess init;
+    init.start(QStringLiteral(SORVANTEL_SEALER_EXE), {QStringLiteral("init")});
+    init.waitForFinished(10000);
+    setCipherKey();
+
+    for (const auto& [rate, seconds] : {std::pair{1, slowSeconds}, {100, fastSeconds}}) {
+        const Cost plain = logFor(dir.filePath("Log Files"),
+                                  QStringLiteral("plain%1.slg").arg(rate), rate, seconds, false);
+        const Cost sealed = logFor(dir.filePath("Log Files"),
+                                   QStringLiteral("sealed%1.slg").arg(rate), rate, seconds, true);
+        std::printf("%3d line(s)/s for %d s: %d lines, CPU %.3f s unsealed, %.3f s sealed "
+                    "(of which the helper %.3f s), +%.1f %%\n",
+                    rate, seconds, sealed.lines, plain.cpu, sealed.cpu, sealed.helper,
+                    plain.cpu > 0 ? 100.0 * (sealed.cpu - plain.cpu) / plain.cpu : 0.0);
+    }
+    checkADay();
+    return 0;
+}
