@@ -30,7 +30,6 @@ public:
     QString statusText() const;
     PacedSequence* reader() const { return m_read; }
     PacedSequence* writer() const { return m_write; }
-    const ReadFields* readFields() const { return m_readFields; }
 
     void readValues();
     void writeValues();

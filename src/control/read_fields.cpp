@@ -43,10 +43,6 @@ bool ReadFields::show(QDoubleSpinBox* field, std::optional<double> value) {
     return true;
 }
 
-bool ReadFields::isMarked(const QDoubleSpinBox* field) const {
-    return m_marked.contains(field);
-}
-
 bool ReadFields::sayMarked() {
     if (m_toSay.isEmpty())
         return false;

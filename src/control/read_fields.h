@@ -22,7 +22,6 @@ public:
     // Shows a value read; nothing (a word the read cannot take) or a value beyond the field's
     // limits marks the field instead. False when it was marked.
     bool show(QDoubleSpinBox* field, std::optional<double> value);
-    bool isMarked(const QDoubleSpinBox* field) const;
     // The box for the fields marked by the last reads, if any; true when it was shown.
     bool sayMarked();
     // Refuses a write while a field is marked: the box, and false.
