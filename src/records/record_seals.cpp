@@ -4,7 +4,6 @@
 
 #include <QCryptographicHash>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QHash>
 #include <QPointer>
@@ -30,18 +29,16 @@ qint64 linesIn(const QString& path) {
 } // namespace
 
 SealClient::SealClient(QString helper, QObject* parent)
-    : QObject(parent), m_helper(std::move(helper)), m_restart(new QTimer(this)) {
+    : QObject(parent), m_helper(std::move(helper)), m_restart(new QTimer(this)),
+      m_watch(new QTimer(this)) {
     m_restart->setSingleShot(true);
     m_restart->setInterval(kRestartMs);
     connect(m_restart, &QTimer::timeout, this, &SealClient::start);
-    // Hung: lines handed over long ago and no answer since.
-    auto* watch = new QTimer(this);
-    watch->setInterval(1000);
-    connect(watch, &QTimer::timeout, this, [this] {
-        if (m_process && m_pending > 0 && m_sinceAnswer.elapsed() > kAnswerMs)
-            stopped(QStringLiteral("the sealing helper does not answer"));
-    });
-    watch->start();
+    // Hung: lines handed over and no answer for this long. Armed only while lines wait.
+    m_watch->setSingleShot(true);
+    m_watch->setInterval(kAnswerMs);
+    connect(m_watch, &QTimer::timeout, this,
+            [this] { stopped(QStringLiteral("the sealing helper does not answer")); });
     start();
 }
 
@@ -73,14 +70,12 @@ void SealClient::start() {
     });
     connect(m_process, &QProcess::finished, this,
             [this] { stopped(QStringLiteral("the sealing helper stopped")); });
-    m_sinceAnswer.start();
     m_process->start();
 }
 
 void SealClient::readAnswers() {
     while (m_process && m_process->canReadLine()) {
         const QByteArray answer = m_process->readLine().trimmed();
-        m_sinceAnswer.restart();
         if (answer == "READY") {
             m_ready = true;
             m_announced = true;
@@ -89,7 +84,11 @@ void SealClient::readAnswers() {
             stopped(QString::fromUtf8(answer.mid(5)));
             return;
         } else if (m_pending > 0) {
-            --m_pending;
+            // Each answer gives the helper its time again for the lines still waiting.
+            if (--m_pending > 0)
+                m_watch->start();
+            else
+                m_watch->stop();
         }
     }
 }
@@ -106,6 +105,7 @@ void SealClient::stopped(const QString& why) {
     m_ready = false;
     m_announced = true;
     m_pending = 0;
+    m_watch->stop();
     if (wasOn)
         emit sealingChanged(false, why);
     m_restart->start();
@@ -117,7 +117,7 @@ void SealClient::seal(const QString& name, qint64 n, const QByteArray& line) {
     if (!m_process || m_process->state() == QProcess::NotRunning)
         return;
     if (m_pending == 0)
-        m_sinceAnswer.restart();
+        m_watch->start();
     // The helper seals the line's hash: the line itself need not cross the pipe.
     m_process->write("L " + QByteArray::number(n) + ' ' + name.toUtf8().toHex() + ' ' +
                      QCryptographicHash::hash(line, QCryptographicHash::Sha256).toHex() + '\n');
