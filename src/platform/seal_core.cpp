@@ -117,20 +117,27 @@ std::string sha256(std::string_view data) {
     return std::string(reinterpret_cast<const char*>(digest), size);
 }
 
+// A key's raw 32 bytes, its secret or its public half.
+static std::optional<std::string> rawKey(const EVP_PKEY* key, bool secret) {
+    std::string raw(kKeyBytes, '\0');
+    size_t size = raw.size();
+    auto* out = reinterpret_cast<unsigned char*>(raw.data());
+    const int got = secret ? EVP_PKEY_get_raw_private_key(key, out, &size)
+                           : EVP_PKEY_get_raw_public_key(key, out, &size);
+    if (got != 1 || size != kKeyBytes)
+        return std::nullopt;
+    return raw;
+}
+
 std::optional<KeyPair> keyPairFromSecret(std::string_view secret) {
     if (secret.size() != kKeyBytes)
         return std::nullopt;
     const PkeyPtr key(
         EVP_PKEY_new_raw_private_key(EVP_PKEY_ED25519, nullptr, bytes(secret), secret.size()));
-    if (!key)
+    const std::optional<std::string> publicKey = key ? rawKey(key.get(), false) : std::nullopt;
+    if (!publicKey)
         return std::nullopt;
-    std::string publicKey(kKeyBytes, '\0');
-    size_t size = publicKey.size();
-    if (EVP_PKEY_get_raw_public_key(key.get(), reinterpret_cast<unsigned char*>(publicKey.data()),
-                                    &size) != 1 ||
-        size != kKeyBytes)
-        return std::nullopt;
-    return KeyPair{std::string(secret), publicKey};
+    return KeyPair{std::string(secret), *publicKey};
 }
 
 std::optional<std::string> randomBytes(size_t size) {
@@ -142,15 +149,8 @@ std::optional<std::string> randomBytes(size_t size) {
 
 std::optional<KeyPair> newKeyPair() {
     const PkeyPtr key(EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519"));
-    if (!key)
-        return std::nullopt;
-    std::string secret(kKeyBytes, '\0');
-    size_t size = secret.size();
-    if (EVP_PKEY_get_raw_private_key(key.get(), reinterpret_cast<unsigned char*>(secret.data()),
-                                     &size) != 1 ||
-        size != kKeyBytes)
-        return std::nullopt;
-    return keyPairFromSecret(secret);
+    const std::optional<std::string> secret = key ? rawKey(key.get(), true) : std::nullopt;
+    return secret ? keyPairFromSecret(*secret) : std::nullopt;
 }
 
 std::optional<std::string> sign(std::string_view secret, std::string_view message) {
