@@ -1,8 +1,11 @@
 // The password check: its handling of the helper program, with stand-in helpers, and the real
 // helper's refusal of malformed input; then, as root, logins through PAM for real with
-// throw-away accounts made for the run (skipped without root).
+// throw-away accounts made for the run (skipped without root), and the sealing helper as such an
+// account meets it.
 
 #include "platform/accounts.h"
+#include "platform/seal_core.h"
+#include "records/file_cipher.h"
 #include "support/audit_files.h"
 
 #include <QElapsedTimer>
@@ -34,6 +37,7 @@ private slots:
     void passwordsGroupsAndMembersFromTheSystem();
     void installedHelperIsReachableOnlyByWorkstationUsers();
     void setgidHelperPacesEachCallerAndLocksOut();
+    void anOperatorCanOnlyAskForSealsAndAForgedLineShows();
 };
 
 namespace {
@@ -289,18 +293,27 @@ void TstRealAccounts::passwordsGroupsAndMembersFromTheSystem() {
     QCOMPARE(check(kAlice, "", kBrokenService), 3);
 }
 
+// The helpers installed by the install script into a folder of dir's; the folder.
+QString installHelpers(const QTemporaryDir& dir) {
+    // Others may enter dir, as the folders helpers are installed in.
+    if (chmod(dir.path().toUtf8(), 0755) != 0)
+        return {};
+    const QString helperDir = dir.filePath("libexec");
+    return run("env", {"-u", "SUDO_USER", "SORVANTEL_HELPER_DIR=" + helperDir, "bash",
+                       QStringLiteral(SOURCE_DIR "/scripts/install-accounts.sh"),
+                       QFileInfo(kHelper).dir().absolutePath() + "/.."}) == 0
+               ? helperDir
+               : QString();
+}
+
 void TstRealAccounts::installedHelperIsReachableOnlyByWorkstationUsers() {
     if (!canActAsOthers())
         QSKIP("Needs root, setpriv and a shadow group.");
     if (readBytes(kHelper).contains("__asan_init"))
         QSKIP("The install script refuses a sanitizer build's helper, as it should.");
-    QTemporaryDir dir; // others may enter, as the folders helpers are installed in
-    QCOMPARE(chmod(dir.path().toUtf8(), 0755), 0);
-    const QString helperDir = dir.filePath("libexec");
-    QCOMPARE(run("env", {"-u", "SUDO_USER", "SORVANTEL_HELPER_DIR=" + helperDir, "bash",
-                         QStringLiteral(SOURCE_DIR "/scripts/install-accounts.sh"),
-                         QFileInfo(kHelper).dir().absolutePath() + "/.."}),
-             0);
+    QTemporaryDir dir;
+    const QString helperDir = installHelpers(dir);
+    QVERIFY(!helperDir.isEmpty());
 
     const group* usersGroup = getgrnam("sorvantel");
     QVERIFY(usersGroup);
@@ -452,6 +465,68 @@ void TstRealAccounts::setgidHelperPacesEachCallerAndLocksOut() {
     QCOMPARE(faillock({}), deny);
     faillock({"--reset"});
     QCOMPARE(bobs.checkPassword(kAlice, kAlicePassword), C::Accepted);
+}
+
+// An operator's account, as the installed sealing helper meets it: it cannot read the day key nor
+// write the store, it can have lines sealed (each seal names it), and a record line it then
+// forges with the workstation's own cipher is named altered.
+void TstRealAccounts::anOperatorCanOnlyAskForSealsAndAForgedLineShows() {
+    if (!canActAsOthers())
+        QSKIP("Needs root, setpriv and a shadow group.");
+    if (readBytes(kHelper).contains("__asan_init"))
+        QSKIP("The install script refuses a sanitizer build's helper, as it should.");
+    QTemporaryDir dir;
+    const QString helperDir = installHelpers(dir);
+    QVERIFY(!helperDir.isEmpty());
+    const QString store = QStringLiteral(SEAL_STORE);
+    const QString users = QString::number(getgrnam("sorvantel")->gr_gid);
+    auto asBob = [&](const QStringList& command) {
+        return run("setpriv", asUser(kBob, "--groups=" + users) + command);
+    };
+    QVERIFY(asBob({"cat", store + "/key"}) != 0);
+    QVERIFY(asBob({"sh", "-c", "echo forged >> \"$0\"", store + "/days"}) != 0);
+    QVERIFY(asBob({"touch", store + "/files/forged.seal"}) != 0);
+    QCOMPARE(asBob({"true"}), 0); // what failed was the store's rights, not setpriv
+
+    setCipherKey();
+    const QString name = "svtest-" + QString::number(getpid()) + "/run.slg";
+    const QByteArray line = encryptText(u"3/14/2026,10:00:00 AM,.,.,.,21.5,"_s).toLatin1();
+    QProcess helper;
+    helper.start("setpriv",
+                 asUser(kBob, "--groups=" + users) +
+                     QStringList{"sh", "-c", "exec \"$0\" serve", helperDir + "/sorvantel-sealer"});
+    QVERIFY(helper.waitForStarted());
+    helper.write("L 1 " + name.toUtf8().toHex() + ' ' +
+                 QByteArray::fromStdString(seal::toHex(seal::sha256(line.toStdString()))) + '\n');
+    helper.closeWriteChannel();
+    QVERIFY(helper.waitForFinished(30000));
+    const QString sealFile =
+        store + "/files/" + QString::fromStdString(seal::sealFileName(name.toStdString()));
+    const auto cleanUp = qScopeGuard([&] { QFile::remove(sealFile); });
+    QCOMPARE(helper.readAllStandardOutput(), QByteArray("READY\nOK 1\n"));
+
+    auto linesOf = [](const QString& path) {
+        std::vector<std::string> out;
+        for (const QByteArray& l : readBytes(path).split('\n'))
+            if (!l.isEmpty())
+                out.push_back(l.toStdString());
+        return out;
+    };
+    const std::vector<std::string> site = linesOf(store + "/site");
+    QVERIFY(site.size() >= 3);
+    const std::string siteId = seal::fromHex(site[1], 16).value_or("");
+    const seal::DayChain days =
+        seal::checkDays(siteId, seal::fromHex(site[2], 32).value_or(""), linesOf(store + "/days"));
+    QVERIFY(days.fault.empty());
+    const std::vector<std::string> seals = linesOf(sealFile);
+    const auto check = [&](const QByteArray& recordLine) {
+        return seal::checkFile(siteId, days, name.toStdString(), {recordLine.toStdString()}, seals);
+    };
+    QVERIFY(check(line).intact);
+    const QByteArray forged =
+        encryptText(decryptText(QString::fromLatin1(line)).replace("21.5", "25.0")).toLatin1();
+    QCOMPARE(check(forged).findings,
+             std::vector<std::string>{"line 1 altered (sealed by svtestbob)"});
 }
 
 QTEST_MAIN(TstRealAccounts)
