@@ -202,31 +202,37 @@ std::string chainLink(std::string_view message, std::string_view signature) {
 
 std::string sealMessage(std::string_view site, std::string_view fileName, const SealEntry& entry,
                         std::string_view previousLink) {
-    const bool gap = entry.kind == SealEntry::Kind::Gap;
-    std::string m = gap ? "sorvantel gap 1\n" : "sorvantel seal 1\n";
-    m += toHex(site) + '\n';
-    m += std::string(fileName) + '\n';
-    m += field(entry.first);
-    if (gap)
-        m += field(entry.last);
-    m += field(entry.time);
-    m += entry.account + '\n';
-    if (!gap)
-        m += toHex(entry.lineHash) + '\n';
-    m += field(entry.day);
-    m += (previousLink.empty() ? std::string("-") : toHex(previousLink)) + '\n';
-    return m;
+    std::string m;
+    switch (entry.kind) {
+    case SealEntry::Kind::Line:
+        m = "sorvantel seal 2\n" + toHex(site) + '\n' + std::string(fileName) + '\n' +
+            field(entry.first) + field(entry.time) + entry.account + '\n' + toHex(entry.lineHash) +
+            '\n';
+        break;
+    case SealEntry::Kind::Gap:
+        m = "sorvantel gap 2\n" + toHex(site) + '\n' + std::string(fileName) + '\n' +
+            field(entry.first) + field(entry.last) + field(entry.time) + entry.account + '\n';
+        break;
+    case SealEntry::Kind::Signature:
+        m = "sorvantel signature 2\n" + toHex(site) + '\n' + std::string(fileName) + '\n' +
+            field(entry.time) + field(entry.day);
+        break;
+    }
+    return m + (previousLink.empty() ? std::string("-") : toHex(previousLink)) + '\n';
 }
 
-std::optional<std::string> signEntry(std::string_view site, std::string_view fileName,
-                                     SealEntry& entry, std::string_view previousLink,
-                                     std::string_view daySecret) {
+std::optional<std::string> chainEntry(std::string_view site, std::string_view fileName,
+                                      SealEntry& entry, std::string_view previousLink,
+                                      std::string_view daySecret) {
     const std::string message = sealMessage(site, fileName, entry, previousLink);
-    const std::optional<std::string> signature = sign(daySecret, message);
-    if (!signature)
-        return std::nullopt;
-    entry.signature = *signature;
-    return chainLink(message, *signature);
+    entry.signature.clear();
+    if (entry.kind == SealEntry::Kind::Signature) {
+        const std::optional<std::string> signature = sign(daySecret, message);
+        if (!signature)
+            return std::nullopt;
+        entry.signature = *signature;
+    }
+    return chainLink(message, entry.signature);
 }
 
 std::string formatDay(const DayEntry& day) {
@@ -247,20 +253,25 @@ std::optional<DayEntry> parseDay(std::string_view line) {
 }
 
 std::string formatSeal(const SealEntry& e) {
-    if (e.kind == SealEntry::Kind::Gap)
+    switch (e.kind) {
+    case SealEntry::Kind::Gap:
         return "G " + std::to_string(e.first) + ' ' + std::to_string(e.last) + ' ' +
-               std::to_string(e.time) + ' ' + e.account + ' ' + std::to_string(e.day) + ' ' +
+               std::to_string(e.time) + ' ' + e.account;
+    case SealEntry::Kind::Signature:
+        return "V " + std::to_string(e.time) + ' ' + std::to_string(e.day) + ' ' +
                toHex(e.signature);
+    case SealEntry::Kind::Line:
+        break;
+    }
     return "S " + std::to_string(e.first) + ' ' + std::to_string(e.time) + ' ' + e.account + ' ' +
-           toHex(e.lineHash) + ' ' + std::to_string(e.day) + ' ' + toHex(e.signature);
+           toHex(e.lineHash);
 }
 
 std::optional<SealEntry> parseSeal(std::string_view line) {
     const std::vector<std::string_view> f = fields(line);
     SealEntry e;
-    std::optional<int64_t> first, last, time, day;
-    std::optional<std::string> signature;
-    if (f.size() == 7 && f[0] == "S") {
+    std::optional<int64_t> first, last, time;
+    if (f.size() == 5 && f[0] == "S") {
         first = last = number(f[1]);
         time = number(f[2]);
         e.account = std::string(f[3]);
@@ -268,27 +279,31 @@ std::optional<SealEntry> parseSeal(std::string_view line) {
         if (!hash)
             return std::nullopt;
         e.lineHash = *hash;
-        day = number(f[5]);
-        signature = fromHex(f[6], kSignatureBytes);
-    } else if (f.size() == 7 && f[0] == "G") {
+    } else if (f.size() == 5 && f[0] == "G") {
         e.kind = SealEntry::Kind::Gap;
         first = number(f[1]);
         last = number(f[2]);
         time = number(f[3]);
         e.account = std::string(f[4]);
-        day = number(f[5]);
-        signature = fromHex(f[6], kSignatureBytes);
+    } else if (f.size() == 4 && f[0] == "V") {
+        e.kind = SealEntry::Kind::Signature;
+        time = number(f[1]);
+        const auto day = number(f[2]);
+        const auto signature = fromHex(f[3], kSignatureBytes);
+        if (!time || !day || *day < 1 || *day > 1000000 || !signature)
+            return std::nullopt;
+        e.time = *time;
+        e.day = int(*day);
+        e.signature = *signature;
+        return e;
     } else {
         return std::nullopt;
     }
-    if (!first || !last || !time || !day || !signature || *first < 1 || *last < *first ||
-        *day < 1 || *day > 1000000 || !isAccount(e.account))
+    if (!first || !last || !time || *first < 1 || *last < *first || !isAccount(e.account))
         return std::nullopt;
     e.first = *first;
     e.last = *last;
     e.time = *time;
-    e.day = int(*day);
-    e.signature = *signature;
     return e;
 }
 
@@ -365,6 +380,9 @@ struct Sealed {
     std::vector<std::string> hashes;
     std::vector<std::string> accounts;
     int64_t lastSeal = 0;
+    // Lines chained after the last signature: sealed, but vouched for by nothing yet.
+    int64_t unsignedFirst = 0;
+    int64_t unsignedLast = 0;
 };
 
 void note(FileCheck& check, FileCheck::Severity severity, std::string finding) {
@@ -380,90 +398,142 @@ std::string lines(int64_t first, int64_t last) {
                          : "lines " + std::to_string(first) + ".." + std::to_string(last);
 }
 
+struct Walked {
+    SealEntry entry;
+    std::string message;
+};
+
+// The lines that entries from..to (indexes of the walk) seal.
+std::string linesOf(const std::vector<Walked>& walked, size_t from, size_t to) {
+    int64_t first = 0;
+    int64_t last = 0;
+    for (size_t k = from; k <= to && k < walked.size(); ++k) {
+        if (walked[k].entry.kind == SealEntry::Kind::Signature)
+            continue;
+        first = first ? first : walked[k].entry.first;
+        last = walked[k].entry.last;
+    }
+    if (first)
+        return lines(first, last);
+    // Signatures alone: named by the line they follow.
+    for (size_t k = std::min(from, walked.size()); k-- > 0;)
+        if (walked[k].entry.kind != SealEntry::Kind::Signature)
+            return "after line " + std::to_string(walked[k].entry.last);
+    return "before line 1";
+}
+
 // Walks the chain; a finding stops it, since no entry after a broken one can be trusted. Each
-// entry's message holds the link of the one before it, so the signature of the last entry a day
-// key made vouches for every entry up to it: only those are checked, and the entries one by one
-// only when one of them fails, to name the entry.
+// entry's message holds the link of the one before it, so a signature vouches for every entry
+// up to it, and the last signature of each day key for the whole day: only those are checked,
+// and the day's signatures one by one only when it fails, to find where the chain was changed.
 Sealed walkChain(std::string_view site, const DayChain& days, std::string_view fileName,
                  const std::vector<std::string>& sealLines, FileCheck& check) {
-    struct Walked {
-        SealEntry entry;
-        std::string message;
-    };
     std::vector<Walked> walked;
+    std::vector<size_t> signatures; // the walk's indexes of its signatures
     std::string link;
-    for (size_t i = 1; i < sealLines.size(); ++i) {
-        const int64_t next = walked.empty() ? 1 : walked.back().entry.last + 1;
+    int64_t next = 1;
+    size_t run = 0; // the first entry after the last signature
+    bool broken = false;
+    for (size_t i = 1; i < sealLines.size() && !broken; ++i) {
         const std::optional<SealEntry> e = parseSeal(sealLines[i]);
-        if (!e) {
+        broken = true;
+        if (!e && i + 1 == sealLines.size()) {
+            // The last entry cut short by a crash of the helper or the machine: its lines were
+            // never answered, and are not sealed.
+            note(check, FileCheck::Incomplete,
+                 "seal entry " + std::to_string(i) + " cut short (written as sealing stopped)");
+            continue;
+        } else if (!e) {
             note(check, FileCheck::Damaged,
                  "seal entry " + std::to_string(i) + " damaged: seals of lines from " +
                      std::to_string(next) + " on cannot be checked");
-            break;
-        }
-        if (e->day > int(days.days.size())) {
-            note(check, FileCheck::Mismatch,
-                 "seal of " + lines(e->first, e->last) +
-                     " by a day key the store has not certified");
-            break;
-        }
-        const DayEntry& day = days.days[size_t(e->day - 1)];
-        if (utcDate(e->time) != day.date) {
-            note(check, FileCheck::Mismatch,
-                 "seal of " + lines(e->first, e->last) + " dated " + utcDate(e->time) +
-                     " by the key of " + day.date);
-            break;
-        }
-        if (e->first > next) {
+            continue;
+        } else if (e->kind == SealEntry::Kind::Signature) {
+            if (e->day > int(days.days.size())) {
+                note(check, FileCheck::Mismatch,
+                     "seal of " + linesOf(walked, run, walked.size()) +
+                         " signed by a day key the store has not certified");
+                continue;
+            }
+            const std::string& date = days.days[size_t(e->day - 1)].date;
+            size_t stray = run; // the first entry it signs that is not of its key's day
+            while (stray < walked.size() && utcDate(walked[stray].entry.time) == date)
+                ++stray;
+            if (stray < walked.size()) {
+                note(check, FileCheck::Mismatch,
+                     "seal of " + linesOf(walked, stray, stray) + " dated " +
+                         utcDate(walked[stray].entry.time) + " by the key of " + date);
+                continue;
+            }
+            if (utcDate(e->time) != date) {
+                note(check, FileCheck::Mismatch,
+                     "signature of " + linesOf(walked, run, walked.size()) + " dated " +
+                         utcDate(e->time) + " by the key of " + date);
+                continue;
+            }
+            signatures.push_back(walked.size());
+        } else if (e->first > next) {
             note(check, FileCheck::Mismatch,
                  "seals missing: " + lines(next, e->first - 1) + " without a seal entry");
-            break;
-        }
-        if (e->first < next) {
+            continue;
+        } else if (e->first < next) {
             note(check, FileCheck::Mismatch,
                  "seal entry " + std::to_string(i) + " (" + lines(e->first, e->last) +
                      ") repeats or goes back in the chain");
-            break;
+            continue;
+        } else {
+            next = e->last + 1;
         }
+        broken = false;
         std::string message = sealMessage(site, fileName, *e, link);
         link = chainLink(message, e->signature);
         walked.push_back({*e, std::move(message)});
+        if (e->kind == SealEntry::Kind::Signature)
+            run = walked.size();
     }
-    auto good = [&](size_t k) {
-        const Walked& w = walked[k];
+    auto good = [&](size_t s) {
+        const Walked& w = walked[signatures[s]];
         return verify(days.days[size_t(w.entry.day - 1)].publicKey, w.message, w.entry.signature);
     };
-    size_t trusted = walked.size();
-    size_t segmentStart = 0;
-    for (size_t k = 0; k < walked.size(); ++k) {
-        const bool endsItsDay =
-            k + 1 == walked.size() || walked[k + 1].entry.day != walked[k].entry.day;
+    size_t trusted = 0; // entries vouched for by a good signature
+    size_t dayStart = 0;
+    bool forged = false;
+    for (size_t s = 0; s < signatures.size() && !forged; ++s) {
+        const bool endsItsDay = s + 1 == signatures.size() || walked[signatures[s + 1]].entry.day !=
+                                                                  walked[signatures[s]].entry.day;
         if (!endsItsDay)
             continue;
-        if (good(k)) {
-            segmentStart = k + 1;
+        if (good(s)) {
+            dayStart = s + 1;
+            trusted = signatures[s] + 1;
             continue;
         }
-        // Each entry's message holds the link of the one before, so from the first entry that
-        // was changed on, no signature holds: the first that fails is found by halving.
-        size_t bad = segmentStart;
-        for (size_t last = k; bad < last;) {
+        // From the first entry that was changed on, no signature holds: the first that fails
+        // is found by halving, and the change lies among the entries it signed.
+        size_t bad = dayStart;
+        for (size_t last = s; bad < last;) {
             const size_t mid = bad + (last - bad) / 2;
             if (good(mid))
                 bad = mid + 1;
             else
                 last = mid;
         }
+        const size_t from = bad == 0 ? 0 : signatures[bad - 1] + 1;
         note(check, FileCheck::Mismatch,
-             "seal entry " + std::to_string(bad + 1) + " (" +
-                 lines(walked[bad].entry.first, walked[bad].entry.last) +
+             "seal entries " + std::to_string(from + 1) + ".." +
+                 std::to_string(signatures[bad] + 1) + " (" +
+                 linesOf(walked, from, signatures[bad]) +
                  ") altered, removed or moved: seals from there on cannot be checked");
-        trusted = bad;
-        break;
+        trusted = from;
+        forged = true;
     }
     Sealed sealed;
     for (size_t k = 0; k < trusted; ++k) {
         const SealEntry& e = walked[k].entry;
+        if (e.kind == SealEntry::Kind::Signature) {
+            sealed.lastSeal = e.time;
+            continue;
+        }
         for (int64_t n = e.first; n <= e.last; ++n) {
             sealed.hashes.push_back(e.kind == SealEntry::Kind::Line ? e.lineHash : std::string());
             sealed.accounts.push_back(e.account);
@@ -472,7 +542,10 @@ Sealed walkChain(std::string_view site, const DayChain& days, std::string_view f
             note(check, FileCheck::Incomplete,
                  lines(e.first, e.last) + " written while sealing was away (a gap " +
                      "recorded by " + e.account + ", not a forgery)");
-        sealed.lastSeal = e.time;
+    }
+    if (!broken && !forged && trusted < walked.size()) {
+        sealed.unsignedFirst = walked[trusted].entry.first;
+        sealed.unsignedLast = walked.back().entry.last;
     }
     return sealed;
 }
@@ -557,15 +630,22 @@ FileCheck checkFile(std::string_view site, const DayChain& days, std::string_vie
         note(check, FileCheck::Mismatch,
              "file cut short after line " + std::to_string(m) + ": " + lines(j + 1, n) +
                  " sealed but not in the file");
-    if (i < m) {
-        if (i + 1 == m)
-            note(check, FileCheck::Incomplete,
-                 "line " + std::to_string(m) +
-                     " never sealed (the last line, written as the workstation or its "
-                     "sealing stopped)");
-        else
-            note(check, FileCheck::Incomplete, "seals missing: " + lines(i + 1, m) + " not sealed");
+    int64_t from = i + 1; // the first line of the file no trusted seal covers
+    if (from <= m && sealed.unsignedFirst == from) {
+        const int64_t to = std::min(m, sealed.unsignedLast);
+        note(check, FileCheck::Incomplete,
+             lines(from, to) +
+                 " sealed but not yet signed (the helper signs within seconds, unless it "
+                 "stopped first)");
+        from = to + 1;
     }
+    if (from == m)
+        note(check, FileCheck::Incomplete,
+             "line " + std::to_string(m) +
+                 " never sealed (the last line, written as the workstation or its "
+                 "sealing stopped)");
+    else if (from < m)
+        note(check, FileCheck::Incomplete, "seals missing: " + lines(from, m) + " not sealed");
     check.intact = check.findings.empty();
     return check;
 }

@@ -41,34 +41,46 @@ struct DayEntry {
     bool operator==(const DayEntry&) const = default;
 };
 
-// One entry of a record file's seal chain: a line sealed, or a gap of lines that were written
-// while no seal could be had.
+// One entry of a record file's seal chain: a line sealed, a gap of lines that were written
+// while no seal could be had, or the signature of every entry before it. Lines and gaps are
+// chained by hash as they come; the helper signs the chain at most every few seconds, since a
+// signature costs more than the line it would seal.
 struct SealEntry {
-    enum class Kind { Line, Gap };
+    enum class Kind { Line, Gap, Signature };
     Kind kind = Kind::Line;
     int64_t first = 0; // the line sealed, or the first line of the gap (from 1)
     int64_t last = 0;  // the same line, or the last line of the gap
     int64_t time = 0;  // seconds since 1970-01-01 UTC
     std::string account;
-    std::string lineHash; // raw SHA-256 of the line without its line end; empty for a gap
-    int day = 0;
+    std::string lineHash; // raw SHA-256 of the line without its line end (a line's)
+    int day = 0;          // the day key that signed (a signature's)
     std::string signature;
     bool operator==(const SealEntry&) const = default;
+
+    static SealEntry line(int64_t n, int64_t time, std::string account, std::string lineHash) {
+        return {Kind::Line, n, n, time, std::move(account), std::move(lineHash), 0, {}};
+    }
+    static SealEntry gap(int64_t first, int64_t last, int64_t time, std::string account) {
+        return {Kind::Gap, first, last, time, std::move(account), {}, 0, {}};
+    }
+    static SealEntry signedBy(int day, int64_t time) {
+        return {Kind::Signature, 0, 0, time, {}, {}, day, {}};
+    }
 };
 
-// The exact bytes signed. A seal entry's message holds the link of the entry before it (empty
-// for the first): the SHA-256 of that entry's message followed by its signature.
+// The exact bytes of an entry. Each holds the link of the entry before it (empty for the first):
+// the SHA-256 of that entry's message followed by its signature, if it has one.
 std::string dayMessage(std::string_view site, const DayEntry& day);
 std::string sealMessage(std::string_view site, std::string_view fileName, const SealEntry& entry,
                         std::string_view previousLink);
 std::string chainLink(std::string_view message, std::string_view signature);
 
-// Signs an entry (its kind, lines, time, account, hash and day set) as the next of a chain whose
-// last link is previousLink; returns the link the entry after it takes. Nothing when the key
+// Takes an entry as the next of a chain whose last link is previousLink, signing it with the day
+// key when it is a signature; returns the link the entry after it takes. Nothing when the key
 // cannot sign.
-std::optional<std::string> signEntry(std::string_view site, std::string_view fileName,
-                                     SealEntry& entry, std::string_view previousLink,
-                                     std::string_view daySecret);
+std::optional<std::string> chainEntry(std::string_view site, std::string_view fileName,
+                                      SealEntry& entry, std::string_view previousLink,
+                                      std::string_view daySecret = {});
 
 // The text lines of the store, without their line end.
 std::string formatDay(const DayEntry& day);

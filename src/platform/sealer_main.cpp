@@ -7,11 +7,17 @@
 //
 // It takes nothing from its caller but the lines to seal: the store, the clock and the keys are
 // its own, and the account named in each seal is the caller's real user.
+//
+// A signature costs more than logging the line it seals, so the helper seals in rounds: it takes
+// the lines that come within a round, chains them by hash and signs each file's chain once at
+// the round's end, then answers. Nothing is answered before it is signed and written; the
+// workstation hands lines that were never answered to the next helper it starts.
 
 #include "seal_core.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,6 +25,7 @@
 #include <fcntl.h>
 #include <map>
 #include <optional>
+#include <poll.h>
 #include <pwd.h>
 #include <string>
 #include <sys/stat.h>
@@ -30,6 +37,17 @@ constexpr size_t kSiteBytes = 16;
 // A request: "L <line number> <file name in hex> <SHA-256 of the line in hex>".
 constexpr size_t kLongestRequest = 1u << 16;
 constexpr size_t kLongestName = 1024;
+// How long lines gather before they are signed: at one line a second a signature for each line
+// would cost more than the logging.
+constexpr int kRoundMs = 10000;
+
+int roundMs() {
+#ifdef SORVANTEL_SEAL_TEST
+    if (const char* ms = std::getenv("SORVANTEL_SEAL_ROUND_MS"))
+        return std::atoi(ms);
+#endif
+    return kRoundMs;
+}
 
 std::string storePath() {
 #ifdef SORVANTEL_SEAL_TEST
@@ -134,11 +152,6 @@ bool appendLine(const std::string& path, const std::string& line) {
     return ok;
 }
 
-// The same onto a file kept open.
-bool appendLine(int fd, const std::string& line) {
-    return writeAll(fd, line + "\n") && fdatasync(fd) == 0;
-}
-
 struct DayKey {
     int index = 0;
     std::string date;
@@ -161,11 +174,16 @@ std::string formatKey(const DayKey& key) {
     return "K " + std::to_string(key.index) + ' ' + key.date + ' ' + seal::toHex(key.secret) + "\n";
 }
 
-// A record file's chain as the helper left it: where the next line goes, the link it takes, and
-// its seal file, kept open for the next seal.
+// A record file's chain: where the next line goes and the link it takes, the entries taken in
+// this round and not yet written, and what is signed on the disk, to fall back to when the
+// round cannot be written. Its seal file is kept open.
 struct Chain {
     int64_t next = 1;
     std::string link;
+    std::string taken;
+    int64_t lastTaken = 0; // the time of the last entry taken
+    int64_t signedNext = 1;
+    std::string signedLink;
     int fd = -1;
 };
 
@@ -218,43 +236,61 @@ public:
         return seal::toHex(verification->publicKey);
     }
 
-    // Seals line n of a file by its hash, recording first a gap for the lines it never heard of.
-    std::string seal(const std::string& fileName, int64_t n, const std::string& lineHash,
+    // Takes line n of a file by its hash into the round, after a gap for the lines it never
+    // heard of. The first line of a new day ends the round of the day before: that day's key
+    // signs it and then goes.
+    std::string take(const std::string& fileName, int64_t n, const std::string& lineHash,
                      const std::string& account) {
         const int64_t time = now();
         const std::string date = seal::utcDate(time);
         if (date < m_key.date)
             return "the clock stands before the day of the key";
-        if (date > m_key.date && !nextDay(date))
+        if (date > m_key.date && !(signAll() && nextDay(date)))
             return "no key for the new day";
         Chain* chain = chainOf(fileName);
         if (!chain)
             return "the seal file cannot be read or made";
         if (n < chain->next)
             return "line already sealed";
-        std::string lines;
-        std::string link = chain->link;
         if (n > chain->next) {
-            seal::SealEntry gap{
-                seal::SealEntry::Kind::Gap, chain->next, n - 1, time, account, {}, m_key.index, {}};
-            const auto next = seal::signEntry(m_site, fileName, gap, link, m_key.secret);
-            if (!next)
-                return "the day key cannot sign";
-            link = *next;
-            lines += seal::formatSeal(gap) + "\n";
+            seal::SealEntry gap = seal::SealEntry::gap(chain->next, n - 1, time, account);
+            chain->link = *seal::chainEntry(m_site, fileName, gap, chain->link);
+            chain->taken += seal::formatSeal(gap) + "\n";
         }
-        seal::SealEntry entry{
-            seal::SealEntry::Kind::Line, n, n, time, account, lineHash, m_key.index, {}};
-        const auto next = seal::signEntry(m_site, fileName, entry, link, m_key.secret);
-        if (!next)
-            return "the day key cannot sign";
-        lines += seal::formatSeal(entry);
-        if (!appendLine(chain->fd, lines))
-            return "the seal cannot be written";
+        seal::SealEntry entry = seal::SealEntry::line(n, time, account, lineHash);
+        chain->link = *seal::chainEntry(m_site, fileName, entry, chain->link);
+        chain->taken += seal::formatSeal(entry) + "\n";
         chain->next = n + 1;
-        chain->link = *next;
+        chain->lastTaken = time;
         return {};
     }
+
+    // Ends the round of every file: a signature after its lines, on the disk. A file whose
+    // round could not be written is back where it was signed; its lines were not sealed.
+    bool signAll() {
+        bool all = true;
+        for (auto& [name, chain] : m_chains)
+            all = signRound(name, chain) && all;
+        return all;
+    }
+
+    // On the disk before the helper ends.
+    void syncAll() {
+        for (auto& entry : m_chains)
+            fdatasync(entry.second.fd);
+    }
+
+    // Whether line n of a file is signed on the disk, since the last forget().
+    bool isSigned(const std::string& fileName, int64_t n) const {
+        const auto chain = m_chains.find(fileName);
+        if (chain == m_chains.end() || n >= chain->second.signedNext)
+            return false;
+        const auto lost = m_lost.find(fileName);
+        return lost == m_lost.end() ||
+               std::none_of(lost->second.begin(), lost->second.end(),
+                            [n](const auto& r) { return n >= r.first && n <= r.second; });
+    }
+    void forget() { m_lost.clear(); }
 
 private:
     // The first seal of a new day: its key, certified by the key of the day before, whose secret
@@ -276,20 +312,44 @@ private:
         return true;
     }
 
+    bool signRound(const std::string& fileName, Chain& chain) {
+        if (chain.taken.empty())
+            return true;
+        // Dated as its last line, so that a round is signed by the key of its own day.
+        seal::SealEntry signature = seal::SealEntry::signedBy(m_key.index, chain.lastTaken);
+        const auto link = seal::chainEntry(m_site, fileName, signature, chain.link, m_key.secret);
+        const off_t before = lseek(chain.fd, 0, SEEK_END);
+        // Not synced: a round survives a crash of any process as the record lines do, and a
+        // failure of the machine costs at most the seals the system had not yet written back,
+        // whose lines a check then names not sealed. A sync a round would cost more than the
+        // logging at one line a second.
+        const bool written = link && before >= 0 &&
+                             writeAll(chain.fd, chain.taken + seal::formatSeal(signature) + "\n");
+        chain.taken.clear();
+        if (!written) {
+            m_lost[fileName].emplace_back(chain.signedNext, chain.next - 1);
+            if (before >= 0 && ftruncate(chain.fd, before) == 0)
+                fdatasync(chain.fd);
+            chain.next = chain.signedNext;
+            chain.link = chain.signedLink;
+            return false;
+        }
+        chain.link = chain.signedLink = *link;
+        chain.signedNext = chain.next;
+        return true;
+    }
+
     Chain* chainOf(const std::string& fileName) {
         if (auto it = m_chains.find(fileName); it != m_chains.end())
             return &it->second;
         const std::string path = m_folder + "/files/" + seal::sealFileName(fileName);
         Chain chain;
         if (const auto text = readFile(path)) {
-            // A last entry cut by a crash was never answered: it goes, and the line it would
-            // have sealed is sealed again or recorded as a gap.
-            const size_t whole = text->rfind('\n');
-            if (whole + 1 != text->size() &&
-                truncate(path.c_str(), off_t(whole == std::string::npos ? 0 : whole + 1)) != 0)
-                return nullptr;
-            const std::vector<std::string> lines =
-                splitLines(text->substr(0, whole == std::string::npos ? 0 : whole + 1));
+            // What follows the last signature was never answered (a helper stopped mid-round, or
+            // an entry cut by a crash): it goes, and the workstation hands its lines over again.
+            const std::vector<std::string> lines = splitLines(*text);
+            size_t keep = 0; // bytes up to the end of the last signature
+            size_t at = 0;
             if (lines.empty()) {
                 if (!startFile(path, fileName))
                     return nullptr;
@@ -297,18 +357,34 @@ private:
                 const auto header = seal::parseFileHeader(lines[0]);
                 if (!header || header->first != m_site || header->second != fileName)
                     return nullptr;
+                at = keep = lines[0].size() + 1;
+                std::string link;
+                int64_t next = 1;
                 for (size_t i = 1; i < lines.size(); ++i) {
+                    at += lines[i].size() + 1;
+                    if (at > text->size())
+                        break; // cut short by a crash
                     const auto e = seal::parseSeal(lines[i]);
                     if (!e)
                         return nullptr;
-                    chain.link = seal::chainLink(
-                        seal::sealMessage(m_site, fileName, *e, chain.link), e->signature);
-                    chain.next = e->last + 1;
+                    link = seal::chainLink(seal::sealMessage(m_site, fileName, *e, link),
+                                           e->signature);
+                    if (e->kind != seal::SealEntry::Kind::Signature) {
+                        next = e->last + 1;
+                        continue;
+                    }
+                    keep = at;
+                    chain.link = link;
+                    chain.next = next;
                 }
             }
+            if (keep < text->size() && truncate(path.c_str(), off_t(keep)) != 0)
+                return nullptr;
         } else if (errno != ENOENT || !startFile(path, fileName)) {
             return nullptr;
         }
+        chain.signedLink = chain.link;
+        chain.signedNext = chain.next;
         chain.fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
         if (chain.fd < 0)
             return nullptr;
@@ -329,6 +405,8 @@ private:
     std::string m_site;
     DayKey m_key;
     std::map<std::string, Chain> m_chains;
+    // Lines of each file taken in this round whose round could not be written.
+    std::map<std::string, std::vector<std::pair<int64_t, int64_t>>> m_lost;
 };
 
 std::string callerAccount() {
@@ -368,40 +446,94 @@ bool parseRequest(const std::string& request, int64_t* n, std::string* name, std
     return true;
 }
 
-int serve(Store& store) {
-    const std::string account = callerAccount();
-    std::string pending;
+// Reads what standard input holds; false at its end or when it fails. With wait, blocks until
+// something comes.
+bool readInput(std::string& pending, bool wait) {
     char buffer[65536];
     for (;;) {
-        const ssize_t got = read(STDIN_FILENO, buffer, sizeof buffer);
+        pollfd in{STDIN_FILENO, POLLIN, 0};
+        const int ready = poll(&in, 1, wait ? -1 : 0);
+        if (ready < 0 && errno == EINTR)
+            continue;
+        if (ready == 0)
+            return true;
+        const ssize_t got = ready < 0 ? -1 : read(STDIN_FILENO, buffer, sizeof buffer);
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)
-            return 0;
+            return false;
         pending.append(buffer, size_t(got));
-        size_t end;
-        while ((end = pending.find('\n')) != std::string::npos) {
-            const std::string request = pending.substr(0, end);
-            pending.erase(0, end + 1);
-            int64_t n = 0;
-            std::string name, hash;
-            if (!parseRequest(request, &n, &name, &hash)) {
-                reply("ER 0 request not understood");
-                continue;
-            }
-            const std::string why = store.seal(name, n, hash, account);
-            reply(why.empty() ? "OK " + std::to_string(n) : "ER " + std::to_string(n) + ' ' + why);
+        wait = false;
+    }
+}
+
+void pauseMs(int ms) {
+    timespec left{ms / 1000, long(ms % 1000) * 1000000L};
+    while (nanosleep(&left, &left) != 0 && errno == EINTR) {
+    }
+}
+
+int serve(Store& store) {
+    const std::string account = callerAccount();
+    struct Request {
+        int64_t n = 0;
+        std::string name;
+        std::string refused; // why it was not taken
+    };
+    std::vector<Request> round;
+    std::string pending;
+    auto takeAll = [&] {
+        size_t at = 0;
+        for (size_t end; (end = pending.find('\n', at)) != std::string::npos; at = end + 1) {
+            Request r;
+            std::string hash;
+            if (!parseRequest(pending.substr(at, end - at), &r.n, &r.name, &hash))
+                r = {0, {}, "request not understood"};
+            else
+                r.refused = store.take(r.name, r.n, hash, account);
+            round.push_back(std::move(r));
         }
-        if (pending.size() > kLongestRequest) {
-            reply("ER 0 request too long");
+        pending.erase(0, at);
+        return pending.size() <= kLongestRequest;
+    };
+    for (bool open = true; open;) {
+        open = readInput(pending, true);
+        bool sane = takeAll();
+        // The round: what comes in the next while is signed together with these lines.
+        if (open && sane && !round.empty() && roundMs() > 0) {
+            pauseMs(roundMs());
+            open = readInput(pending, false);
+            sane = takeAll();
+        }
+        store.signAll();
+        std::string answers;
+        for (const Request& r : round) {
+            const std::string n = std::to_string(r.n);
+            if (r.refused.empty() && !store.isSigned(r.name, r.n))
+                answers += "ER " + n + " the seal cannot be written\n";
+            else
+                answers +=
+                    r.refused.empty() ? "OK " + n + "\n" : "ER " + n + ' ' + r.refused + "\n";
+        }
+        round.clear();
+        store.forget();
+        if (!sane) {
+            reply(answers + "ER 0 request too long");
             return 2;
         }
+        if (!answers.empty() && !writeAll(STDOUT_FILENO, answers))
+            break;
     }
+    store.syncAll();
+    return 0;
 }
 } // namespace
 
 int main(int argc, char** argv) {
     umask(077);
+    // A workstation gone before its answers ends the helper's writes, not the helper: it still
+    // signs and syncs what it took.
+    std::signal(SIGPIPE, SIG_IGN);
     const std::string command = argc == 2 ? argv[1] : "";
     Store store(storePath());
     std::string why;

@@ -12,9 +12,19 @@
 
 namespace {
 QPointer<SealClient> gSealClient;
-QHash<QString, qint64> gLineCounts;
-// A helper that has left lines unanswered this long is taken for hung.
-constexpr qint64 kAnswerMs = 10000;
+// Each record file seen: its name as the store knows it, in the request's hex, and the number
+// of its last line.
+struct SealedFile {
+    QByteArray nameHex;
+    qint64 lines = 0;
+};
+QHash<QString, SealedFile> gFiles;
+// A helper that has left lines unanswered this long is taken for hung; it answers each round of
+// lines ten seconds after its first.
+constexpr qint64 kAnswerMs = 30000;
+// Past this many unanswered lines the oldest are left to become a gap: a helper that takes
+// lines and never answers must not grow the workstation without end.
+constexpr qsizetype kMostUnanswered = 100000;
 
 qint64 linesIn(const QString& path) {
     QFile f(path);
@@ -71,9 +81,16 @@ void SealClient::start() {
     connect(m_process, &QProcess::finished, this,
             [this] { stopped(QStringLiteral("the sealing helper stopped")); });
     m_process->start();
+    // What the helper before it never answered goes first, in the order it was written; the
+    // helper reads it once it is ready.
+    for (const QByteArray& request : std::as_const(m_unanswered))
+        m_process->write(request);
+    if (!m_unanswered.isEmpty())
+        m_watch->start();
 }
 
 void SealClient::readAnswers() {
+    bool answered = false;
     while (m_process && m_process->canReadLine()) {
         const QByteArray answer = m_process->readLine().trimmed();
         if (answer == "READY") {
@@ -83,14 +100,16 @@ void SealClient::readAnswers() {
         } else if (answer.startsWith("ER 0 ") && !m_ready) {
             stopped(QString::fromUtf8(answer.mid(5)));
             return;
-        } else if (m_pending > 0) {
-            // Each answer gives the helper its time again for the lines still waiting.
-            if (--m_pending > 0)
-                m_watch->start();
-            else
-                m_watch->stop();
+        } else if (!m_unanswered.isEmpty()) {
+            m_unanswered.removeFirst();
+            answered = true;
         }
     }
+    // Answers give the helper its time again for the lines still waiting.
+    if (answered && !m_unanswered.isEmpty())
+        m_watch->start();
+    else if (answered)
+        m_watch->stop();
 }
 
 void SealClient::stopped(const QString& why) {
@@ -104,24 +123,27 @@ void SealClient::stopped(const QString& why) {
     const bool wasOn = m_ready || !m_announced;
     m_ready = false;
     m_announced = true;
-    m_pending = 0;
     m_watch->stop();
     if (wasOn)
         emit sealingChanged(false, why);
     m_restart->start();
 }
 
-void SealClient::seal(const QString& name, qint64 n, const QByteArray& line) {
+void SealClient::seal(const QByteArray& nameHex, qint64 n, const QByteArray& line) {
     // Not running: the helper records the line in a gap at its next seal. One still starting
     // takes the line into its pipe.
     if (!m_process || m_process->state() == QProcess::NotRunning)
         return;
-    if (m_pending == 0)
-        m_watch->start();
     // The helper seals the line's hash: the line itself need not cross the pipe.
-    m_process->write("L " + QByteArray::number(n) + ' ' + name.toUtf8().toHex() + ' ' +
-                     QCryptographicHash::hash(line, QCryptographicHash::Sha256).toHex() + '\n');
-    ++m_pending;
+    const QByteArray request = "L " + QByteArray::number(n) + ' ' + nameHex + ' ' +
+                               QCryptographicHash::hash(line, QCryptographicHash::Sha256).toHex() +
+                               '\n';
+    if (m_unanswered.size() >= kMostUnanswered)
+        m_unanswered.removeFirst();
+    m_unanswered.append(request);
+    if (m_unanswered.size() == 1)
+        m_watch->start();
+    m_process->write(request);
 }
 
 void installSealClient(SealClient* client) {
@@ -136,15 +158,15 @@ void sealWrittenLine(const QString& path, const QByteArray& line) {
     SealClient* client = gSealClient.data();
     if (!client)
         return;
-    auto count = gLineCounts.find(path);
-    if (count == gLineCounts.end())
-        count = gLineCounts.insert(path, linesIn(path));
+    auto file = gFiles.find(path);
+    if (file == gFiles.end())
+        file = gFiles.insert(
+            path, {QDir(gAppPath).relativeFilePath(path).toUtf8().toHex(), linesIn(path)});
     else
-        ++*count;
-    const QString name = QDir(gAppPath).relativeFilePath(path);
-    client->seal(name, *count, line);
+        ++file->lines;
+    client->seal(file->nameHex, file->lines, line);
 }
 
 void resetRecordSeals() {
-    gLineCounts.clear();
+    gFiles.clear();
 }

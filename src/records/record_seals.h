@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QList>
 #include <QObject>
 #include <QString>
 
@@ -11,8 +12,9 @@ class QTimer;
 // signature files, audit trails, alarm logs) is handed, once it is on the disk, to the sealing
 // helper, which runs with an account of its own and keeps the seals where the workstation's
 // accounts cannot write. The helper is started once and fed over its pipe; nothing here waits
-// for it. While it is missing, dead or refusing, lines are written as ever and the helper
-// records the lines it never heard of as a gap at its next seal.
+// for it. Lines it has not answered go again to the next helper started after it stops; while
+// it is missing or refusing, lines are written as ever and the helper records the lines it never
+// heard of as a gap at its next seal.
 class SealClient : public QObject {
     Q_OBJECT
 public:
@@ -24,10 +26,10 @@ public:
     // Whether sealing works has been found out once, either way.
     bool announced() const { return m_announced; }
     // One line (its bytes without the line end), line n from 1 of the record file named as the
-    // store knows it (relative to the application folder).
-    void seal(const QString& name, qint64 n, const QByteArray& line);
+    // store knows it (relative to the application folder, in UTF-8 as hex).
+    void seal(const QByteArray& nameHex, qint64 n, const QByteArray& line);
     // Lines handed over and not yet answered.
-    int pending() const { return m_pending; }
+    int pending() const { return int(m_unanswered.size()); }
     // The helper's process id, 0 while none runs.
     qint64 helperPid() const;
     void setRestartMs(int ms);
@@ -42,6 +44,7 @@ private:
     void start();
     void readAnswers();
     void stopped(const QString& why);
+    void send(const QByteArray& request);
 
     QString m_helper;
     QProcess* m_process = nullptr;
@@ -50,7 +53,8 @@ private:
     bool m_ready = false;
     // Said once whether sealing works, then at each change.
     bool m_announced = false;
-    int m_pending = 0;
+    // The requests handed over, in order, until the helper answers them.
+    QList<QByteArray> m_unanswered;
 };
 
 // The client lines go to; none (the start, the tests' default) leaves records unsealed.

@@ -55,31 +55,43 @@ previous = "-"
 sealed = 0
 gaps = []
 expected = 1
+unsigned_times = []  # entries since the last signature, which must share its key's day
 for entry in entries[1:]:
     f = entry.split(" ")
+    signature = ""
     if f[0] == "S":
-        _, n, time, account, line_hash, day, signature = f
-        first = last = int(n)
-        message = (f"sorvantel seal 1\n{site}\n{name}\n{n}\n{time}\n{account}\n"
-                   f"{line_hash}\n{day}\n{previous}\n")
-        if hashlib.sha256(lines[first - 1]).hexdigest() != line_hash:
-            fail(f"line {first} altered")
+        _, n, time, account, line_hash = f
+        message = (f"sorvantel seal 2\n{site}\n{name}\n{n}\n{time}\n{account}\n"
+                   f"{line_hash}\n{previous}\n")
+        if int(n) != expected:
+            fail("seals missing")
+        if hashlib.sha256(lines[int(n) - 1]).hexdigest() != line_hash:
+            fail(f"line {n} altered")
         sealed += 1
-    else:
-        _, first, last, time, account, day, signature = f
-        message = (f"sorvantel gap 1\n{site}\n{name}\n{first}\n{last}\n{time}\n{account}\n"
-                   f"{day}\n{previous}\n")
-        first, last = int(first), int(last)
+        expected += 1
+        unsigned_times.append(int(time))
+    elif f[0] == "G":
+        _, first, last, time, account = f
+        message = (f"sorvantel gap 2\n{site}\n{name}\n{first}\n{last}\n{time}\n{account}\n"
+                   f"{previous}\n")
+        if int(first) != expected:
+            fail("seals missing")
         gaps.append(f"{first}..{last}")
-    if first != expected:
-        fail("seals missing")
-    date, public = days[int(day)]
-    if datetime.fromtimestamp(int(time), timezone.utc).strftime("%Y-%m-%d") != date:
-        fail("seal dated outside its key's day")
-    verify(public, message.encode(), signature)
+        expected = int(last) + 1
+        unsigned_times.append(int(time))
+    else:
+        _, time, day, signature = f
+        message = f"sorvantel signature 2\n{site}\n{name}\n{time}\n{day}\n{previous}\n"
+        date, public = days[int(day)]
+        for t in unsigned_times + [int(time)]:
+            if datetime.fromtimestamp(t, timezone.utc).strftime("%Y-%m-%d") != date:
+                fail("seal dated outside its key's day")
+        verify(public, message.encode(), signature)
+        unsigned_times = []
     previous = hashlib.sha256(message.encode() + bytes.fromhex(signature)).hexdigest()
-    expected = last + 1
 
+if unsigned_times:
+    fail("entries after the last signature")
 if expected - 1 != len(lines):
     fail(f"{len(lines)} lines, {expected - 1} sealed")
 print(f"days {len(days)}, lines {len(lines)}, sealed {sealed}, gap {', '.join(gaps)}")

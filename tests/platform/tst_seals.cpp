@@ -59,6 +59,8 @@ struct Sealer {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert("SORVANTEL_SEAL_STORE", store);
         env.insert("SORVANTEL_SEAL_CLOCK_FILE", clockFile);
+        // A round for each line: each answer comes at once, after its line's signature.
+        env.insert("SORVANTEL_SEAL_ROUND_MS", "0");
         helper.setProcessEnvironment(env);
     }
     ~Sealer() {
@@ -136,10 +138,14 @@ void TstSeals::aSealedFileIsIntactAndEveryDamageIsNamed_data() {
         {"cut 4", "file cut short after line 4: lines 5..6 sealed but not in the file"},
         {"append", "line 7 never sealed (the last line"},
         {"append two", "seals missing: lines 7..8 not sealed"},
-        {"alter seal 3", "seal entry 3 (line 3) altered, removed or moved"},
+        {"alter seal 3", "seal entries 5..6 (line 3) altered, removed or moved"},
+        {"damaged seal 3", "seal entry 5 damaged: seals of lines from 3 on cannot be checked"},
+        {"torn last seal", "seal entry 12 cut short (written as sealing stopped)"},
         {"remove seal 3", "seals missing: line 3 without a seal entry"},
         {"swap seals 3", "seals missing: line 3 without a seal entry"},
-        {"repeat seal 3", "seal entry 4 (line 3) repeats or goes back in the chain"},
+        {"repeat seal 3", "seal entry 7 (line 3) repeats or goes back in the chain"},
+        {"unsigned", "line 6 sealed but not yet signed"},
+        {"foreign day", "seal of line 6 signed by a day key the store has not certified"},
         {"other site", "sealed by another installation"},
         {"other file", "its seal file is that of another file (Log Files/batch7.slg)"},
         {"no seals", "seals missing: the store has no seals of this file"},
@@ -159,8 +165,9 @@ void TstSeals::aSealedFileIsIntactAndEveryDamageIsNamed() {
         QCOMPARE(sealer.seal(n, QByteArray::fromStdString(kName),
                              QByteArray::fromStdString(record[size_t(n - 1)])),
                  QStringLiteral("OK %1").arg(n));
+    // Each line and its signature: seals[2n - 1] seals line n.
     std::vector<std::string> seals = sealer.sealsOf(kName);
-    QCOMPARE(seals.size(), size_t(7));
+    QCOMPARE(seals.size(), size_t(13));
     std::string name = kName;
 
     if (damage == "alter 3")
@@ -178,17 +185,29 @@ void TstSeals::aSealedFileIsIntactAndEveryDamageIsNamed() {
     else if (damage == "append two")
         record.insert(record.end(), {"ONE", "TWO"});
     else if (damage == "alter seal 3")
-        seals[3] = seal::formatSeal([&] { // another line's hash, its signature kept
-            seal::SealEntry e = *seal::parseSeal(seals[3]);
+        seals[5] = seal::formatSeal([&] { // another line's hash, the signatures kept
+            seal::SealEntry e = *seal::parseSeal(seals[5]);
             e.lineHash = seal::sha256("FORGED");
             return e;
         }());
+    else if (damage == "damaged seal 3")
+        seals[5].resize(20);
+    else if (damage == "torn last seal")
+        seals[12].resize(30);
     else if (damage == "remove seal 3")
-        seals.erase(seals.begin() + 3);
+        seals.erase(seals.begin() + 5);
     else if (damage == "swap seals 3")
-        std::swap(seals[3], seals[4]);
+        std::swap(seals[5], seals[7]);
     else if (damage == "repeat seal 3")
-        seals.insert(seals.begin() + 4, seals[3]);
+        seals.insert(seals.begin() + 7, seals[5]);
+    else if (damage == "unsigned")
+        seals.pop_back();
+    else if (damage == "foreign day") // the last line signed as if by a key of tomorrow
+        seals[12] = seal::formatSeal([&] {
+            seal::SealEntry e = *seal::parseSeal(seals[12]);
+            e.day = 2;
+            return e;
+        }());
     else if (damage == "other site")
         seals[0][2] = seals[0][2] == 'a' ? 'b' : 'a';
     else if (damage == "other file")
@@ -265,28 +284,34 @@ void TstSeals::gapsTheAppendOnlyChainAndForwardSecurity() {
         std::vector<std::string> seals = sealer.sealsOf(kName);
         seal::SealEntry forged = *seal::parseSeal(seals[1]);
         forged.lineHash = seal::sha256("FORGED");
-        forged.day = day;
-        QVERIFY(seal::signEntry(sealer.site(), kName, forged, {}, *today));
+        seal::SealEntry signature = *seal::parseSeal(seals[2]);
+        signature.day = day;
+        const auto link = seal::chainEntry(sealer.site(), kName, forged, {});
+        QVERIFY(link && seal::chainEntry(sealer.site(), kName, signature, *link, *today));
         seals[1] = seal::formatSeal(forged);
+        seals[2] = seal::formatSeal(signature);
         std::vector<std::string> altered = record;
         altered[0] = "FORGED";
         check = seal::checkFile(sealer.site(), days, kName, altered, seals);
         QVERIFY(!check.intact);
-        QVERIFY2(QString::fromStdString(check.findings[0]).startsWith("seal entry 1") ||
+        QVERIFY2(QString::fromStdString(check.findings[0]).startsWith("seal entries 1..2") ||
                      QString::fromStdString(check.findings[0]).startsWith("seal of line 1 dated"),
                  check.findings[0].c_str());
     }
 
-    // A helper killed while it wrote a seal leaves a torn entry that was never answered: its next
-    // run drops it, and the line it was for becomes a gap.
+    // A helper killed in the middle of a round leaves lines it never signed nor answered, the
+    // last of them perhaps torn: its next run drops them, and the line they were for becomes a
+    // gap unless the workstation hands it over again.
     sealer.helper.closeWriteChannel();
     QVERIFY(sealer.helper.waitForFinished(5000));
     QFile torn(sealer.store + "/files/" + QString::fromStdString(seal::sealFileName(kName)));
     QVERIFY(torn.open(QIODevice::Append));
-    torn.write("S 7 1773576000 root 3f0a");
+    torn.write("S 7 1773576000 root " + QByteArray(64, 'a') + "\nV 1773576000 2 3f0a");
     torn.close();
     QCOMPARE(sealer.run("serve"), QStringLiteral("READY"));
     QCOMPARE(sealer.seal(8, name, "EIGHT"), QStringLiteral("OK 8"));
+    QVERIFY(torn.open(QIODevice::ReadOnly));
+    QVERIFY(!torn.readAll().contains("S 7 "));
     std::vector<std::string> longer = record;
     longer.insert(longer.end(), {"SEVEN", "EIGHT"});
     check = seal::checkFile(sealer.site(), days, kName, longer, sealer.sealsOf(kName));
@@ -328,13 +353,15 @@ void TstSeals::anImplementationOfItsOwnChecksTheDocumentedBytes() {
 
 // The workstation's own writers through its client of the helper: the audit trail and a data
 // file as the logger keeps it open, the status bar and the audit lines of sealing, and a helper
-// killed part-way, whose lines are a gap, not a forgery.
+// killed part-way: the lines it had not answered go to the next one, those written while none
+// ran are a gap, not a forgery.
 void TstSeals::theWorkstationsLinesAreSealedAndAHelperDeathIsAGap() {
     TestEnv env;
     Sealer sealer;
     sealer.run("init");
     qputenv("SORVANTEL_SEAL_STORE", sealer.store.toLocal8Bit());
     qputenv("SORVANTEL_SEAL_CLOCK_FILE", sealer.clockFile.toLocal8Bit());
+    qputenv("SORVANTEL_SEAL_ROUND_MS", "300");
     g21CFR = true;
     FrmMain main;
     FrmLogger logger;
@@ -350,11 +377,13 @@ void TstSeals::theWorkstationsLinesAreSealedAndAHelperDeathIsAGap() {
     QVERIFY(QDir().mkpath(env.path("Log Files")));
     QVERIFY(data.create(env.path("Log Files/run.slg")));
     for (int i = 0; i < 2; ++i) {
+        if (i == 1)
+            QTRY_COMPARE(client.pending(), 0);
         systemAuditLine(QStringLiteral("line %1").arg(i));
         QCOMPARE(appendEncipheredLine(data, QStringLiteral("data %1").arg(i)),
                  RecordWrite::Written);
     }
-    QTRY_COMPARE(client.pending(), 0);
+    QCOMPARE(client.pending(), 2);
     ::kill(pid_t(client.helperPid()), SIGKILL);
     QTRY_VERIFY(!client.sealing());
     QCOMPARE(main.sealText(), QStringLiteral("Records not sealed"));
@@ -367,6 +396,7 @@ void TstSeals::theWorkstationsLinesAreSealedAndAHelperDeathIsAGap() {
     installSealClient(nullptr);
     qunsetenv("SORVANTEL_SEAL_STORE");
     qunsetenv("SORVANTEL_SEAL_CLOCK_FILE");
+    qunsetenv("SORVANTEL_SEAL_ROUND_MS");
 
     const auto check = [&](const QString& path) {
         return seal::checkFile(sealer.site(), sealer.days(),

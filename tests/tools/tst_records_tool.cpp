@@ -366,6 +366,7 @@ void TstRecordsTool::verifySealNamesEachFileAndTheWorst() {
             QDir().mkpath(app + "/Audit"));
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert("SORVANTEL_SEAL_STORE", store);
+    env.insert("SORVANTEL_SEAL_ROUND_MS", "0"); // each line answered at once
     QProcess sealer;
     sealer.setProcessEnvironment(env);
     sealer.start(QStringLiteral(SORVANTEL_SEALER_EXE), {"init"});

@@ -75,22 +75,32 @@ struct KnownChain {
     int64_t lastSeal = 0;
 };
 
+// Each seal file's first line and its last entries: a chain is told by its header, and what it
+// covers by its end, without reading a day's seals whole for a file that is not asked about.
 std::map<std::string, KnownChain> chainsOf(const QString& store, std::string_view site) {
+    constexpr qint64 kTail = 4096;
     std::map<std::string, KnownChain> chains;
     const QDir files(store + QStringLiteral("/files"));
     for (const QString& name : files.entryList({QStringLiteral("*.seal")}, QDir::Files)) {
-        const auto lines = fileLines(files.filePath(name));
-        if (!lines || lines->empty())
+        QFile f(files.filePath(name));
+        if (!f.open(QIODevice::ReadOnly))
             continue;
-        const auto header = seal::parseFileHeader(lines->front());
+        const auto header = seal::parseFileHeader(f.readLine(4096).trimmed().toStdString());
         if (!header || header->first != site)
             continue;
+        if (f.size() > kTail + f.pos())
+            f.seek(f.size() - kTail);
+        const QList<QByteArray> tail = f.readAll().split('\n');
         KnownChain chain;
-        if (lines->size() > 1)
-            if (const auto last = seal::parseSeal(lines->back())) {
-                chain.lines = last->last;
-                chain.lastSeal = last->time;
-            }
+        for (auto line = tail.crbegin(); line != tail.crend() && !chain.lines; ++line) {
+            const auto entry = seal::parseSeal(line->toStdString());
+            if (!entry)
+                continue;
+            if (entry->kind == seal::SealEntry::Kind::Signature)
+                chain.lastSeal = chain.lastSeal ? chain.lastSeal : entry->time;
+            else
+                chain.lines = entry->last;
+        }
         chains[header->second] = chain;
     }
     return chains;
