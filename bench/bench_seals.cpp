@@ -95,7 +95,7 @@ Cost logFor(const QString& folder, const QString& name, int perSecond, int secon
     warm.create(folder + QStringLiteral("/warm-") + name);
     appendEncipheredLine(warm, dataLine(0));
     if (client)
-        for (int s = 0; s < 30 && client->pending() != 0; ++s)
+        for (int s = 0; s < 70 && client->pending() != 0; ++s)
             idle(500);
     RecordAppender file;
     file.create(folder + u'/' + name);
@@ -111,7 +111,7 @@ Cost logFor(const QString& folder, const QString& name, int perSecond, int secon
     tick.stop();
     // Both runs idle past the helper's last round (a poll for its answers would cost more than
     // they do).
-    idle(11000);
+    idle(31000);
     if (client && client->pending() != 0)
         std::printf("the helper left %d line(s) unanswered\n", client->pending());
     cost.helper = client ? cpuOf(client->helperPid()) - helper0 : 0;

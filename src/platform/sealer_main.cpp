@@ -38,8 +38,12 @@ constexpr size_t kSiteBytes = 16;
 constexpr size_t kLongestRequest = 1u << 16;
 constexpr size_t kLongestName = 1024;
 // How long lines gather before they are signed: at one line a second a signature for each line
-// would cost more than the logging.
-constexpr int kRoundMs = 10000;
+// would cost more than the logging. A workstation that closes wakes the helper (SIGTERM), which
+// then signs what it took and ends.
+constexpr int kRoundMs = 30000;
+volatile std::sig_atomic_t gEnding = 0;
+// A workstation whose pipe is full asks for the round to end now (SIGUSR1).
+volatile std::sig_atomic_t gFull = 0;
 
 int roundMs() {
 #ifdef SORVANTEL_SEAL_TEST
@@ -453,6 +457,8 @@ bool readInput(std::string& pending, bool wait) {
     for (;;) {
         pollfd in{STDIN_FILENO, POLLIN, 0};
         const int ready = poll(&in, 1, wait ? -1 : 0);
+        if (ready < 0 && errno == EINTR && gEnding)
+            return false;
         if (ready < 0 && errno == EINTR)
             continue;
         if (ready == 0)
@@ -469,8 +475,9 @@ bool readInput(std::string& pending, bool wait) {
 
 void pauseMs(int ms) {
     timespec left{ms / 1000, long(ms % 1000) * 1000000L};
-    while (nanosleep(&left, &left) != 0 && errno == EINTR) {
+    while (!gEnding && !gFull && nanosleep(&left, &left) != 0 && errno == EINTR) {
     }
+    gFull = 0;
 }
 
 int serve(Store& store) {
@@ -521,7 +528,7 @@ int serve(Store& store) {
             reply(answers + "ER 0 request too long");
             return 2;
         }
-        if (!answers.empty() && !writeAll(STDOUT_FILENO, answers))
+        if ((!answers.empty() && !writeAll(STDOUT_FILENO, answers)) || gEnding)
             break;
     }
     store.syncAll();
@@ -534,6 +541,16 @@ int main(int argc, char** argv) {
     // A workstation gone before its answers ends the helper's writes, not the helper: it still
     // signs and syncs what it took.
     std::signal(SIGPIPE, SIG_IGN);
+    struct sigaction ending {};
+    ending.sa_handler = [](int) {
+        gEnding = 1;
+    };
+    sigaction(SIGTERM, &ending, nullptr);
+    struct sigaction full {};
+    full.sa_handler = [](int) {
+        gFull = 1;
+    };
+    sigaction(SIGUSR1, &full, nullptr);
     const std::string command = argc == 2 ? argv[1] : "";
     Store store(storePath());
     std::string why;

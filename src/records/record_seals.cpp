@@ -8,7 +8,15 @@
 #include <QHash>
 #include <QPointer>
 #include <QProcess>
+#include <QSocketNotifier>
 #include <QTimer>
+
+#ifdef Q_OS_UNIX
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
+#endif
 
 namespace {
 QPointer<SealClient> gSealClient;
@@ -20,11 +28,15 @@ struct SealedFile {
 };
 QHash<QString, SealedFile> gFiles;
 // A helper that has left lines unanswered this long is taken for hung; it answers each round of
-// lines ten seconds after its first.
-constexpr qint64 kAnswerMs = 30000;
+// lines thirty seconds after its first.
+constexpr qint64 kAnswerMs = 60000;
 // Past this many unanswered lines the oldest are left to become a gap: a helper that takes
 // lines and never answers must not grow the workstation without end.
 constexpr qsizetype kMostUnanswered = 100000;
+#ifdef Q_OS_UNIX
+// A round's lines at a hundred a second (150 bytes each), as much as an account may give a pipe.
+constexpr int kPipeBytes = 1 << 20;
+#endif
 
 qint64 linesIn(const QString& path) {
     QFile f(path);
@@ -41,6 +53,11 @@ qint64 linesIn(const QString& path) {
 SealClient::SealClient(QString helper, QObject* parent)
     : QObject(parent), m_helper(std::move(helper)), m_restart(new QTimer(this)),
       m_watch(new QTimer(this)) {
+#ifdef Q_OS_UNIX
+    // A helper gone while a line is written to its pipe is noticed by its process, not by a
+    // signal that would end the workstation.
+    std::signal(SIGPIPE, SIG_IGN);
+#endif
     m_restart->setSingleShot(true);
     m_restart->setInterval(kRestartMs);
     connect(m_restart, &QTimer::timeout, this, &SealClient::start);
@@ -55,8 +72,14 @@ SealClient::SealClient(QString helper, QObject* parent)
 SealClient::~SealClient() {
     if (m_process) {
         m_process->disconnect(this);
+        closeLine();
         m_process->closeWriteChannel();
-        if (!m_process->waitForFinished(1000))
+#ifdef Q_OS_UNIX
+        // Woken from its round, the helper signs what it took and ends.
+        if (const qint64 pid = m_process->processId())
+            ::kill(pid_t(pid), SIGTERM);
+#endif
+        if (!m_process->waitForFinished(3000))
             m_process->kill();
     }
 }
@@ -80,13 +103,71 @@ void SealClient::start() {
     });
     connect(m_process, &QProcess::finished, this,
             [this] { stopped(QStringLiteral("the sealing helper stopped")); });
+#ifdef Q_OS_UNIX
+    // Lines go down a pipe of our own, one call each: through QProcess's buffer every line would
+    // cost a turn of the event loop more than its seal. The pipe holds a long round's lines.
+    int pipe[2];
+    if (::pipe2(pipe, O_CLOEXEC) == 0) {
+        const int theirs = pipe[0];
+        m_process->setStandardInputFile(QProcess::nullDevice());
+        m_process->setChildProcessModifier([theirs] { ::dup2(theirs, STDIN_FILENO); });
+        m_line = pipe[1];
+        ::fcntl(m_line, F_SETFL, O_NONBLOCK);
+        ::fcntl(m_line, F_SETPIPE_SZ, kPipeBytes);
+        m_lineFree = new QSocketNotifier(m_line, QSocketNotifier::Write, this);
+        m_lineFree->setEnabled(false);
+        connect(m_lineFree, &QSocketNotifier::activated, this, [this] { send({}); });
+        m_process->start();
+        ::close(theirs);
+    } else {
+        m_process->start();
+    }
+#else
     m_process->start();
+#endif
     // What the helper before it never answered goes first, in the order it was written; the
     // helper reads it once it is ready.
     for (const QByteArray& request : std::as_const(m_unanswered))
-        m_process->write(request);
+        send(request);
     if (!m_unanswered.isEmpty())
         m_watch->start();
+}
+
+void SealClient::send(const QByteArray& request) {
+#ifdef Q_OS_UNIX
+    if (m_line >= 0) {
+        m_outgoing += request;
+        while (!m_outgoing.isEmpty()) {
+            const ssize_t n = ::write(m_line, m_outgoing.constData(), size_t(m_outgoing.size()));
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n < 0) {
+                // Full: the helper is asked to end its round and read; the rest goes then. Gone:
+                // its end is noticed by its process.
+                if (errno != EAGAIN && errno != EWOULDBLOCK)
+                    m_outgoing.clear();
+                else if (const qint64 pid = m_process ? m_process->processId() : 0)
+                    ::kill(pid_t(pid), SIGUSR1);
+                break;
+            }
+            m_outgoing.remove(0, n);
+        }
+        m_lineFree->setEnabled(!m_outgoing.isEmpty());
+        return;
+    }
+#endif
+    m_process->write(request);
+}
+
+void SealClient::closeLine() {
+#ifdef Q_OS_UNIX
+    delete m_lineFree;
+    m_lineFree = nullptr;
+    if (m_line >= 0)
+        ::close(m_line);
+    m_line = -1;
+    m_outgoing.clear();
+#endif
 }
 
 void SealClient::readAnswers() {
@@ -118,6 +199,7 @@ void SealClient::stopped(const QString& why) {
     QProcess* process = m_process;
     m_process = nullptr;
     process->disconnect(this);
+    closeLine();
     process->kill();
     process->deleteLater();
     const bool wasOn = m_ready || !m_announced;
@@ -143,7 +225,7 @@ void SealClient::seal(const QByteArray& nameHex, qint64 n, const QByteArray& lin
     m_unanswered.append(request);
     if (m_unanswered.size() == 1)
         m_watch->start();
-    m_process->write(request);
+    send(request);
 }
 
 void installSealClient(SealClient* client) {

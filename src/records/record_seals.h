@@ -6,6 +6,7 @@
 #include <QString>
 
 class QProcess;
+class QSocketNotifier;
 class QTimer;
 
 // The sealing of record lines: every line the workstation writes to a record file (data files,
@@ -44,7 +45,9 @@ private:
     void start();
     void readAnswers();
     void stopped(const QString& why);
+    // Hands requests to the helper, in order; what its line cannot take yet waits.
     void send(const QByteArray& request);
+    void closeLine();
 
     QString m_helper;
     QProcess* m_process = nullptr;
@@ -55,6 +58,10 @@ private:
     bool m_announced = false;
     // The requests handed over, in order, until the helper answers them.
     QList<QByteArray> m_unanswered;
+    // The pipe that is the helper's standard input, and what it has not yet taken.
+    int m_line = -1;
+    QSocketNotifier* m_lineFree = nullptr;
+    QByteArray m_outgoing;
 };
 
 // The client lines go to; none (the start, the tests' default) leaves records unsealed.
