@@ -293,6 +293,15 @@ void TstRealAccounts::passwordsGroupsAndMembersFromTheSystem() {
     QCOMPARE(check(kAlice, "", kBrokenService), 3);
 }
 
+// Why the helpers cannot be installed and tried here as another account; empty when they can.
+QString whyHelpersCannotBeInstalled() {
+    if (!canActAsOthers())
+        return u"Needs root, setpriv and a shadow group."_s;
+    if (readBytes(kHelper).contains("__asan_init"))
+        return u"The install script refuses a sanitizer build's helper, as it should."_s;
+    return {};
+}
+
 // The helpers installed by the install script into a folder of dir's; the folder.
 QString installHelpers(const QTemporaryDir& dir) {
     // Others may enter dir, as the folders helpers are installed in.
@@ -307,10 +316,8 @@ QString installHelpers(const QTemporaryDir& dir) {
 }
 
 void TstRealAccounts::installedHelperIsReachableOnlyByWorkstationUsers() {
-    if (!canActAsOthers())
-        QSKIP("Needs root, setpriv and a shadow group.");
-    if (readBytes(kHelper).contains("__asan_init"))
-        QSKIP("The install script refuses a sanitizer build's helper, as it should.");
+    if (const QString why = whyHelpersCannotBeInstalled(); !why.isEmpty())
+        QSKIP(qPrintable(why));
     QTemporaryDir dir;
     const QString helperDir = installHelpers(dir);
     QVERIFY(!helperDir.isEmpty());
@@ -471,10 +478,8 @@ void TstRealAccounts::setgidHelperPacesEachCallerAndLocksOut() {
 // write the store, it can have lines sealed (each seal names it), and a record line it then
 // forges with the workstation's own cipher is named altered.
 void TstRealAccounts::anOperatorCanOnlyAskForSealsAndAForgedLineShows() {
-    if (!canActAsOthers())
-        QSKIP("Needs root, setpriv and a shadow group.");
-    if (readBytes(kHelper).contains("__asan_init"))
-        QSKIP("The install script refuses a sanitizer build's helper, as it should.");
+    if (const QString why = whyHelpersCannotBeInstalled(); !why.isEmpty())
+        QSKIP(qPrintable(why));
     QTemporaryDir dir;
     const QString helperDir = installHelpers(dir);
     QVERIFY(!helperDir.isEmpty());
