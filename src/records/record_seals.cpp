@@ -30,8 +30,8 @@ QHash<QString, SealedFile> gFiles;
 // A helper that has left lines unanswered this long is taken for hung; it answers each round of
 // lines thirty seconds after its first.
 constexpr qint64 kAnswerMs = 60000;
-// Past this many unanswered lines the oldest are left to become a gap: a helper that takes
-// lines and never answers must not grow the workstation without end.
+// Past this many unanswered lines new ones are not handed over and become a gap: a helper that
+// takes lines and never answers must not grow the workstation without end.
 constexpr qsizetype kMostUnanswered = 100000;
 #ifdef Q_OS_UNIX
 // A round's lines at a hundred a second (150 bytes each), as much as an account may give a pipe.
@@ -220,8 +220,9 @@ void SealClient::seal(const QByteArray& nameHex, qint64 n, const QByteArray& lin
     const QByteArray request = "L " + QByteArray::number(n) + ' ' + nameHex + ' ' +
                                QCryptographicHash::hash(line, QCryptographicHash::Sha256).toHex() +
                                '\n';
+    // Dropping an older request instead would put the helper's answers out of step with it.
     if (m_unanswered.size() >= kMostUnanswered)
-        m_unanswered.removeFirst();
+        return;
     m_unanswered.append(request);
     if (m_unanswered.size() == 1)
         m_watch->start();
