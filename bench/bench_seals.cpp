@@ -24,6 +24,7 @@
 #include <QTimer>
 #include <algorithm>
 #include <cstdio>
+#include <ctime>
 #include <unistd.h>
 
 namespace {
@@ -78,6 +79,7 @@ struct Cost {
     double cpu = 0;    // seconds, the workstation's and the helper's
     double helper = 0; // of which the helper's
     int lines = 0;
+    double ticks = 0; // of which the ticks that write the lines
 };
 
 // Logs for the given seconds at the given rate, with or without a helper.
@@ -104,8 +106,13 @@ Cost logFor(const QString& folder, const QString& name, int perSecond, int secon
     Cost cost;
     QTimer tick;
     tick.setInterval(1000 / perSecond);
-    QObject::connect(&tick, &QTimer::timeout,
-                     [&] { appendEncipheredLine(file, dataLine(cost.lines++)); });
+    QObject::connect(&tick, &QTimer::timeout, [&] {
+        timespec t0{}, t1{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t0);
+        appendEncipheredLine(file, dataLine(cost.lines++));
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t1);
+        cost.ticks += (t1.tv_sec - t0.tv_sec) + (t1.tv_nsec - t0.tv_nsec) / 1e9;
+    });
     tick.start();
     idle(seconds * 1000);
     tick.stop();
@@ -118,6 +125,27 @@ Cost logFor(const QString& folder, const QString& name, int perSecond, int secon
     cost.cpu = cpuOf(QCoreApplication::applicationPid()) - self0 + cost.helper;
     installSealClient(nullptr);
     return cost;
+}
+
+// What handing a line to the helper costs the workstation alone: the CPU of the calls, without
+// the file write and the timer around them.
+void handOver() {
+    resetRecordSeals();
+    SealClient client(QStringLiteral(SORVANTEL_SEALER_EXE));
+    waitFor(5000, [&client] { return client.sealing(); });
+    installSealClient(&client);
+    const QString path = gAppPath + QStringLiteral("/Log Files/handover.slg");
+    QFile(path).open(QIODevice::WriteOnly);
+    const QByteArray line = encryptText(dataLine(1)).toUtf8();
+    timespec t0{}, t1{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t0);
+    const int n = 5000;
+    for (int i = 0; i < n; ++i)
+        sealWrittenLine(path, line);
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t1);
+    std::printf("hand-over of a line to the helper: %.2f us\n",
+                ((t1.tv_sec - t0.tv_sec) * 1e9 + (t1.tv_nsec - t0.tv_nsec)) / n / 1e3);
+    installSealClient(nullptr);
 }
 
 // A day's data log of 86,400 lines sealed as the helper seals them, and its check.
@@ -191,13 +219,17 @@ int main(int argc, char* argv[]) {
         int lines = 0;
         for (int r = 0; r < repeats; ++r) {
             const QString run = QStringLiteral("%1-%2").arg(rate).arg(r);
-            plain.push_back(
-                logFor(dir.filePath("Log Files"), "plain" + run + ".slg", rate, seconds, false)
-                    .cpu);
+            const Cost u =
+                logFor(dir.filePath("Log Files"), "plain" + run + ".slg", rate, seconds, false);
+            plain.push_back(u.cpu);
             const Cost s =
                 logFor(dir.filePath("Log Files"), "sealed" + run + ".slg", rate, seconds, true);
             sealed.push_back(s.cpu);
             helper.push_back(s.helper);
+            std::printf("  run %d: %.4f s (ticks %.4f s) unsealed, %.4f s (ticks %.4f s, helper "
+                        "%.4f s) sealed\n",
+                        r, u.cpu, u.ticks, s.cpu, s.ticks, s.helper);
+            std::fflush(stdout);
             lines = s.lines;
         }
         const double p = median(plain);
@@ -207,6 +239,7 @@ int main(int argc, char* argv[]) {
                     rate, repeats, seconds, lines, p, q, median(helper),
                     p > 0 ? 100.0 * (q - p) / p : 0.0);
     }
+    handOver();
     checkADay();
     return 0;
 }

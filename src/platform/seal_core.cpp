@@ -110,9 +110,13 @@ std::optional<std::string> fromHex(std::string_view hex, size_t size) {
 }
 
 std::string sha256(std::string_view data) {
+    // Fetched once: EVP_sha256() alone makes OpenSSL look the digest up at every call, which
+    // costs more than hashing a record line.
+    static EVP_MD* const kSha256 = EVP_MD_fetch(nullptr, "SHA256", nullptr);
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int size = 0;
-    if (EVP_Digest(data.data(), data.size(), digest, &size, EVP_sha256(), nullptr) != 1)
+    if (EVP_Digest(data.data(), data.size(), digest, &size, kSha256 ? kSha256 : EVP_sha256(),
+                   nullptr) != 1)
         return {};
     return std::string(reinterpret_cast<const char*>(digest), size);
 }
@@ -233,6 +237,38 @@ std::optional<std::string> chainEntry(std::string_view site, std::string_view fi
         entry.signature = *signature;
     }
     return chainLink(message, entry.signature);
+}
+
+std::optional<Request> parseRequest(std::string_view text) {
+    const size_t a = text.find(' ', 2);
+    const size_t b = a == std::string_view::npos ? a : text.find(' ', a + 1);
+    if (text.size() < 6 || (text.substr(0, 2) != "L " && text.substr(0, 2) != "T ") ||
+        b == std::string_view::npos)
+        return std::nullopt;
+    const std::string_view digits = text.substr(2, a - 2);
+    if (digits.empty() || digits.size() > 15 || digits[0] == '0' ||
+        !std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; }))
+        return std::nullopt;
+    Request r;
+    for (const char c : digits)
+        r.n = r.n * 10 + (c - '0');
+    const std::string_view nameHex = text.substr(a + 1, b - a - 1);
+    const std::string_view rest = text.substr(b + 1);
+    const auto name = fromHex(nameHex, nameHex.size() / 2);
+    if (!name || name->empty() || name->size() > kLongestName ||
+        name->find('\n') != std::string::npos)
+        return std::nullopt;
+    r.fileName = *name;
+    if (text[0] == 'T') {
+        if (rest.find('\n') != std::string_view::npos)
+            return std::nullopt;
+        r.lineHash = sha256(rest);
+    } else if (const auto hash = fromHex(rest, kHashBytes)) {
+        r.lineHash = *hash;
+    } else {
+        return std::nullopt;
+    }
+    return r;
 }
 
 std::string formatDay(const DayEntry& day) {

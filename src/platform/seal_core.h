@@ -99,6 +99,20 @@ std::string sealFileName(std::string_view fileName);
 // becomes '_', so that a name cannot break the entry's fields.
 std::string accountField(std::string_view account);
 
+// What a workstation asks of the helper, one request a line: line n (from 1) of a record file,
+// named as the workstation names it (relative to its folder, "/" between parts), either as the
+// line's own bytes, "T <n> <name hex> <line>", which the helper hashes, or as the SHA-256 of
+// them, "L <n> <name hex> <hash hex>" (a line too long for the pipe, or one that holds a line
+// end). Nothing when the request is not one of these.
+struct Request {
+    int64_t n = 0;
+    std::string fileName;
+    std::string lineHash;
+};
+std::optional<Request> parseRequest(std::string_view text);
+// The longest file name a request may carry.
+constexpr size_t kLongestName = 1024;
+
 // The day keys of the store checked from the verification key: the public key of each day, in
 // order; nothing past the first entry that does not follow.
 struct DayChain {

@@ -34,9 +34,8 @@
 
 namespace {
 constexpr size_t kSiteBytes = 16;
-// A request: "L <line number> <file name in hex> <SHA-256 of the line in hex>".
+// The longest request taken (seal::parseRequest says what one holds); longer input ends the helper.
 constexpr size_t kLongestRequest = 1u << 16;
-constexpr size_t kLongestName = 1024;
 // How long lines gather before they are signed: at one line a second a signature for each line
 // would cost more than the logging. A workstation that closes wakes the helper (SIGTERM), which
 // then signs what it took and ends.
@@ -422,34 +421,6 @@ bool reply(const std::string& text) {
     return writeAll(STDOUT_FILENO, text + "\n");
 }
 
-// "L <n> <name hex> <hash hex>": the line number from 1, the record file's name as the
-// workstation names it (relative to its folder, "/" between parts) and the SHA-256 of the line's
-// bytes without the line end.
-bool parseRequest(const std::string& request, int64_t* n, std::string* name, std::string* hash) {
-    const size_t a = request.find(' ', 2);
-    const size_t b = a == std::string::npos ? a : request.find(' ', a + 1);
-    if (request.size() < 6 || request.compare(0, 2, "L ") != 0 || b == std::string::npos)
-        return false;
-    const std::string number = request.substr(2, a - 2);
-    char* end = nullptr;
-    errno = 0;
-    const long long value = std::strtoll(number.c_str(), &end, 10);
-    if (number.empty() || number.size() > 15 || *end != '\0' || errno != 0 || value < 1 ||
-        !std::all_of(number.begin(), number.end(), [](char c) { return c >= '0' && c <= '9'; }))
-        return false;
-    const std::string nameHex = request.substr(a + 1, b - a - 1);
-    const std::string lineHex = request.substr(b + 1);
-    const auto decodedName = seal::fromHex(nameHex, nameHex.size() / 2);
-    const auto decodedHash = seal::fromHex(lineHex, 32);
-    if (!decodedName || !decodedHash || decodedName->empty() ||
-        decodedName->size() > kLongestName || decodedName->find('\n') != std::string::npos)
-        return false;
-    *n = value;
-    *name = *decodedName;
-    *hash = *decodedHash;
-    return true;
-}
-
 // Reads what standard input holds; false at its end or when it fails. With wait, blocks until
 // something comes.
 bool readInput(std::string& pending, bool wait) {
@@ -493,25 +464,33 @@ int serve(Store& store) {
         size_t at = 0;
         for (size_t end; (end = pending.find('\n', at)) != std::string::npos; at = end + 1) {
             Request r;
-            std::string hash;
-            if (!parseRequest(pending.substr(at, end - at), &r.n, &r.name, &hash))
+            const auto request = seal::parseRequest(std::string_view(pending).substr(at, end - at));
+            if (!request)
                 r = {0, {}, "request not understood"};
             else
-                r.refused = store.take(r.name, r.n, hash, account);
+                r = {request->n, request->fileName,
+                     store.take(request->fileName, request->n, request->lineHash, account)};
             round.push_back(std::move(r));
         }
         pending.erase(0, at);
         return pending.size() <= kLongestRequest;
     };
+    // Whether the round before took lines: while they keep coming the helper sleeps from round
+    // to round and wakes once a round; an idle one waits for the next line.
+    bool busy = false;
     for (bool open = true; open;) {
-        open = readInput(pending, true);
-        bool sane = takeAll();
+        bool sane = true;
+        if (!busy || roundMs() <= 0) {
+            open = readInput(pending, true);
+            sane = takeAll();
+        }
         // The round: what comes in the next while is signed together with these lines.
-        if (open && sane && !round.empty() && roundMs() > 0) {
+        if (open && sane && (busy || !round.empty()) && roundMs() > 0) {
             pauseMs(roundMs());
             open = readInput(pending, false);
             sane = takeAll();
         }
+        busy = !round.empty();
         store.signAll();
         std::string answers;
         for (const Request& r : round) {

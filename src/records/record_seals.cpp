@@ -1,8 +1,8 @@
 #include "record_seals.h"
 
 #include "plant/plant_store.h"
+#include "platform/seal_core.h"
 
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QHash>
@@ -33,6 +33,11 @@ constexpr qint64 kAnswerMs = 60000;
 // Past this many unanswered lines new ones are not handed over and become a gap: a helper that
 // takes lines and never answers must not grow the workstation without end.
 constexpr qsizetype kMostUnanswered = 100000;
+// A workstation that writes lines reads the helper's answers after so many; reading the clock
+// for each line instead would cost as much as handing it over.
+constexpr int kReadAnswersEvery = 32;
+// Longer lines go as their hash: the helper takes requests of up to 64 KB.
+constexpr qsizetype kLongestWholeLine = 16384;
 #ifdef Q_OS_UNIX
 // A round's lines at a hundred a second (150 bytes each), as much as an account may give a pipe.
 constexpr int kPipeBytes = 1 << 20;
@@ -64,8 +69,13 @@ SealClient::SealClient(QString helper, QObject* parent)
     // Hung: lines handed over and no answer for this long. Armed only while lines wait.
     m_watch->setSingleShot(true);
     m_watch->setInterval(kAnswerMs);
-    connect(m_watch, &QTimer::timeout, this,
-            [this] { stopped(QStringLiteral("the sealing helper does not answer")); });
+    connect(m_watch, &QTimer::timeout, this, [this] {
+        // Answers are read as lines are handed over; a workstation that writes no more reads
+        // them here.
+        readAnswers();
+        if (!m_watch->isActive() && !m_unanswered.isEmpty())
+            stopped(QStringLiteral("the sealing helper does not answer"));
+    });
     start();
 }
 
@@ -92,11 +102,15 @@ void SealClient::setRestartMs(int ms) {
     m_restart->setInterval(ms);
 }
 
+void SealClient::setAnswerMs(int ms) {
+    m_watch->setInterval(ms);
+}
+
 void SealClient::start() {
     m_process = new QProcess(this);
     m_process->setProgram(m_helper);
     m_process->setArguments({QStringLiteral("serve")});
-    connect(m_process, &QProcess::readyReadStandardOutput, this, &SealClient::readAnswers);
+    m_incoming.clear();
     connect(m_process, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
         if (error == QProcess::FailedToStart)
             stopped(QStringLiteral("no sealing helper at ") + m_helper);
@@ -106,23 +120,46 @@ void SealClient::start() {
 #ifdef Q_OS_UNIX
     // Lines go down a pipe of our own, one call each: through QProcess's buffer every line would
     // cost a turn of the event loop more than its seal. The pipe holds a long round's lines.
-    int pipe[2];
-    if (::pipe2(pipe, O_CLOEXEC) == 0) {
-        const int theirs = pipe[0];
+    // Answers come back up a second one, read as lines are handed over: a wake of the workstation
+    // for each round's answers would cost more than sealing a round of lines at one a second.
+    int lines[2];
+    int answers[2];
+    if (::pipe2(lines, O_CLOEXEC) == 0) {
+        if (::pipe2(answers, O_CLOEXEC) != 0) {
+            ::close(lines[0]);
+            ::close(lines[1]);
+            stopped(QStringLiteral("no pipe for the sealing helper"));
+            return;
+        }
+        const int theirs = lines[0];
+        const int theirAnswers = answers[1];
         m_process->setStandardInputFile(QProcess::nullDevice());
-        m_process->setChildProcessModifier([theirs] { ::dup2(theirs, STDIN_FILENO); });
-        m_line = pipe[1];
+        m_process->setStandardOutputFile(QProcess::nullDevice());
+        m_process->setChildProcessModifier([theirs, theirAnswers] {
+            ::dup2(theirs, STDIN_FILENO);
+            ::dup2(theirAnswers, STDOUT_FILENO);
+        });
+        m_line = lines[1];
         ::fcntl(m_line, F_SETFL, O_NONBLOCK);
         ::fcntl(m_line, F_SETPIPE_SZ, kPipeBytes);
         m_lineFree = new QSocketNotifier(m_line, QSocketNotifier::Write, this);
         m_lineFree->setEnabled(false);
         connect(m_lineFree, &QSocketNotifier::activated, this, [this] { send({}); });
+        m_answers = answers[0];
+        ::fcntl(m_answers, F_SETFL, O_NONBLOCK);
+        ::fcntl(m_answers, F_SETPIPE_SZ, kPipeBytes);
+        // Until the helper says it is ready; then answers are read when lines are handed over.
+        m_answered = new QSocketNotifier(m_answers, QSocketNotifier::Read, this);
+        connect(m_answered, &QSocketNotifier::activated, this, &SealClient::readAnswers);
         m_process->start();
         ::close(theirs);
+        ::close(theirAnswers);
     } else {
-        m_process->start();
+        stopped(QStringLiteral("no pipe for the sealing helper"));
+        return;
     }
 #else
+    connect(m_process, &QProcess::readyReadStandardOutput, this, &SealClient::readAnswers);
     m_process->start();
 #endif
     // What the helper before it never answered goes first, in the order it was written; the
@@ -146,37 +183,83 @@ void SealClient::send(const QByteArray& request) {
                 // its end is noticed by its process.
                 if (errno != EAGAIN && errno != EWOULDBLOCK)
                     m_outgoing.clear();
-                else if (const qint64 pid = m_process ? m_process->processId() : 0)
-                    ::kill(pid_t(pid), SIGUSR1);
+                else
+                    m_flooded = endRound();
                 break;
             }
             m_outgoing.remove(0, n);
         }
-        m_lineFree->setEnabled(!m_outgoing.isEmpty());
+        // The rest of a flood is in the pipe: sealed now, not at the end of the next round.
+        if (m_outgoing.isEmpty() && m_flooded)
+            m_flooded = !endRound();
+        if (m_lineFree->isEnabled() == m_outgoing.isEmpty())
+            m_lineFree->setEnabled(!m_outgoing.isEmpty());
         return;
     }
 #endif
     m_process->write(request);
 }
 
+bool SealClient::endRound() {
+#ifdef Q_OS_UNIX
+    const qint64 pid = m_process ? m_process->processId() : 0;
+    return pid > 0 && ::kill(pid_t(pid), SIGUSR1) == 0;
+#else
+    return false;
+#endif
+}
+
 void SealClient::closeLine() {
 #ifdef Q_OS_UNIX
     delete m_lineFree;
     m_lineFree = nullptr;
-    if (m_line >= 0)
-        ::close(m_line);
-    m_line = -1;
+    delete m_answered;
+    m_answered = nullptr;
+    for (int* fd : {&m_line, &m_answers}) {
+        if (*fd >= 0)
+            ::close(*fd);
+        *fd = -1;
+    }
     m_outgoing.clear();
+    m_flooded = false;
 #endif
 }
 
+int SealClient::pending() {
+    readAnswers();
+    return int(m_unanswered.size());
+}
+
 void SealClient::readAnswers() {
+    m_sinceRead = 0;
+#ifdef Q_OS_UNIX
+    char buffer[65536];
+    for (ssize_t n; m_answers >= 0;) {
+        n = ::read(m_answers, buffer, sizeof buffer);
+        if (n > 0)
+            m_incoming.append(buffer, n);
+        else if (n < 0 && errno == EINTR)
+            continue;
+        else if (n == 0 && m_answered) // the helper's end: its process says why
+            m_answered->setEnabled(false);
+        if (n <= 0)
+            break;
+    }
+#else
+    if (m_process)
+        m_incoming += m_process->readAllStandardOutput();
+#endif
     bool answered = false;
-    while (m_process && m_process->canReadLine()) {
-        const QByteArray answer = m_process->readLine().trimmed();
+    qsizetype at = 0;
+    for (qsizetype end; m_process && (end = m_incoming.indexOf('\n', at)) >= 0; at = end + 1) {
+        const QByteArray answer = m_incoming.mid(at, end - at).trimmed();
         if (answer == "READY") {
             m_ready = true;
             m_announced = true;
+#ifdef Q_OS_UNIX
+            if (m_answered)
+                m_answered->setEnabled(false);
+#endif
             emit sealingChanged(true, {});
         } else if (answer.startsWith("ER 0 ") && !m_ready) {
             stopped(QString::fromUtf8(answer.mid(5)));
@@ -186,6 +269,7 @@ void SealClient::readAnswers() {
             answered = true;
         }
     }
+    m_incoming.remove(0, at);
     // Answers give the helper its time again for the lines still waiting.
     if (answered && !m_unanswered.isEmpty())
         m_watch->start();
@@ -216,12 +300,26 @@ void SealClient::seal(const QByteArray& nameHex, qint64 n, const QByteArray& lin
     // takes the line into its pipe.
     if (!m_process || m_process->state() == QProcess::NotRunning)
         return;
-    // The helper seals the line's hash: the line itself need not cross the pipe.
-    const QByteArray request = "L " + QByteArray::number(n) + ' ' + nameHex + ' ' +
-                               QCryptographicHash::hash(line, QCryptographicHash::Sha256).toHex() +
-                               '\n';
+    // The line itself goes, and the helper hashes it with the rest of its round: hashing here
+    // would cost the workstation's tick more than the write. A line the helper's request cannot
+    // carry goes as its hash.
+    QByteArray request;
+    request.reserve(line.size() + nameHex.size() + 24);
+    const bool whole = line.size() <= kLongestWholeLine && !line.contains('\n');
+    request.append(whole ? "T " : "L ").append(QByteArray::number(n)).append(' ').append(nameHex);
+    request.append(' ');
+    if (whole) {
+        request.append(line);
+    } else {
+        const std::string hash =
+            seal::sha256(std::string_view(line.constData(), size_t(line.size())));
+        request.append(QByteArray::fromRawData(hash.data(), qsizetype(hash.size())).toHex());
+    }
+    request.append('\n');
+    if (++m_sinceRead >= kReadAnswersEvery)
+        readAnswers();
     // Dropping an older request instead would put the helper's answers out of step with it.
-    if (m_unanswered.size() >= kMostUnanswered)
+    if (!m_process || m_unanswered.size() >= kMostUnanswered)
         return;
     m_unanswered.append(request);
     if (m_unanswered.size() == 1)

@@ -29,11 +29,13 @@ public:
     // One line (its bytes without the line end), line n from 1 of the record file named as the
     // store knows it (relative to the application folder, in UTF-8 as hex).
     void seal(const QByteArray& nameHex, qint64 n, const QByteArray& line);
-    // Lines handed over and not yet answered.
-    int pending() const { return int(m_unanswered.size()); }
+    // Lines handed over and not yet answered, after reading what the helper has said.
+    int pending();
     // The helper's process id, 0 while none runs.
     qint64 helperPid() const;
     void setRestartMs(int ms);
+    // How long a helper may leave lines unanswered before it is taken for hung.
+    void setAnswerMs(int ms);
 
     static constexpr int kRestartMs = 5000;
 
@@ -48,6 +50,8 @@ private:
     // Hands requests to the helper, in order; what its line cannot take yet waits.
     void send(const QByteArray& request);
     void closeLine();
+    // Asks the helper to end its round now and read what its pipe holds.
+    bool endRound();
 
     QString m_helper;
     QProcess* m_process = nullptr;
@@ -62,6 +66,13 @@ private:
     int m_line = -1;
     QSocketNotifier* m_lineFree = nullptr;
     QByteArray m_outgoing;
+    // The pipe was found full since the helper was last asked to end its round.
+    bool m_flooded = false;
+    // The pipe of the helper's answers, and what has come up it and is not yet a whole line.
+    int m_answers = -1;
+    QSocketNotifier* m_answered = nullptr;
+    QByteArray m_incoming;
+    int m_sinceRead = 0; // lines handed over since the answers were last read
 };
 
 // The client lines go to; none (the start, the tests' default) leaves records unsealed.

@@ -20,6 +20,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
+#include <QSignalSpy>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
@@ -125,6 +126,7 @@ private slots:
     void anImplementationOfItsOwnChecksTheDocumentedBytes();
     void theWorkstationsLinesAreSealedAndAHelperDeathIsAGap();
     void aFullPipeEndsTheRound();
+    void aQuietWorkstationHearsItsAnswersAndAMuteHelperIsHung();
 };
 
 void TstSeals::aSealedFileIsIntactAndEveryDamageIsNamed_data() {
@@ -456,6 +458,48 @@ void TstSeals::aFullPipeEndsTheRound() {
     const std::vector<std::string> seals = sealer.sealsOf("Log Files/flood.slg");
     QVERIFY(seals.size() > 20000);
     QCOMPARE(seal::parseSeal(seals[seals.size() - 2])->last, qint64(20000));
+}
+
+// Answers are read as lines are handed over; a workstation that then writes nothing more still
+// hears them before it would take its helper for hung. A helper that never answers is.
+void TstSeals::aQuietWorkstationHearsItsAnswersAndAMuteHelperIsHung() {
+    TestEnv env;
+    Sealer sealer;
+    sealer.run("init");
+    qputenv("SORVANTEL_SEAL_STORE", sealer.store.toLocal8Bit());
+    qputenv("SORVANTEL_SEAL_ROUND_MS", "100");
+    const QString path = env.path("Log Files/quiet.slg");
+    QVERIFY(QDir().mkpath(env.path("Log Files")));
+    {
+        SealClient client(QStringLiteral(SORVANTEL_SEALER_EXE));
+        client.setAnswerMs(600);
+        QSignalSpy changes(&client, &SealClient::sealingChanged);
+        installSealClient(&client);
+        QTRY_VERIFY(client.sealing());
+        sealWrittenLine(path, "line 1");
+        QTest::qWait(2000);
+        QVERIFY(client.sealing());
+        QCOMPARE(changes.size(), 1);
+        QCOMPARE(client.pending(), 0);
+        installSealClient(nullptr);
+    }
+    qunsetenv("SORVANTEL_SEAL_STORE");
+    qunsetenv("SORVANTEL_SEAL_ROUND_MS");
+
+    const QString mute = env.path("mute-sealer");
+    QFile script(mute);
+    QVERIFY(script.open(QIODevice::WriteOnly));
+    script.write("#!/bin/sh\necho READY\nexec sleep 30\n");
+    script.close();
+    QVERIFY(script.setPermissions(script.permissions() | QFile::ExeOwner));
+    SealClient client(mute);
+    client.setAnswerMs(300);
+    client.setRestartMs(60000);
+    QSignalSpy changes(&client, &SealClient::sealingChanged);
+    QTRY_VERIFY(client.sealing());
+    client.seal(QByteArray("x").toHex(), 1, "line 1");
+    QTRY_VERIFY(!client.sealing());
+    QCOMPARE(changes.last().at(1).toString(), QStringLiteral("the sealing helper does not answer"));
 }
 
 QTEST_MAIN(TstSeals)
