@@ -1,6 +1,9 @@
 #include "frm_main.h"
 
+#include "app/frm_guide.h"
 #include "app/main_menu.h"
+#include "app/open_windows.h"
+#include "app/status_panels.h"
 #include "displays/project_file.h"
 #include "displays/trend_window.h"
 #include "plant/child_window.h"
@@ -22,13 +25,16 @@
 #include "security/rights.h"
 #include "security/session.h"
 
+#include <QApplication>
 #include <QCloseEvent>
 #include <QCoreApplication>
+#include <QGuiApplication>
 #include <QLabel>
 #include <QLocale>
 #include <QMdiArea>
 #include <QMdiSubWindow>
 #include <QMenuBar>
+#include <QScreen>
 #include <QStatusBar>
 #include <QTimer>
 
@@ -91,6 +97,7 @@ FrmMain::FrmMain(QWidget* parent) : QMainWindow(parent) {
     for (QLabel* l : {m_statusPanel, m_datePanel, m_timePanel, m_sealPanel})
         l->setFrameStyle(QFrame::Panel | QFrame::Sunken);
     bar->addWidget(m_statusPanel, 1);
+    m_panels = new StatusPanels(bar);
     bar->addPermanentWidget(m_sealPanel);
     bar->addPermanentWidget(m_datePanel);
     bar->addPermanentWidget(m_timePanel);
@@ -102,7 +109,15 @@ FrmMain::FrmMain(QWidget* parent) : QMainWindow(parent) {
 
     buildMenus();
 
-    restorePlacement(this, Sections::Settings, PlacementTwips{1000, 1000, 6500, 6500});
+    // A first start fills most of the screen: the plant is what the operator came to see.
+    const QScreen* screen = QGuiApplication::primaryScreen();
+    const QRect free = screen ? screen->availableGeometry() : QRect(0, 0, 1024, 768);
+    const double tpp = twipsPerPixel(this);
+    const QSize first = free.size() * 0.9;
+    restorePlacement(this, Sections::Settings,
+                     PlacementTwips{qRound((free.x() + (free.width() - first.width()) / 2) * tpp),
+                                    qRound((free.y() + (free.height() - first.height()) / 2) * tpp),
+                                    qRound(first.width() * tpp), qRound(first.height() * tpp)});
     // No right is in force yet and the active list is empty: this only sets the marks.
     mnuRtMode_Click();
 }
@@ -147,9 +162,33 @@ void FrmMain::buildMenus() {
                 e.handler(*this);
         });
     }
+    for (const auto& [name, key] : menuShortcuts())
+        if (QAction* action = menuItem(name))
+            action->setShortcut(key);
+    // The guide's key works in the dialogs too.
+    menuItem(QStringLiteral("mnuHelpGuide"))->setShortcutContext(Qt::ApplicationShortcut);
+    // Each bank item names the controllers it shows, as they are when the menu opens.
+    for (const char* group : {"Cgroup1", "Cgroup2"}) {
+        QMenu* menu = menus.value(QLatin1String(group));
+        menu->setToolTipsVisible(true);
+        connect(menu, &QMenu::aboutToShow, this, &FrmMain::updateBankTips);
+    }
+    updateBankTips();
     m_windowMenu = menus.value(QStringLiteral("mnuWindow"));
     connect(m_windowMenu, &QMenu::aboutToShow, this, &FrmMain::rebuildWindowMenu);
     rebuildWindowMenu();
+}
+
+void FrmMain::updateBankTips() {
+    for (int bank = 1; bank <= 16; ++bank) {
+        QStringList tags;
+        for (int row = 4 * (bank - 1); row < 4 * bank; ++row)
+            if (gControlEnabled[size_t(row)])
+                tags << gPvTag[size_t(row)];
+        if (QAction* action = menuItem(QStringLiteral("mnuAddBank%1").arg(bank)))
+            action->setToolTip(tags.isEmpty() ? tr("No scanned controller in this bank")
+                                              : tags.join(QStringLiteral(", ")));
+    }
 }
 
 void FrmMain::rebuildWindowMenu() {
@@ -188,10 +227,18 @@ void FrmMain::showHelp() {
             "Unable to display Help Contents. Help is not completed for this project."));
 }
 
+void FrmMain::showGuideHere() {
+    QWidget* window = QApplication::activeWindow();
+    if (!window || window == this)
+        window = m_mdi->activeSubWindow();
+    showGuide(m_mdi, window ? guideSectionFor(window) : QStringLiteral("start"));
+}
+
 void FrmMain::updateClockPanels() {
     const QDateTime now = currentDateTime();
     m_datePanel->setText(QLocale::system().toString(now.date(), QLocale::ShortFormat));
     m_timePanel->setText(now.time().toString(QStringLiteral("hh:mm:ss")));
+    m_panels->refresh();
 }
 
 void FrmMain::watchSealing(SealClient* client) {
@@ -362,6 +409,7 @@ void FrmMain::closeEvent(QCloseEvent* event) {
     }
     m_closing = true;
     savePlacement(this, Sections::Settings);
+    saveOpenWindows(m_mdi);
     m_scan->stop();
     for (QMdiSubWindow* w : m_mdi->subWindowList()) {
         if (auto* child = qobject_cast<ChildWindow*>(w))

@@ -5,6 +5,7 @@
 
 class QAction;
 class QLabel;
+class StatusPanels;
 class ChildWindow;
 class Ctrend1;
 class FrmMainDisplay;
@@ -33,6 +34,7 @@ public:
     // gets a line each time sealing starts or stops working.
     void watchSealing(SealClient* client);
     QString sealText() const;
+    StatusPanels* panels() const { return m_panels; }
     QString statusText() const;
     void updateCaption();
 
@@ -41,6 +43,9 @@ public:
     void mnuFileExit_Click();
 
     void showHelp();
+    // The user guide at the section of the window being worked in (a dialog, a child window),
+    // or at the start.
+    void showGuideHere();
     void timer3Tick();
     void updateOpenProjectMenu();
 
@@ -70,6 +75,8 @@ private:
     void buildMenus();
     void rebuildWindowMenu();
     void updateClockPanels();
+    // The bank items' tool tips: the tags of their scanned controllers.
+    void updateBankTips();
 
     QMdiArea* m_mdi = nullptr;
     ScanController* m_scan = nullptr;
@@ -79,6 +86,7 @@ private:
     QLabel* m_datePanel = nullptr;
     QLabel* m_timePanel = nullptr;
     QLabel* m_sealPanel = nullptr;
+    StatusPanels* m_panels = nullptr;
     QMenu* m_windowMenu = nullptr;
     bool m_closing = false;
 };

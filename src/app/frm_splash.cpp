@@ -1,6 +1,7 @@
 #include "frm_splash.h"
 
 #include "app/frm_main.h"
+#include "app/open_windows.h"
 #include "app/startup.h"
 #include "displays/project_file.h"
 #include "plant/comm_errors.h"
@@ -108,6 +109,7 @@ void FrmSplash::timer1Tick() {
         hide();
         deleteLater();
         m_main->scan().startScan();
+        reopenWindows(*m_main);
         emit startupComplete();
     } catch (const std::exception& e) {
         reportError(QStringLiteral("splashScreenTimer1"), 0, QString::fromLocal8Bit(e.what()));

@@ -177,6 +177,8 @@ std::vector<MenuEntry> buildTable() {
     menu({}, QStringLiteral("mnuWindow"), QStringLiteral("&Window"));
 
     menu({}, help, QStringLiteral("&Help"));
+    item(help, QStringLiteral("mnuHelpGuide"), QStringLiteral("&User Guide"), -1,
+         [](FrmMain& main) { main.showGuideHere(); });
     item(help, QStringLiteral("mnuHelpContents"), QStringLiteral("&Contents"), -1,
          [](FrmMain& main) { main.showHelp(); });
     item(help, QStringLiteral("mnuHelpSearchForHelpOn"), QStringLiteral("&Search For Help On..."),
@@ -193,4 +195,25 @@ std::vector<MenuEntry> buildTable() {
 const std::vector<MenuEntry>& mainMenuTable() {
     static const std::vector<MenuEntry> table = buildTable();
     return table;
+}
+
+const std::vector<std::pair<QString, QKeySequence>>& menuShortcuts() {
+    static const std::vector<std::pair<QString, QKeySequence>> keys = [] {
+        std::vector<std::pair<QString, QKeySequence>> k;
+        // Banks 1 to 10 on Ctrl and a digit, 11 to 16 on Ctrl+Alt and a digit; trends on Alt.
+        for (int bank = 1; bank <= 16; ++bank)
+            k.emplace_back(QStringLiteral("mnuAddBank%1").arg(bank),
+                           QKeySequence(bank <= 10 ? QStringLiteral("Ctrl+%1").arg(bank % 10)
+                                                   : QStringLiteral("Ctrl+Alt+%1").arg(bank - 10)));
+        for (int trend = 1; trend <= 8; ++trend)
+            k.emplace_back(QStringLiteral("mnuTrend%1").arg(trend),
+                           QKeySequence(QStringLiteral("Alt+%1").arg(trend)));
+        k.emplace_back(QStringLiteral("mnuDigValues"), QKeySequence(Qt::Key_F6));
+        k.emplace_back(QStringLiteral("mnuHistory"), QKeySequence(Qt::Key_F7));
+        k.emplace_back(QStringLiteral("mnuAlarmLog"), QKeySequence(Qt::Key_F9));
+        k.emplace_back(QStringLiteral("mnuLogon"), QKeySequence(QStringLiteral("Ctrl+Shift+L")));
+        k.emplace_back(QStringLiteral("mnuHelpGuide"), QKeySequence(Qt::Key_F1));
+        return k;
+    }();
+    return keys;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QKeySequence>
 #include <QString>
 #include <functional>
 #include <vector>
@@ -21,3 +22,6 @@ struct MenuEntry {
 
 // The whole menu bar, in order.
 const std::vector<MenuEntry>& mainMenuTable();
+
+// Keys of the commands used all day, by item name; each key once.
+const std::vector<std::pair<QString, QKeySequence>>& menuShortcuts();

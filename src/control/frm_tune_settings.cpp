@@ -134,6 +134,9 @@ FrmTuneSettings::FrmTuneSettings(QWidget* parent) : ChildWindow(Life::Closes, kS
     ToolCommands button(Toolbar1, this);
     button(QStyle::SP_DialogOpenButton, "Open", "Open Tune File", [this] { openTuneFile(); });
     button(QStyle::SP_DialogSaveButton, "Save", "Save Setup", [this] { saveTuneFile(); });
+    // The value axis to the data in view; the scale set up stays for the next setup.
+    button(QStyle::SP_ToolBarVerticalExtensionButton, "Fit", "Fit Value Axis to Data",
+           [this] { iPlotX->fitValueAxis(); });
     button(QStyle::SP_FileDialogDetailedView, "Setup", "Trend Setup", [this] { setupTrend(); });
     button(QStyle::SP_MediaPlay, "Resume", "Resume Trending",
            [this] { iPlotX->setTrackingEnabled(true); });
@@ -366,8 +369,19 @@ void FrmTuneSettings::timer1Tick() {
             const QDateTime now = currentDateTime();
             const double values[3] = {gPV[c].asNumber().value_or(0), gSP[c].asNumber().value_or(0),
                                       double(gPctOut[c])};
+            // A controller that stopped answering breaks the lines, as on the trends; its bars
+            // stay where its last values put them, hatched.
+            const QString note = heldNote(theCurrAddress);
+            const bool held = !note.isEmpty();
+            for (int i = 0; i < 3; ++i) {
+                iPlotX->setChannelNote(i, note);
+                if (held)
+                    iPlotX->addGap(i, now);
+                else
+                    iPlotX->addPoint(i, now, values[i]);
+            }
             for (int i = 0; i < 3; ++i)
-                iPlotX->addPoint(i, now, values[i]);
+                levelBars->setBarHeld(i, held);
             levelBars->setBarPosition(0, values[0]);
             levelBars->setBarPosition(1, values[1]);
             // The output bar keeps the scale it opened with, whatever a tuning file sets.

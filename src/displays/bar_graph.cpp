@@ -114,8 +114,9 @@ QString FrmBarGraph::statusText() const {
 void FrmBarGraph::writeStatusLine() {
     const auto c = size_t(cToMonitor);
     m_panel->setText(QStringLiteral("(Red) ") + gPvTag[c] + QStringLiteral(" : = ") +
-                     gPV[c].toText() + QStringLiteral("  --  ") + QStringLiteral("(Green) ") +
-                     gSpTag[c] + QStringLiteral(" : = ") + gSP[c].toText());
+                     readingText(cToMonitor, gPV[c]) + QStringLiteral("  --  ") +
+                     QStringLiteral("(Green) ") + gSpTag[c] + QStringLiteral(" : = ") +
+                     readingText(cToMonitor, gSP[c]));
 }
 
 void FrmBarGraph::timer1Tick() {
@@ -124,6 +125,8 @@ void FrmBarGraph::timer1Tick() {
     int c = barNumber;
     for (int i = 0; i < 2 * kControllers; i += 2) {
         if (validRow(c) && gControlEnabled[size_t(c)]) {
+            Bar1X1->setBarHeld(i, !isFresh(c));
+            Bar1X1->setBarHeld(i + 1, !isFresh(c));
             Bar1X1->setBarColor(i, kRed);
             // A reading that is no number leaves its bar where it stood.
             if (const std::optional<double> pv = gPV[size_t(c)].asNumber())
@@ -133,6 +136,8 @@ void FrmBarGraph::timer1Tick() {
                 Bar1X1->setBarPosition(i + 1, *sp);
             ++c;
         } else {
+            Bar1X1->setBarHeld(i, false);
+            Bar1X1->setBarHeld(i + 1, false);
             Bar1X1->setBarPosition(i, BarLower->value());
             Bar1X1->setBarPosition(i + 1, BarLower->value());
         }

@@ -30,12 +30,6 @@ constexpr int kMinHeightTwips = 2865;
 
 QPointer<DigitalValues> gDigitalValues;
 
-// A number as the grid shows it: seven significant digits, as readings of single precision
-// hold, and a blank where a plus sign would stand.
-QString valueText(double value) {
-    const QString text = QString::number(value, 'g', 7);
-    return value < 0 ? text : u' ' + text;
-}
 } // namespace
 
 DigitalValues::DigitalValues(QWidget* parent)
@@ -51,9 +45,15 @@ DigitalValues::DigitalValues(QWidget* parent)
     layout->addWidget(Toolbar1);
     Grid1 = new RecordGrid(body);
     Grid1->setObjectName(QStringLiteral("Grid1"));
+    // The quality column says whether the values are measured or held (a controller that stopped
+    // answering keeps its last values).
     Grid1->setColumns({QStringLiteral("Tagname"), QStringLiteral("Value"),
-                       QStringLiteral("Tagname"), QStringLiteral("Value")},
-                      {20, 7, 20, 7});
+                       QStringLiteral("Tagname"), QStringLiteral("Value"),
+                       QStringLiteral("Quality")},
+                      {20, 9, 20, 9, 13});
+    // Numbers with the controller's own decimals, their points one under the other.
+    for (const int column : {1, 3})
+        Grid1->setColumnAlignment(column, Qt::AlignRight);
     Grid1->setRowHeightUnits(11);
     Grid1->setLocked(true);
     layout->addWidget(Grid1, 1);
@@ -86,11 +86,17 @@ void DigitalValues::timer1Tick() {
         const auto row = size_t(c);
         Grid1->setText(i, 0, gPvTag[row]);
         // A reading that is no number (an error display) leaves the cell as it was.
-        if (const std::optional<double> pv = gPV[row].asNumber())
-            Grid1->setText(i, 1, valueText(*pv));
+        if (gPV[row].asNumber())
+            Grid1->setText(i, 1, readingText(c, gPV[row]));
         Grid1->setText(i, 2, gSpTag[row]);
-        if (const std::optional<double> sp = gSP[row].asNumber())
-            Grid1->setText(i, 3, valueText(*sp));
+        if (gSP[row].asNumber())
+            Grid1->setText(i, 3, readingText(c, gSP[row]));
+        const QString quality = qualityText(c);
+        if (Grid1->text(i, 4) != quality) {
+            Grid1->setText(i, 4, quality);
+            // Held values grey, as the bank's digits dim.
+            Grid1->setRowColors(i, {}, isFresh(c) ? QColor() : QColor(Qt::gray));
+        }
     }
 }
 

@@ -308,6 +308,8 @@ void TrendSetup::setupRTPlot() {
     }
     table.append(0);
     trend->assignTrendArray(table);
+    // The pens start again from the controllers' recent past: those that stay keep what it holds.
+    trend->fillFromHistory();
     trend->writeArrayData(QStringLiteral("%1/Trend%2.trn").arg(gAppPath).arg(frmNumberPassed));
     startTickTimer(trend->Timer1);
     plot.setTrackingEnabled(true);

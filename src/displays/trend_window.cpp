@@ -3,6 +3,7 @@
 #include "displays/plot_commands.h"
 #include "displays/trend_setup.h"
 #include "plant/plant_store.h"
+#include "plant/value_history.h"
 #include "platform/clock.h"
 #include "platform/dialogs.h"
 #include "platform/placement.h"
@@ -73,6 +74,9 @@ Ctrend1::Ctrend1(qint16 number, QWidget* parent)
     button(QStyle::SP_FileDialogContentsView, "Cursor", "Show/Hide Data Cursor",
            &Ctrend1::toggleDataCursor);
     button(QStyle::SP_MediaPlay, "Resume", "Resume Trending", &Ctrend1::resumeTrending);
+    // The value axis to the data in view; the scale set up stays for the next setup.
+    button(QStyle::SP_ToolBarVerticalExtensionButton, "Fit", "Fit Value Axis to Data",
+           [this] { iPlotX->fitValueAxis(); });
     button(QStyle::SP_DriveFDIcon, "Jpeg", "Save as Jpeg..", &Ctrend1::saveTrendJPG);
     button(QStyle::SP_FileIcon, "Print", "Print Trend", &Ctrend1::printTrend);
     layout->addWidget(Toolbar1);
@@ -132,6 +136,15 @@ void Ctrend1::assignTrendArray(const QVector<qint16>& passArray) {
 void Ctrend1::plotArray() {
     for (int i = 0; i < penCount(); ++i) {
         const int code = trendArray.at(i);
+        const int row = code % 100;
+        // A controller that stopped answering breaks its pens' lines: the values it holds are
+        // not measurements.
+        if (code >= 0 && code < 300 && validRow(row) && !isFresh(row)) {
+            iPlotX->addGap(i, currentDateTime());
+            iPlotX->setChannelNote(i, heldNote(row));
+            continue;
+        }
+        iPlotX->setChannelNote(i, {});
         std::optional<double> value;
         if (code >= 200) {
             if (validRow(code - 200))
@@ -145,6 +158,24 @@ void Ctrend1::plotArray() {
         // A value that is no number (a controller's error display) leaves a gap in this pen only.
         if (value)
             iPlotX->addPoint(i, currentDateTime(), *value);
+    }
+}
+
+void Ctrend1::fillFromHistory() {
+    const QDateTime now = currentDateTime();
+    const double spanMs = std::min(iPlotX->xSpan() * 86'400'000.0, double(ValueHistory::kKeepMs));
+    const QDateTime from = now.addMSecs(-qint64(spanMs));
+    for (int i = 0; i < penCount(); ++i) {
+        const int code = trendArray.at(i);
+        if (code < 0 || code >= 300 || !validRow(code % 100))
+            continue;
+        QVector<double> days, values;
+        for (const ValueHistory::Point& p : valueHistory().since(code % 100, from)) {
+            days.append(double(p.ms) / 86'400'000.0);
+            values.append(code >= 200 ? p.out : code >= 100 ? p.sp : p.pv);
+        }
+        if (!days.isEmpty())
+            iPlotX->addPoints(i, days, values);
     }
 }
 
@@ -227,6 +258,8 @@ bool Ctrend1::applyConfig(const TrendConfig& c) {
     QVector<qint16> pass = c.codes;
     pass.append(qint16(c.channels.size()));
     assignTrendArray(pass);
+    // New pens start with the recent past of what they follow.
+    fillFromHistory();
     return true;
 }
 

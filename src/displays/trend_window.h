@@ -52,6 +52,8 @@ public:
 
     // Takes elements 0 to upper bound - 1 of the table; its last element is dropped.
     void assignTrendArray(const QVector<qint16>& passArray);
+    // The pens' recent past from the controllers' history, as far back as the time span shows.
+    void fillFromHistory();
     // One sample of every pen.
     void plotArray();
     void timer1Tick();

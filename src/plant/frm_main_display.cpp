@@ -133,6 +133,13 @@ void FrmMainDisplay::refresh() {
 void FrmMainDisplay::setReading(SevenSegmentDisplay* display, int row, bool pv) {
     const PlantValue& v = pv ? gPV[row] : gSP[row];
     display->setOn(true);
+    const bool held = !isFresh(row);
+    if (held != display->isHeld()) {
+        display->setHeld(held);
+        display->setToolTip(held ? gPvTag[row] + QStringLiteral(": ") + heldNote(row) +
+                                       QStringLiteral(", the value shown is held")
+                                 : QString());
+    }
     if (v.isText())
         display->setValueText(v.toText());
     else

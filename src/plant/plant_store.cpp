@@ -1,6 +1,11 @@
 #include "plant_store.h"
 
+#include "platform/clock.h"
 #include "scan_controller.h"
+#include "value_history.h"
+
+#include <algorithm>
+#include <limits>
 
 int rowAtPosition(int position) {
     if (position < 0 || position >= gActiveList.size())
@@ -26,6 +31,54 @@ void rebuildActiveList() {
         scan->restartPolling();
 }
 
+void noteReadAnswered(int row) {
+    if (!validRow(row))
+        return;
+    gFailedReads[row] = 0;
+    gAnswered[row] = true;
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    valueHistory().record(row, currentDateTime(), float(gPV[row].asNumber().value_or(nan)),
+                          float(gSP[row].asNumber().value_or(nan)), gPctOut[row]);
+}
+
+void noteReadFailed(int row) {
+    if (!validRow(row) || gFailedReads[row] >= 1000)
+        return;
+    if (++gFailedReads[row] == kNotAnsweringAfter)
+        valueHistory().recordBreak(row, currentDateTime());
+}
+
+QString readingText(int row, const PlantValue& value) {
+    const std::optional<double> number = value.isText() ? std::nullopt : value.asNumber();
+    if (!number)
+        return value.toText();
+    const int decimals = validRow(row) ? std::clamp<int>(gDecimal[row], 0, 6) : 1;
+    return QString::number(*number, 'f', decimals);
+}
+
+QString heldNote(int row) {
+    if (isFresh(row))
+        return {};
+    return validRow(row) && gAnswered[row] ? QStringLiteral("not answering")
+                                           : QStringLiteral("no reading yet");
+}
+
+QString qualityText(int row) {
+    const QString note = heldNote(row);
+    return note.isEmpty() ? QStringLiteral("Good") : note.left(1).toUpper() + note.mid(1);
+}
+
+int notAnsweringCount(QString* firstTag) {
+    int count = 0;
+    for (int row = 0; row < kControllerCount; ++row) {
+        if (!gControlEnabled[row] || !isNotAnswering(row))
+            continue;
+        if (count++ == 0 && firstTag)
+            *firstTag = gPvTag[row];
+    }
+    return count;
+}
+
 void resetPlantStore() {
     for (int row = 0; row < kControllerCount; ++row) {
         gPvTag[row].clear();
@@ -44,6 +97,9 @@ void resetPlantStore() {
     gFixedTenth.fill(false);
     gProfState.fill(0);
     gComErrCount.fill(0);
+    gFailedReads.fill(0);
+    gAnswered.fill(false);
+    valueHistory().clear();
     gActiveList = {0};
     gActiveCount = 0;
     gPollIndex = 0;

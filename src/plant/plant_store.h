@@ -38,6 +38,16 @@ inline ControllerColumn<qint16> gProfState{};
 // Consecutive failed reads, indexed by position in the active list, not by row.
 inline ControllerColumn<qint16> gComErrCount{};
 
+// Whether a controller's readings are fresh, for the quality marks of the displays and records:
+// its failed reads in a row, by row (the count above is by position and starts again at each
+// report), and whether it has answered since the workstation started. Its readings stay as they
+// were whatever these say.
+inline ControllerColumn<qint16> gFailedReads{};
+inline ControllerColumn<bool> gAnswered{};
+// Failed reads in a row from which a controller counts as not answering: one more than a single
+// lost reply, as the logger window reports them.
+inline constexpr int kNotAnsweringAfter = 2;
+
 // Node addresses of the enabled controllers, ascending, with one empty (0) element at the end.
 inline QVector<qint16> gActiveList{0};
 inline qint16 gActiveCount = 0;
@@ -68,6 +78,28 @@ int rowAtPosition(int position);
 void buildActiveList();
 // After a project load: the list again, and polling restarted without the first-scan dialog.
 void rebuildActiveList();
+
+// A controller whose last reads failed: its readings are held, not measured.
+inline bool isNotAnswering(int row) {
+    return validRow(row) && gFailedReads[row] >= kNotAnsweringAfter;
+}
+// Readings measured and not held: the controller answered once and answers still.
+inline bool isFresh(int row) {
+    return validRow(row) && gAnswered[row] && !isNotAnswering(row);
+}
+// The poll's bookkeeping of each read, by row.
+void noteReadAnswered(int row);
+void noteReadFailed(int row);
+// A reading as the controller has it: a number with the controller's own decimals, a text (an
+// error display) as it stands.
+QString readingText(int row, const PlantValue& value);
+// Why a controller's readings are held, for the marks beside them: "not answering", "no reading
+// yet"; empty while they are fresh.
+QString heldNote(int row);
+// The quality of its readings in a word or two: "Good", or the held note.
+QString qualityText(int row);
+// The enabled controllers not answering, and the tag of the first of them.
+int notAnsweringCount(QString* firstTag = nullptr);
 
 // Puts the whole store back to its start values.
 void resetPlantStore();

@@ -97,6 +97,7 @@ void PollCycle::onReadComplete() {
                 gAlarmState[gPollIndex] = 0;
         }
     }
+    noteReadAnswered(row);
     if (validRow(gPollIndex))
         gComErrCount[gPollIndex] = 0;
     ++gPollIndex;
@@ -114,6 +115,7 @@ void PollCycle::onError(int code) {
         if (m_progress)
             m_progress->closeScan();
     }
+    noteReadFailed(rowAtPosition(gPollIndex));
     if (validRow(gPollIndex)) {
         ++gComErrCount[gPollIndex];
         if (gComErrCount[gPollIndex] >= 2) {

@@ -21,6 +21,7 @@ void getgControllerValuesFakeProcedure(PollCycle& poll) {
     gSP[row] = static_cast<double>(wholeUpTo(150));
     gPctOut[row] = static_cast<float>(wholeUpTo(100));
     gFixedTenth[row] = true;
+    noteReadAnswered(row);
     // By position, as the poll does it.
     if (validRow(gPollIndex))
         gAlarmState[gPollIndex] = 0;

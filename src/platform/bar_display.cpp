@@ -35,6 +35,17 @@ void BarDisplay::setBarColor(int bar, qint32 color) {
     update();
 }
 
+void BarDisplay::setBarHeld(int bar, bool held) {
+    if (bar < 0 || bar >= m_bars.size() || m_bars[bar].held == held)
+        return;
+    m_bars[bar].held = held;
+    update();
+}
+
+bool BarDisplay::isBarHeld(int bar) const {
+    return bar >= 0 && bar < m_bars.size() && m_bars[bar].held;
+}
+
 qint32 BarDisplay::barColor(int bar) const {
     return bar >= 0 && bar < m_bars.size() ? m_bars[bar].color : 0;
 }
@@ -120,7 +131,11 @@ void BarDisplay::paintEvent(QPaintEvent*) {
         const Bar& b = m_bars[i];
         const int x = left + i * kSlot;
         const int y = yOf(level(b.value));
-        painter.fillRect(QRect(x, y, kBarWidth, bottom - y + 1), platformColor(b.color));
+        const QRect body(x, y, kBarWidth, bottom - y + 1);
+        if (b.held)
+            painter.fillRect(body, QBrush(platformColor(b.color), Qt::BDiagPattern));
+        else
+            painter.fillRect(body, platformColor(b.color));
         if (b.peakSet) {
             const int py = yOf(level(b.peak));
             painter.setPen(QPen(Qt::yellow, 2));

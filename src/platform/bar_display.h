@@ -19,6 +19,9 @@ public:
     // Colours are the platform's values, red in the low byte.
     void setBarColor(int bar, qint32 color);
     qint32 barColor(int bar) const;
+    // Held: the bar's value is an old one (its source stopped answering); it is drawn hatched.
+    void setBarHeld(int bar, bool held);
+    bool isBarHeld(int bar) const;
     void setBarPosition(int bar, double value);
     double barPosition(int bar) const;
     double peak(int bar) const;
@@ -47,6 +50,7 @@ private:
         double value = 0.0;
         double peak = 0.0;
         bool peakSet = false;
+        bool held = false;
     };
     // Where a value stands between the bottom (0) and the top (1) of the scale.
     double level(double value) const;

@@ -88,6 +88,13 @@ void SevenSegmentDisplay::setOn(bool on) {
     refresh();
 }
 
+void SevenSegmentDisplay::setHeld(bool held) {
+    if (held == m_held)
+        return;
+    m_held = held;
+    update();
+}
+
 void SevenSegmentDisplay::setColours(const QColor& lit, const QColor& unlit,
                                      const QColor& background) {
     m_lit = lit;
@@ -135,6 +142,11 @@ void SevenSegmentDisplay::paintEvent(QPaintEvent*) {
         }
         places[at--].c = m_shown[i];
     }
+    // A held value's segments glow a third as bright, between lit and unlit.
+    const QColor litColour = m_held ? QColor::fromRgbF((m_lit.redF() + 2 * m_unlit.redF()) / 3,
+                                                       (m_lit.greenF() + 2 * m_unlit.greenF()) / 3,
+                                                       (m_lit.blueF() + 2 * m_unlit.blueF()) / 3)
+                                    : m_lit;
     const qreal margin = 4;
     const qreal cellW = (width() - 2 * margin) / m_digits;
     const qreal h = height() - 2 * margin;
@@ -149,10 +161,10 @@ void SevenSegmentDisplay::paintEvent(QPaintEvent*) {
                                     {ml, bl}, {tl, ml}, {ml, mr}};
         const int lit = segmentsOf(places[i].c);
         for (int s = 0; s < 7; ++s) {
-            p.setBrush((lit >> s & 1) ? m_lit : m_unlit);
+            p.setBrush((lit >> s & 1) ? litColour : m_unlit);
             p.drawPath(bar(ends[s][0], ends[s][1], thick));
         }
-        p.setBrush(places[i].point ? m_lit : m_unlit);
+        p.setBrush(places[i].point ? litColour : m_unlit);
         p.drawEllipse(QPointF(x0 + w + thick * 1.1, y0 + h - thick / 2), thick / 2, thick / 2);
     }
 }

@@ -36,6 +36,10 @@ public:
     // Off: the display goes dark.
     void setOn(bool on);
     bool isOn() const { return m_on; }
+    // Held: the value is an old one (its source stopped answering); the digits dim, so that an
+    // operator tells it from a measured one at a glance.
+    void setHeld(bool held);
+    bool isHeld() const { return m_held; }
     void setColours(const QColor& lit, const QColor& unlit, const QColor& background);
 
     // What the digits show, one character a place ('.' joins the place before it); empty when
@@ -54,6 +58,7 @@ private:
     int m_precision = 0;
     int m_digits = 6;
     bool m_on = true;
+    bool m_held = false;
     QString m_shown;
     QColor m_lit{255, 40, 30};
     QColor m_unlit{60, 10, 8};

@@ -7,6 +7,8 @@
 #include <QPicture>
 #include <QPrinter>
 #include <QVBoxLayout>
+#include <cmath>
+#include <limits>
 #include <qcustomplot.h>
 
 namespace {
@@ -157,6 +159,7 @@ int Plot::addChannel() {
     QCPGraph* g = m_plot->addGraph();
     g->setPen(QPen(kColours[(m_plot->graphCount() - 1) % std::size(kColours)]));
     m_rings.append(kDefaultRing);
+    m_notes.append(QString());
     replotSoon();
     return m_plot->graphCount() - 1;
 }
@@ -164,6 +167,7 @@ int Plot::addChannel() {
 void Plot::removeAllChannels() {
     m_plot->clearGraphs();
     m_rings.clear();
+    m_notes.clear();
     replotSoon();
 }
 
@@ -171,15 +175,50 @@ int Plot::channelCount() const {
     return m_plot->graphCount();
 }
 
+namespace {
+QString noteSuffix(const QString& note) {
+    return note.isEmpty() ? QString() : QStringLiteral(" (") + note + u')';
+}
+} // namespace
+
 QString Plot::channelTitle(int i) const {
-    return graph(i) ? graph(i)->name() : QString();
+    if (!graph(i))
+        return {};
+    // The legend's text is the graph's name: the note is taken off it.
+    const QString name = graph(i)->name();
+    const QString suffix = noteSuffix(channelNote(i));
+    return name.endsWith(suffix) ? name.chopped(suffix.size()) : name;
 }
 
 void Plot::setChannelTitle(int i, const QString& title) {
     if (QCPGraph* g = graph(i)) {
-        g->setName(title);
+        g->setName(title + noteSuffix(channelNote(i)));
         replotSoon();
     }
+}
+
+QString Plot::channelNote(int i) const {
+    return m_notes.value(i);
+}
+
+void Plot::setChannelNote(int i, const QString& note) {
+    QCPGraph* g = graph(i);
+    if (!g || i >= m_notes.size() || m_notes[i] == note)
+        return;
+    const QString title = channelTitle(i);
+    m_notes[i] = note;
+    g->setName(title + noteSuffix(note));
+    replotSoon();
+}
+
+void Plot::addGap(int i, const QDateTime& at) {
+    QCPGraph* g = graph(i);
+    if (!g || !at.isValid())
+        return;
+    const auto stored = g->data();
+    if (!stored->isEmpty() && std::isnan((stored->constEnd() - 1)->value))
+        return;
+    addPoint(i, at, std::numeric_limits<double>::quiet_NaN());
 }
 
 qint32 Plot::channelColor(int i) const {
@@ -378,6 +417,29 @@ void Plot::setYSpan(double span) {
     replotSoon();
 }
 
+bool Plot::fitValueAxis() {
+    const QCPRange shown = m_plot->xAxis->range();
+    double low = std::numeric_limits<double>::infinity();
+    double high = -low;
+    for (int i = 0; i < channelCount(); ++i) {
+        const auto stored = graph(i)->data();
+        for (auto it = stored->findBegin(shown.lower, false);
+             it != stored->findEnd(shown.upper, false); ++it) {
+            if (std::isnan(it->value))
+                continue;
+            low = std::min(low, it->value);
+            high = std::max(high, it->value);
+        }
+    }
+    if (low > high)
+        return false;
+    // A margin of a twentieth of the range each side, a unit where the values are all one.
+    const double margin = high > low ? (high - low) / 20 : std::max(1.0, std::abs(low) / 20);
+    setYMin(low - margin);
+    setYSpan(high - low + 2 * margin);
+    return true;
+}
+
 void Plot::setXColors(qint32 labels, qint32 scaleLines) {
     m_xLabelColor = labels;
     m_xScaleColor = scaleLines;
@@ -459,7 +521,7 @@ QString Plot::dataCursorText() const {
         // The newest point at or before the cursor.
         const auto stored = graph(i)->data();
         const auto after = stored->findEnd(m_cursorKey, false);
-        const QString value = after == stored->constBegin()
+        const QString value = after == stored->constBegin() || std::isnan((after - 1)->value)
                                   ? QStringLiteral("-")
                                   : QString::number((after - 1)->value, 'g', 6);
         lines << channelTitle(i) + QStringLiteral(": ") + value;

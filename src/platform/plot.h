@@ -47,6 +47,13 @@ public:
     // A point at the moment given (its X is that moment in days).
     void addPoint(int i, const QDateTime& at, double value);
     QVector<QPointF> points(int i) const;
+    // A break in the channel's line at the moment given: its source gave no value it could stand
+    // by. One break stands for a run of them.
+    void addGap(int i, const QDateTime& at);
+    // A note the legend shows after the channel's title ("not answering"); none when empty. The
+    // title itself stays as set.
+    void setChannelNote(int i, const QString& note);
+    QString channelNote(int i) const;
     // Many points at once, their X in days, in any order; the ring applies as to single points.
     void addPoints(int i, const QVector<double>& days, const QVector<double>& values);
 
@@ -63,6 +70,9 @@ public:
     double ySpan() const;
     void setYMin(double value);
     void setYSpan(double span);
+    // The value axis from the lowest to the highest point shown on the time axis, with a margin;
+    // false (and the axis as it was) when no point is shown.
+    bool fitValueAxis();
 
     qint32 xLabelColor() const { return m_xLabelColor; }
     qint32 xScaleColor() const { return m_xScaleColor; }
@@ -128,6 +138,7 @@ private:
     QCPItemText* m_cursorText;
     double m_cursorKey = 0.0;
     QVector<int> m_rings;
+    QVector<QString> m_notes;
     qint32 m_xLabelColor = 0;
     qint32 m_xScaleColor = 0;
     qint32 m_yLabelColor = 0;

@@ -119,6 +119,7 @@ public:
     void setLocked(bool locked);
     bool isLocked() const { return m_locked; }
     void setColumnLocked(int column, bool locked);
+    void setColumnAlignment(int column, Qt::Alignment alignment);
     void setRowLocked(int row, bool locked);
     void setCellLocked(int row, int column, bool locked);
     bool isCellLocked(int row, int column) const;
@@ -155,6 +156,7 @@ private:
         bool titled = false; // untitled columns show their number
         bool locked = false;
         GridCellType type = GridCellType::Text;
+        Qt::Alignment alignment;
         QStringList comboItems;
         QString checkText;
     };
@@ -242,6 +244,9 @@ public:
 
     void setLocked(bool locked) { m_model->setLocked(locked); }
     void setColumnLocked(int column, bool locked) { m_model->setColumnLocked(column, locked); }
+    void setColumnAlignment(int column, Qt::Alignment alignment) {
+        m_model->setColumnAlignment(column, alignment);
+    }
     void setRowLocked(int row, bool locked) { m_model->setRowLocked(row, locked); }
     void setCellLocked(int row, int column, bool locked) {
         m_model->setCellLocked(row, column, locked);

@@ -228,6 +228,8 @@ QVariant RecordGridModel::data(const QModelIndex& index, int role) const {
         if (info.type != GridCellType::CheckBox)
             return {};
         return m_rows[row].field(column) == "1" ? Qt::Checked : Qt::Unchecked;
+    case Qt::TextAlignmentRole:
+        return info.alignment ? QVariant(int(info.alignment | Qt::AlignVCenter)) : QVariant();
     case Qt::BackgroundRole:
     case Qt::ForegroundRole: {
         const auto style = m_rowStyles.constFind(row);
@@ -516,6 +518,11 @@ void RecordGridModel::setColumnLocked(int column, bool locked) {
     m_columns[column].locked = locked;
     if (!quiet() && rowCount() > 0)
         emit dataChanged(index(0, column), index(rowCount() - 1, column));
+}
+
+void RecordGridModel::setColumnAlignment(int column, Qt::Alignment alignment) {
+    if (column >= 0 && column < columnCount())
+        m_columns[column].alignment = alignment;
 }
 
 void RecordGridModel::setRowLocked(int row, bool locked) {

@@ -1,6 +1,7 @@
 #include "alarm_log.h"
 
 #include "alm_log_viewer.h"
+#include "audit_trail.h"
 #include "daily_files.h"
 #include "platform/beep.h"
 #include "platform/clock.h"
@@ -14,6 +15,7 @@
 #include "record_line.h"
 #include "security/login.h"
 #include "security/rights.h"
+#include "security/session.h"
 #include "viewer_commands.h"
 
 #include <QCoreApplication>
@@ -96,6 +98,8 @@ AlarmLog::AlarmLog(QWidget* parent) : ChildWindow(Life::Resident, Sections::Alar
     ToolCommands button(m_toolbar, this);
     button(QStyle::SP_FileDialogContentsView, "view", "Alarm Log Viewer",
            &AlarmLog::showAlarmViewer);
+    button(QStyle::SP_DialogApplyButton, "ackAll", "Acknowledge All Alarms",
+           &AlarmLog::acknowledgeAll);
     button(QStyle::SP_DialogDiscardButton, "Clear", "Clear Selected Alarm",
            &AlarmLog::clearSelectedAlarm);
     button(QStyle::SP_TrashIcon, "clear1", "Clear All Alarms", &AlarmLog::clearAllAlarms);
@@ -142,6 +146,13 @@ AlarmLog::~AlarmLog() {
 
 QString AlarmLog::statusText() const {
     return m_statusPanel->text();
+}
+
+int AlarmLog::unacknowledgedCount() const {
+    int count = 0;
+    for (int row = 0; row < m_grid->rowCount(); ++row)
+        count += m_grid->text(row, Ack) == QLatin1String("NO") ? 1 : 0;
+    return count;
 }
 
 void AlarmLog::placeInArea() {
@@ -238,6 +249,40 @@ void AlarmLog::acknowledgeAlarm(int row) {
     const QDateTime now = currentDateTime();
     writeAlarmLog(recordLine({tagname, stamp(now), QString()}),
                   QStringLiteral(",Alarm Acknowledged"), now);
+}
+
+void AlarmLog::acknowledgeAll() {
+    // Each row by its tag and moment: the login runs the event loop, and rows may go meanwhile.
+    QList<std::pair<QString, QString>> open;
+    for (int row = 0; row < m_grid->rowCount(); ++row)
+        if (m_grid->text(row, Ack) != QLatin1String("YES"))
+            open.append({m_grid->text(row, Tagname), m_grid->text(row, TimeOfAlarm)});
+    if (open.isEmpty()) {
+        msgBox(QStringLiteral("There are no alarms to acknowledge!"), MsgIcon::Information,
+               MsgButtons::Ok, QStringLiteral("Alarm Acknowledge"));
+        return;
+    }
+    if (msgBox(QStringLiteral("Acknowledge all %1 alarms.\nAre you sure?").arg(open.size()),
+               MsgIcon::Question, MsgButtons::YesNo,
+               QStringLiteral("Alarm Acknowledge")) != MsgAnswer::Yes)
+        return;
+    // One signature for all; its audit line is the first row's, as a double click writes it.
+    if (!checkAccessWithLogin(Right::AcknowledgeAlarms,
+                              QStringLiteral("Acknowledge Alarm on ") + open.first().first))
+        return;
+    const QDateTime now = currentDateTime();
+    for (int row = 0; row < m_grid->rowCount(); ++row) {
+        const std::pair<QString, QString> key{m_grid->text(row, Tagname),
+                                              m_grid->text(row, TimeOfAlarm)};
+        if (m_grid->text(row, Ack) == QLatin1String("YES") || !open.contains(key))
+            continue;
+        if (g21CFR && key != open.first())
+            auditLine(QStringLiteral("Acknowledge Alarm on ") + key.first);
+        m_grid->setRowColors(row, {}, kAcknowledged);
+        m_grid->setText(row, Ack, QStringLiteral("YES"));
+        writeAlarmLog(recordLine({key.first, stamp(now), QString()}),
+                      QStringLiteral(",Alarm Acknowledged"), now);
+    }
 }
 
 void AlarmLog::clearSelectedAlarm() {

@@ -47,12 +47,16 @@ public:
     QTimer* timer1() const { return m_timer1; }
     bool isBeeping() const { return m_beeping; }
     QString statusText() const;
+    // Rows not yet acknowledged.
+    int unacknowledgedCount() const;
 
     void timer1Tick();
     void addAlarm(int controller, int alarmNumber);
     void restoreAlarmWindow();
     // A double click on a row.
     void acknowledgeAlarm(int row);
+    // Every row not yet acknowledged, after one login; an audit line for each row.
+    void acknowledgeAll();
     void clearSelectedAlarm();
     void clearAllAlarms();
     void exportAlarmLog();

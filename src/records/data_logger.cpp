@@ -54,6 +54,23 @@ QStringList loggedValues() {
     return values;
 }
 
+// The mark of a data line some of whose values are held: the tags of the logged controllers
+// that did not answer their last reads (or never have), after the operator's message. It rides
+// in the message field so that the line keeps its fields; the brackets set it apart from what
+// an operator types.
+QString heldMark() {
+    QStringList tags;
+    for (const auto& [index, kind] : loggedRows()) {
+        Q_UNUSED(kind);
+        if (validRow(index) && !isFresh(index) && !tags.contains(gPvTag[size_t(index)]))
+            tags << gPvTag[size_t(index)];
+    }
+    if (tags.isEmpty())
+        return {};
+    return (gOperatorMessage.isEmpty() ? QString() : QStringLiteral(" ")) +
+           QStringLiteral("[not answering: ") + tags.join(QStringLiteral("; ")) + u']';
+}
+
 QString signedBy(const QString& verb) {
     return QStringLiteral("File %1 by").arg(verb) + gUserFullName + QStringLiteral(" (login as ") +
            gUserId + QStringLiteral(" )");
@@ -137,9 +154,9 @@ QString dataStartLine(const QString& date, const QString& time) {
 }
 
 QString dataValuesLine(const QString& date, const QString& time) {
-    return dataRecord(
-        QStringList{date, time, gOperatorMessage + u'.', QStringLiteral("."), QStringLiteral(".")} +
-        loggedValues());
+    return dataRecord(QStringList{date, time, gOperatorMessage + heldMark() + u'.',
+                                  QStringLiteral("."), QStringLiteral(".")} +
+                      loggedValues());
 }
 
 QString dataFooterLine(const QString& date, const QString& time) {

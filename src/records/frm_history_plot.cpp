@@ -139,6 +139,9 @@ FrmHistoryPlot::FrmHistoryPlot(QWidget* parent)
     button(QStyle::SP_FileDialogContentsView, "Cursor", "Show/Hide Data Cursor",
            &FrmHistoryPlot::toggleDataCursor);
     button(QStyle::SP_DriveFDIcon, "Jpeg", "Save as Jpeg", &FrmHistoryPlot::saveJpeg);
+    // The value axis to the data in view; the scale set up stays for the next setup.
+    button(QStyle::SP_ToolBarVerticalExtensionButton, "Fit", "Fit Value Axis to Data",
+           [this] { iPlotX->fitValueAxis(); });
     button(QStyle::SP_FileIcon, "Print", "Print Trend", &FrmHistoryPlot::printPlot);
     layout->addWidget(Toolbar1);
 

@@ -189,8 +189,11 @@ void TstFrmMain::windowsOpenAndRestoreInsideTheArea() {
     gActiveCount = 1;
     gControlEnabled[0] = true;
     gPvTag[0] = QStringLiteral("TIC-1");
-    // The logger comes in before the main window shows, at the main window's first size, which
-    // is narrower than the logger: restored, it stands inside all the same.
+    // The logger comes in before the main window shows, at a size the main window was left at
+    // that is narrower than the logger: restored, it stands inside all the same.
+    for (const auto& [key, twips] : {std::pair{"MainLeft", "1000"}, {"MainTop", "1000"},
+                                     {"MainWidth", "6500"}, {"MainHeight", "6500"}})
+        env.settings->setValue("Settings", key, twips);
     auto* main = new FrmMain;
     QMdiArea* mdi = main->mdiArea();
     auto* logger = new FrmLogger;

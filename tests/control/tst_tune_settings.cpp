@@ -26,6 +26,7 @@ void controller(TestEnv& env) {
     gScale[0] = 0.1f;
     env.modbus->setRegisters(1, 3, 11, {125, 240, 45, 30, 19999 + 50});
     env.modbus->setRegisters(1, 3, 141, {1240, 0, 0});
+    noteReadAnswered(0);
 }
 } // namespace
 

@@ -30,6 +30,9 @@ void twoActive() {
     gSpTag[4] = "COLD-105.SP";
     gPV[4] = -17.4;
     gSP[4] = -18.0;
+    gDecimal[4] = 1;
+    noteReadAnswered(0);
+    noteReadAnswered(4);
 }
 } // namespace
 
@@ -48,12 +51,15 @@ void TstDisplays::digitalValuesFollowTheActiveListPrintAndComeBack() {
     QCOMPARE(window->windowTitle(), QStringLiteral("System Digital Values"));
     QCOMPARE((QList<int>{window->Timer1->isActive(), window->Timer1->interval()}),
              (QList<int>{true, 1000}));
-    QCOMPARE(rowOf(window->Grid1, 0), (QStringList{"TIC-101", " 181.6", "TIC-101.SP", " 185"}));
-    QCOMPARE(rowOf(window->Grid1, 1), (QStringList{"COLD-105", "-17.4", "COLD-105.SP", "-18"}));
+    // Each value with its controller's decimals; the quality beside them.
+    QCOMPARE(rowOf(window->Grid1, 0),
+             (QStringList{"TIC-101", "181.6", "TIC-101.SP", "185.0", "Good"}));
+    QCOMPARE(rowOf(window->Grid1, 1),
+             (QStringList{"COLD-105", "-17.4", "COLD-105.SP", "-18.0", "Good"}));
     // A reading that is no number leaves the cell as it was.
     gPV[0] = QStringLiteral("----");
     window->timer1Tick();
-    QCOMPARE(window->Grid1->text(0, 1), QStringLiteral(" 181.6"));
+    QCOMPARE(window->Grid1->text(0, 1), QStringLiteral("181.6"));
     // A controller taken out of the scan: the rows close up.
     gActiveList = {5, 0};
     gActiveCount = 1;

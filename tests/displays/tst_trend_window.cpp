@@ -4,6 +4,7 @@
 #include "displays/trend_setup.h"
 #include "displays/trend_window.h"
 #include "plant/plant_store.h"
+#include "plant/value_history.h"
 #include "platform/plot.h"
 #include "support/audit_files.h"
 #include "support/test_env.h"
@@ -35,6 +36,8 @@ void k40AndK20() {
     gPV[4] = 39.2;
     gSP[4] = 40.0;
     gPctOut[4] = 12.0f;
+    noteReadAnswered(0);
+    noteReadAnswered(4);
 }
 
 // A sample every fifth tick, a span of one hour and 0 to 250, one "pen <code>" a code.
@@ -86,6 +89,8 @@ void TstTrendWindow::samplesZoomsPrintsAndKeepsItsSpans() {
     c.ySpan = 12.6;
     c.xSpanDays = 0.5;
     writeTrend(env, 1, c);
+    // The trend's own sampling alone: no past for it to start from.
+    valueHistory().clear();
     QMdiArea area;
     area.resize(900, 600);
     Ctrend1* trend = showTrend(&area, QStringLiteral("Trend1"), 1);

@@ -30,6 +30,7 @@ int main(int argc, char* argv[]) {
                                                  " 0 ",
                                                  " 1 "};
         gPV[static_cast<size_t>(c)] = 100.0 + c;
+        noteReadAnswered(c);
     }
     gSaveInterval = 1;
     std::unique_ptr<SealClient> sealer;

@@ -57,6 +57,7 @@ private slots:
     void risingEdgesOnly();
     void beepsOnceOrUntilSilenced();
     void acknowledgeAndClearAreSigned();
+    void acknowledgeAllIsOneSignatureAndALineForEachRow();
     void viewerShowsWhatIsIntact();
     void firstSizeShowsEveryColumnWhole();
 };
@@ -249,6 +250,45 @@ void TstAlarmLog::acknowledgeAndClearAreSigned() {
              (QStringList{"User access denied during Acknowledge Alarm on TIC-1 Alm# 1",
                           "Acknowledge Alarm on TIC-1 Alm# 1", "Clear alarm for PIC-3 Alm# 1",
                           "Clear Alarm Log"}));
+}
+
+void TstAlarmLog::acknowledgeAllIsOneSignatureAndALineForEachRow() {
+    TestEnv env;
+    twoControllers();
+    gAlmLogging = true;
+    g21CFR = true;
+    gSuRights[Right::AcknowledgeAlarms] = 1;
+    env.accounts->addUser("jdoe", "pw", {"Sorvantel Supervisors"}, "Jane Doe");
+    gUserLevel = 1;
+    AlarmLog log;
+    press(log.toolbar(), "ackAll");
+    QCOMPARE(env.dialogs->texts(), QStringList{"There are no alarms to acknowledge!"});
+    gAlarmState[0] = 3; // both alarms of TIC-1
+    gAlarmState[2] = 1;
+    log.timer1Tick();
+    QCOMPARE(log.unacknowledgedCount(), 3);
+    // One acknowledged by hand first; asked, then cancelled at the login: nothing changes.
+    env.dialogs->answerNext(MsgAnswer::Yes);
+    env.modals.login("jdoe", "pw");
+    log.acknowledgeAlarm(1);
+    env.dialogs->boxes.clear();
+    env.dialogs->answerNext(MsgAnswer::Yes);
+    env.modals.cancelLogin();
+    press(log.toolbar(), "ackAll");
+    QCOMPARE(env.dialogs->texts(), QStringList{"Acknowledge all 2 alarms.\nAre you sure?"});
+    QCOMPARE(log.unacknowledgedCount(), 2);
+    env.dialogs->answerNext(MsgAnswer::Yes);
+    env.modals.login("jdoe", "pw");
+    press(log.toolbar(), "ackAll");
+    QCOMPARE(env.modals.pending(), 0);
+    QCOMPARE(log.unacknowledgedCount(), 0);
+    QCOMPARE(log.grid()->model()->index(2, 0).data(Qt::ForegroundRole).value<QColor>(),
+             QColor(0, 0, 255));
+    // The signer's line for the first, then one for each further row; the log a line a row.
+    QCOMPARE(actionsOf(env.path("Audit/3-14-2026 Audit.atr")),
+             (QStringList{"Acknowledge Alarm on TIC-1 Alm# 2", "Acknowledge Alarm on TIC-1 Alm# 1",
+                          "Acknowledge Alarm on PIC-3 Alm# 1"}));
+    QCOMPARE(plainLinesOf(alarmFile(env)).filter(",Alarm Acknowledged").size(), 3);
 }
 
 void TstAlarmLog::viewerShowsWhatIsIntact() {

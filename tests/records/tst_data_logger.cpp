@@ -27,6 +27,8 @@ void plantOfTwo(TestEnv& env) {
     gSP[0] = 185.0;
     gPctOut[0] = 42.5F;
     gPV[1] = 12.25;
+    noteReadAnswered(0);
+    noteReadAnswered(1);
 }
 // The plant of two with controller 1's process value logged every second on the timer given.
 void loggingEverySecond(TestEnv& env, QTimer& timer) {
@@ -87,6 +89,26 @@ void TstDataLogger::linesOfADataFile() {
                                     "42.5", "", ""}));
     QCOMPARE(lines[2].mid(2), (QStringList{"oil; topped up.", ".", ".", "181.6", "42.5", "", ""}));
     QCOMPARE(lines[3].mid(2, 3), (QStringList{".", ".", "."}));
+    // Controller 2 stops answering: the lines written while it does say so in the message field,
+    // after the operator's message, and keep their fields; its held value stays.
+    noteReadFailed(1);
+    noteReadFailed(1);
+    gOperatorMessage = "valve shut";
+    tick(5);
+    noteReadFailed(0);
+    noteReadFailed(0);
+    tick(5);
+    noteReadAnswered(0);
+    noteReadAnswered(1);
+    tick(5);
+    lines.clear();
+    for (const QString& line : plainLinesOf(file))
+        lines << line.split(u',');
+    QCOMPARE(lines.size(), 8);
+    QCOMPARE(lines[5].mid(2), (QStringList{"valve shut [not answering: TIC-2].", ".", ".", "181.6",
+                                           "42.5", "", ""}));
+    QCOMPARE(lines[6].at(2), QStringLiteral("[not answering: TIC-1; TIC-2]."));
+    QCOMPARE(lines[7].at(2), QStringLiteral("."));
     // The footer is composed from the values at the stop and never written: the file ends with
     // a data line, so that a signature made on it stays true; a later tick writes nothing.
     gPV[0] = QStringLiteral("190.0");
@@ -95,7 +117,7 @@ void TstDataLogger::linesOfADataFile() {
     QVERIFY(!gLogging && !timer.isActive() && !isCurrentDataFile(file));
     QCOMPARE(gDataLine.section(u',', 2),
              QStringLiteral("File stopped byJane Doe (login as jdoe ),.,.,190.0,42.5,,"));
-    QCOMPARE(plainLinesOf(file).size(), 5);
+    QCOMPARE(plainLinesOf(file).size(), 8);
 }
 
 void TstDataLogger::midnightGivesOneNewFile() {

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+
+class QLabel;
+class QStatusBar;
+
+// The main window's panels of what an operator checks all day, beside the status text: the
+// controllers not answering, the alarms not yet acknowledged, the data log being written, and who
+// is logged on. Each reads the plant store, the alarm log or the session when told to refresh
+// (once a second); none asks a controller anything.
+class StatusPanels : public QObject {
+    Q_OBJECT
+public:
+    explicit StatusPanels(QStatusBar* bar);
+
+    void refresh();
+
+    QString qualityText() const;
+    QString alarmsText() const;
+    QString loggingText() const;
+    QString userText() const;
+    // Whether a panel shows its warning colour.
+    bool qualityWarns() const { return m_qualityWarns; }
+    bool alarmsWarn() const { return m_alarmsWarn; }
+
+private:
+    QLabel* m_quality;
+    QLabel* m_alarms;
+    QLabel* m_logging;
+    QLabel* m_user;
+    bool m_qualityWarns = false;
+    bool m_alarmsWarn = false;
+};
