@@ -264,6 +264,8 @@ QString FrmMain::sealText() const {
 
 void FrmMain::setStatusText(const QString& text) {
     m_statusPanel->setText(text);
+    // The panels beside it may leave it too narrow for its longest text: all of it on hover.
+    m_statusPanel->setToolTip(text);
 }
 
 QString FrmMain::statusText() const {

@@ -42,8 +42,7 @@ void StatusPanels::refresh() {
     QString first;
     const int silent = notAnsweringCount(&first);
     show(m_quality,
-         silent == 0 ? tr("All answering")
-                     : tr("Not answering: %1 (first %2)").arg(silent).arg(first),
+         silent == 0 ? tr("All answering") : tr("Not answering: %1, %2").arg(silent).arg(first),
          silent > 0, &m_qualityWarns);
 
     int open = 0;

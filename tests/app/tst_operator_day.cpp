@@ -130,7 +130,7 @@ void TstOperatorDay::heldValuesAreMarkedOnEveryDisplayUntilTheyAnswerAgain() {
              (QStringList{"6.50", "Not answering", "Good"}));
     QVERIFY(bars->Bar1X1->isBarHeld(2) && bars->Bar1X1->isBarHeld(3) &&
             !bars->Bar1X1->isBarHeld(0));
-    QCOMPARE(main->panels()->qualityText(), QStringLiteral("Not answering: 1 (first TIC-102)"));
+    QCOMPARE(main->panels()->qualityText(), QStringLiteral("Not answering: 1, TIC-102"));
     QVERIFY(main->panels()->qualityWarns());
     const QVector<QPointF> held = trend->iPlotX->points(1);
     QVERIFY(!held.isEmpty() && std::isnan(held.last().y()));
