@@ -379,9 +379,8 @@ void FrmTuneSettings::timer1Tick() {
                     iPlotX->addGap(i, now);
                 else
                     iPlotX->addPoint(i, now, values[i]);
-            }
-            for (int i = 0; i < 3; ++i)
                 levelBars->setBarHeld(i, held);
+            }
             levelBars->setBarPosition(0, values[0]);
             levelBars->setBarPosition(1, values[1]);
             // The output bar keeps the scale it opened with, whatever a tuning file sets.

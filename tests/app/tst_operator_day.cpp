@@ -60,6 +60,7 @@ class TstOperatorDay : public QObject {
 private slots:
     void heldValuesAreMarkedOnEveryDisplayUntilTheyAnswerAgain();
     void historyKeepsAnHourAndALateTrendStartsFromIt();
+    void fitValueAxisTakesThePointsInViewOnly();
     void startReopensTheLastWindowsOrTheFirstScannedBank();
     void menusCarryKeysAndTheBanksTheirTags();
     void f1OpensTheGuideAtTheSectionOfTheWindow();
@@ -196,6 +197,24 @@ void TstOperatorDay::historyKeepsAnHourAndALateTrendStartsFromIt() {
     QVERIFY(pv2.size() >= 40 && pv2.size() <= 42 && std::isnan(pv2.last().y()));
     QCOMPARE(trend->iPlotX->points(2).size(), pv2.size());
     delete main;
+}
+
+void TstOperatorDay::fitValueAxisTakesThePointsInViewOnly() {
+    TestEnv env;
+    Plot plot;
+    for (int i = 0; i < 2; ++i)
+        plot.addChannel();
+    plot.setXSpan(1);
+    plot.setXMin(10);
+    plot.setYMin(0);
+    plot.setYSpan(100);
+    QVERIFY(!plot.fitValueAxis()); // nothing in view: the axis as it was
+    QCOMPARE(QList<double>({plot.yMin(), plot.ySpan()}), QList<double>({0, 100}));
+    plot.addPoints(0, {10.2, 10.5, 10.8, 12}, {40, std::nan(""), 60, 500});
+    plot.addPoints(1, {9, 10.6}, {-300, 50});
+    plot.setXMin(10);
+    QVERIFY(plot.fitValueAxis());
+    QCOMPARE(QList<double>({plot.yMin(), plot.ySpan()}), QList<double>({39, 22}));
 }
 
 void TstOperatorDay::startReopensTheLastWindowsOrTheFirstScannedBank() {
