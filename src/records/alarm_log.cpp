@@ -11,6 +11,7 @@
 #include "platform/printers.h"
 #include "platform/record_grid.h"
 #include "platform/settings_keys.h"
+#include "platform/settings_store.h"
 #include "platform/window_parts.h"
 #include "record_line.h"
 #include "security/login.h"
@@ -30,6 +31,7 @@
 #include <QTimer>
 #include <QToolBar>
 #include <QVBoxLayout>
+#include <algorithm>
 
 namespace {
 QPointer<AlarmLog> gAlarmLogInstance;
@@ -107,6 +109,9 @@ AlarmLog::AlarmLog(QWidget* parent) : ChildWindow(Life::Resident, Sections::Alar
     button(QStyle::SP_FileDialogDetailedView, "print", "Print Alarm Log", &AlarmLog::printAlarmLog);
     button(QStyle::SP_MediaVolumeMuted, "Silence Beeper", "Silence Beeper",
            &AlarmLog::silenceBeeper);
+    m_newestAction = button(QStyle::SP_ArrowUp, "newestFirst", "Newest Alarms First",
+                            [this](bool on) { setNewestFirst(on); });
+    m_newestAction->setCheckable(true);
 
     m_grid = new RecordGrid(body);
     m_grid->setObjectName(QStringLiteral("Grid1"));
@@ -131,6 +136,8 @@ AlarmLog::AlarmLog(QWidget* parent) : ChildWindow(Life::Resident, Sections::Alar
     layout->addWidget(m_status);
     updateStatusText();
 
+    setNewestFirst(settingToBool(getSetting(Sections::AlarmLog, QStringLiteral("NewestFirst"))));
+
     m_timer1 = new QTimer(this);
     m_timer1->setObjectName(QStringLiteral("Timer1"));
     m_timer1->setInterval(kTickMs);
@@ -146,6 +153,47 @@ AlarmLog::~AlarmLog() {
 
 QString AlarmLog::statusText() const {
     return m_statusPanel->text();
+}
+
+void AlarmLog::setNewestFirst(bool on) {
+    m_newestAction->setChecked(on);
+    if (on == m_newestFirst)
+        return;
+    m_newestFirst = on;
+    turnRowsRound();
+    saveSetting(Sections::AlarmLog, QStringLiteral("NewestFirst"), boolToSetting(on));
+}
+
+QList<QStringList> AlarmLog::allRows() const {
+    QList<QStringList> rows;
+    for (int row = 0; row < m_grid->rowCount(); ++row) {
+        QStringList fields;
+        for (int column = 0; column < m_grid->columnCount(); ++column)
+            fields << m_grid->text(row, column);
+        rows << fields;
+    }
+    return rows;
+}
+
+void AlarmLog::writeRows(const QList<QStringList>& rows) {
+    for (int row = 0; row < rows.size(); ++row) {
+        m_grid->setRowFields(row, rows[row]);
+        m_grid->setRowColors(
+            row, {}, rows[row].value(Ack) == QLatin1String("YES") ? kAcknowledged : kNewAlarm);
+    }
+}
+
+void AlarmLog::turnRowsRound() {
+    QList<QStringList> rows = allRows();
+    std::reverse(rows.begin(), rows.end());
+    writeRows(rows);
+}
+
+int AlarmLog::findAlarm(const QString& tagname, const QString& time) const {
+    for (int row = 0; row < m_grid->rowCount(); ++row)
+        if (m_grid->text(row, Tagname) == tagname && m_grid->text(row, TimeOfAlarm) == time)
+            return row;
+    return -1;
 }
 
 int AlarmLog::unacknowledgedCount() const {
@@ -213,6 +261,12 @@ void AlarmLog::addAlarm(int controller, int alarmNumber) {
     m_grid->appendRow({gPvTag[c] + QStringLiteral(" Alm# ") + QString::number(alarmNumber),
                        stamp(now), pv, QStringLiteral("NO")});
     m_grid->setRowColors(row, {}, kNewAlarm);
+    // Newest first: the new row goes to the top, the others one down.
+    if (m_newestFirst) {
+        QList<QStringList> rows = allRows();
+        rows.prepend(rows.takeLast());
+        writeRows(rows);
+    }
     updateStatusText();
     writeAlarmLog(recordLine({gPvTag[c], stamp(now), pv}), QStringLiteral(",New Alarm"), now);
 }
@@ -231,6 +285,7 @@ void AlarmLog::acknowledgeAlarm(int row) {
     if (m_grid->rowCount() == 0 || row < 0 || row >= m_grid->rowCount())
         return;
     const QString tagname = m_grid->text(row, Tagname);
+    const QString time = m_grid->text(row, TimeOfAlarm);
     if (m_grid->text(row, Ack) == QLatin1String("YES"))
         return;
     if (msgBox(QStringLiteral("Acknowledge alarm for ") + tagname +
@@ -241,8 +296,9 @@ void AlarmLog::acknowledgeAlarm(int row) {
     if (!checkAccessWithLogin(Right::AcknowledgeAlarms,
                               QStringLiteral("Acknowledge Alarm on ") + tagname))
         return;
-    // The login ran the event loop: the row may have gone, or moved up, meanwhile.
-    if (row >= m_grid->rowCount() || m_grid->text(row, Tagname) != tagname)
+    // The login ran the event loop: the row may have gone, or moved, meanwhile.
+    row = findAlarm(tagname, time);
+    if (row < 0 || m_grid->text(row, Ack) == QLatin1String("YES"))
         return;
     m_grid->setRowColors(row, {}, kAcknowledged);
     m_grid->setText(row, Ack, QStringLiteral("YES"));

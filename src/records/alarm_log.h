@@ -6,6 +6,7 @@
 #include <QDateTime>
 #include <array>
 
+class QAction;
 class QLabel;
 class QStatusBar;
 class QTimer;
@@ -57,6 +58,9 @@ public:
     void acknowledgeAlarm(int row);
     // Every row not yet acknowledged, after one login; an audit line for each row.
     void acknowledgeAll();
+    // Newest alarms at the top instead of the bottom; the rows turn round and the choice is kept.
+    bool newestFirst() const { return m_newestFirst; }
+    void setNewestFirst(bool on);
     void clearSelectedAlarm();
     void clearAllAlarms();
     void exportAlarmLog();
@@ -73,6 +77,13 @@ public:
 private:
     // One alarm bit of one controller at this tick.
     void checkAlarm(int controller, int alarmNumber, bool on);
+    // The grid's rows as text, and written back, each in the colour its acknowledgement gives it.
+    QList<QStringList> allRows() const;
+    void writeRows(const QList<QStringList>& rows);
+    // The rows in the other order.
+    void turnRowsRound();
+    // The row of an alarm by its tag and moment, -1 when it is gone.
+    int findAlarm(const QString& tagname, const QString& time) const;
 
     RecordGrid* m_grid;
     QToolBar* m_toolbar;
@@ -80,6 +91,8 @@ private:
     QLabel* m_statusPanel;
     QTimer* m_timer1;
     bool m_beeping = false;
+    bool m_newestFirst = false;
+    QAction* m_newestAction = nullptr;
 };
 
 AlarmLog* alarmLog();

@@ -58,6 +58,7 @@ private slots:
     void beepsOnceOrUntilSilenced();
     void acknowledgeAndClearAreSigned();
     void acknowledgeAllIsOneSignatureAndALineForEachRow();
+    void newestFirstTurnsTheRowsAndIsKept();
     void viewerShowsWhatIsIntact();
     void firstSizeShowsEveryColumnWhole();
 };
@@ -289,6 +290,44 @@ void TstAlarmLog::acknowledgeAllIsOneSignatureAndALineForEachRow() {
              (QStringList{"Acknowledge Alarm on TIC-1 Alm# 2", "Acknowledge Alarm on TIC-1 Alm# 1",
                           "Acknowledge Alarm on PIC-3 Alm# 1"}));
     QCOMPARE(plainLinesOf(alarmFile(env)).filter(",Alarm Acknowledged").size(), 3);
+}
+
+void TstAlarmLog::newestFirstTurnsTheRowsAndIsKept() {
+    TestEnv env;
+    twoControllers();
+    auto tagsAndColours = [](const AlarmLog& log) {
+        QStringList out;
+        for (int r = 0; r < log.grid()->rowCount(); ++r)
+            out << log.grid()->text(r, AlarmLog::Tagname) + ' ' +
+                       log.grid()
+                           ->model()
+                           ->index(r, 0)
+                           .data(Qt::ForegroundRole)
+                           .value<QColor>()
+                           .name();
+        return out;
+    };
+    AlarmLog log;
+    gAlarmState[0] = 1;
+    log.timer1Tick();
+    press(log.toolbar(), "newestFirst");
+    gAlarmState[2] = 1;
+    log.timer1Tick();
+    QCOMPARE(tagsAndColours(log), (QStringList{"PIC-3 Alm# 1 #ff0000", "TIC-1 Alm# 1 #ff0000"}));
+    // Acknowledged where it stands; a third alarm pushes it down, still blue.
+    env.dialogs->answerNext(MsgAnswer::Yes);
+    log.acknowledgeAlarm(1);
+    gAlarmState[0] = 3;
+    log.timer1Tick();
+    QCOMPARE(tagsAndColours(log),
+             (QStringList{"TIC-1 Alm# 2 #ff0000", "PIC-3 Alm# 1 #ff0000", "TIC-1 Alm# 1 #0000ff"}));
+    QCOMPARE(env.settings->values.value("alarmlog/newestfirst"), QStringLiteral("True"));
+    // Kept for the next start; off again, the oldest first.
+    AlarmLog next;
+    QVERIFY(next.newestFirst());
+    press(log.toolbar(), "newestFirst");
+    QCOMPARE(tagsAndColours(log),
+             (QStringList{"TIC-1 Alm# 1 #0000ff", "PIC-3 Alm# 1 #ff0000", "TIC-1 Alm# 2 #ff0000"}));
 }
 
 void TstAlarmLog::viewerShowsWhatIsIntact() {
