@@ -32,15 +32,25 @@ public:
     size_t bytes() const;
 
 private:
-    struct Ring {
-        QVector<Point> points; // grows to kCapacity, then wraps
-        int first = 0;         // index of the oldest once wrapped
-        int size() const { return int(points.size()); }
-        const Point& at(int i) const { return points[(first + i) % points.size()]; }
-        Point& newest() { return points[(first + points.size() - 1) % points.size()]; }
-        void append(const Point& p);
+    // A point as kept: its time in ms from m_baseMs, so that it takes 16 bytes, not 24.
+    struct Kept {
+        qint32 ms = 0;
+        float pv = 0;
+        float sp = 0;
+        float out = 0;
     };
+    struct Ring {
+        QVector<Kept> points; // grows to kCapacity, then wraps
+        int first = 0;        // index of the oldest once wrapped
+        int size() const { return int(points.size()); }
+        const Kept& at(int i) const { return points[(first + i) % points.size()]; }
+        const Kept& newest() const { return points[(first + points.size() - 1) % points.size()]; }
+        void append(const Kept& p);
+    };
+    void append(int row, const Point& p);
     std::array<Ring, 64> m_rows;
+    qint64 m_baseMs = 0;
+    bool m_based = false;
 };
 
 ValueHistory& valueHistory();
