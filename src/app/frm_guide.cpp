@@ -2,7 +2,10 @@
 
 #include "platform/window_parts.h"
 
+#include <QApplication>
+#include <QDialog>
 #include <QHash>
+#include <QKeyEvent>
 #include <QMdiArea>
 #include <QPointer>
 #include <QTextBrowser>
@@ -47,6 +50,42 @@ FrmGuide* showGuide(QMdiArea* area, const QString& anchor) {
     guide->raise();
     guide->showSection(anchor);
     return guide;
+}
+
+QTextBrowser* showGuideOver(QWidget* dialog, const QString& anchor) {
+    auto* over =
+        dialog->findChild<QDialog*>(QStringLiteral("frmGuideOver"), Qt::FindDirectChildrenOnly);
+    if (!over) {
+        over = new QDialog(dialog, Qt::Window);
+        over->setObjectName(QStringLiteral("frmGuideOver"));
+        over->setWindowTitle(QStringLiteral("User Guide"));
+        auto* browser = new QTextBrowser(over);
+        browser->setObjectName(QStringLiteral("guideText"));
+        browser->setOpenExternalLinks(true);
+        browser->setSource(QUrl(QStringLiteral("qrc:/guide/guide.html")));
+        auto* layout = new QVBoxLayout(over);
+        layout->setContentsMargins(0, 0, 0, 0);
+        layout->addWidget(browser);
+        over->resize(600, 500);
+    }
+    auto* browser = over->findChild<QTextBrowser*>(QStringLiteral("guideText"));
+    over->show();
+    over->raise();
+    over->activateWindow();
+    browser->scrollToAnchor(anchor);
+    return browser;
+}
+
+bool GuideKeyOverDialogs::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() == QEvent::KeyPress) {
+        const auto* key = static_cast<QKeyEvent*>(event);
+        QWidget* modal = QApplication::activeModalWidget();
+        if (modal && key->key() == Qt::Key_F1 && key->modifiers() == Qt::NoModifier) {
+            showGuideOver(modal, guideSectionFor(modal));
+            return true;
+        }
+    }
+    return QObject::eventFilter(watched, event);
 }
 
 namespace {

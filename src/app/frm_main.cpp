@@ -165,8 +165,9 @@ void FrmMain::buildMenus() {
     for (const auto& [name, key] : menuShortcuts())
         if (QAction* action = menuItem(name))
             action->setShortcut(key);
-    // The guide's key works in the dialogs too.
+    // The guide's key works in every window; over a modal dialog it opens a guide of the dialog.
     menuItem(QStringLiteral("mnuHelpGuide"))->setShortcutContext(Qt::ApplicationShortcut);
+    qApp->installEventFilter(new GuideKeyOverDialogs(this));
     // Each bank item names the controllers it shows, as they are when the menu opens.
     for (const char* group : {"Cgroup1", "Cgroup2"}) {
         QMenu* menu = menus.value(QLatin1String(group));

@@ -22,13 +22,16 @@
 #include "platform/record_grid.h"
 #include "records/alarm_log.h"
 #include "records/data_logger.h"
+#include "records/frm_op_message.h"
 #include "security/session.h"
 #include "support/test_env.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QFile>
 #include <QMdiArea>
 #include <QMenu>
+#include <QScrollBar>
 #include <QSet>
 #include <QTest>
 #include <QTextBrowser>
@@ -163,7 +166,18 @@ void TstOperatorDay::historyKeepsAnHourAndALateTrendStartsFromIt() {
     QVERIFY(kept.size() <= ValueHistory::kCapacity);
     QVERIFY(kept.last().ms - kept.first().ms >= ValueHistory::kKeepMs - 1000);
     QCOMPARE(kept.last().pv, float(4 * 7200 - 4)); // the last read kept is at most a second old
-    QCOMPARE(history.bytes(), size_t(ValueHistory::kCapacity) * sizeof(ValueHistory::Point));
+    QCOMPARE(history.bytes(), size_t(ValueHistory::kCapacity) * 16); // 4 MiB for 64 rows
+
+    // Weeks on, or a clock set a month back: times stay exact, what no longer fits goes.
+    for (const int days : {30, -30}) {
+        const QDateTime at = t0.addDays(days).addMSecs(7);
+        history.record(3, at, 1.5f, 2, 3);
+        history.record(4, at.addMSecs(900), 2.5f, 2, 3);
+        const QVector<ValueHistory::Point> moved = history.since(3, t0.addDays(-40));
+        QCOMPARE(moved.size(), 1);
+        QCOMPARE(moved.first().ms, at.toMSecsSinceEpoch());
+        QCOMPARE(history.since(4, t0.addDays(-40)).first().ms, at.toMSecsSinceEpoch() + 900);
+    }
 
     // A minute of reads through the poll, with a lost reply and then an outage of node 2.
     twoControllers(env);
@@ -298,6 +312,20 @@ void TstOperatorDay::f1OpensTheGuideAtTheSectionOfTheWindow() {
     main->menuItem("mnuHelpGuide")->trigger();
     QCOMPARE(guideWindow->section(), QStringLiteral("help"));
     QCOMPARE(main->findChildren<FrmGuide*>().size(), 1);
+
+    // A modal dialog holds the input away from the main window: F1 opens a guide of its own,
+    // once however often it is pressed, and the main window's guide stays where it was.
+    auto* dialog = new FrmOpMessage(main);
+    dialog->show();
+    QVERIFY(QApplication::activeModalWidget() == dialog);
+    QTest::keyClick(dialog, Qt::Key_F1);
+    QTest::keyClick(dialog, Qt::Key_F1);
+    const auto overs = dialog->findChildren<QTextBrowser*>(QStringLiteral("guideText"));
+    QCOMPARE(overs.size(), 1);
+    QVERIFY(overs.first()->isVisible());
+    QVERIFY(overs.first()->verticalScrollBar()->value() > 0); // at "data-logging", not the top
+    QCOMPARE(guideWindow->section(), QStringLiteral("help"));
+    delete dialog;
     delete main;
 }
 
