@@ -1,6 +1,9 @@
 // The workstation as it starts, polling a plant simulator at the scan time stored in the
 // settings, with all eight trend windows open: twelve pens each at a span of one minute (a
 // sample every 200 ms), every ring of 2,000 points full before the measured window starts.
+// With a third argument "banks", all sixteen bank windows are open too: the whole plant in view.
+// Where the tree keeps a history of values, every controller's hour is full before the trends
+// open, so that its memory counts as it will after an hour's running.
 // Measures the process's CPU time and resident memory over the window, how long the plots
 // spend redrawing, and every pen's samples: how many, and the longest gap between two.
 #include "app/frm_main.h"
@@ -12,6 +15,11 @@
 #include "plant/scan_controller.h"
 #include "platform/modctl.h"
 #include "platform/plot.h"
+
+#if __has_include("plant/value_history.h")
+#include "plant/value_history.h"
+#define BENCH_HISTORY 1
+#endif
 
 #include <QAction>
 #include <QApplication>
@@ -53,6 +61,7 @@ int main(int argc, char* argv[]) {
     QApplication::setOrganizationName(QStringLiteral("Brenlock"));
     const int seconds = argc > 1 ? QByteArray(argv[1]).toInt() : 60;
     const int warmup = argc > 2 ? QByteArray(argv[2]).toInt() : 5;
+    const bool withBanks = argc > 3 && QByteArray(argv[3]) == "banks";
 
     auto* splash = new FrmSplash;
     if (splash->load() != FrmSplash::LoadResult::Ok)
@@ -67,6 +76,19 @@ int main(int argc, char* argv[]) {
     int replots = 0;
     QElapsedTimer wall;
     QObject::connect(splash, &FrmSplash::startupComplete, main, [&] {
+#ifdef BENCH_HISTORY
+        // The hour on the curve the rings below are filled with, as the trend's own samples
+        // and the history are taken from the same reads.
+        const QDateTime start = QDateTime::currentDateTime();
+        for (int row = 0; row < kControllerCount; ++row)
+            for (int i = ValueHistory::kCapacity; i > 0; --i) {
+                const qint64 back = i * ValueHistory::kSpacingMs;
+                const auto value = float(100 + (back / 30) % 50);
+                valueHistory().record(row, start.addMSecs(-back), value, value, value);
+            }
+#endif
+        for (int bank = 1; withBanks && bank <= 16; ++bank)
+            main->menuItem(QStringLiteral("mnuAddBank%1").arg(bank))->trigger();
         for (int n = 1; n <= 8; ++n) {
             if (!writeTrendConfig(QStringLiteral("%1/Trend%2.trn").arg(gAppPath).arg(n),
                                   benchTrend(n))) {
@@ -120,9 +142,10 @@ int main(int argc, char* argv[]) {
                         ++pens;
                     }
                 }
-                std::printf("controllers %d, scan time %d ms, trends %d with %d pens, %.1f s\n",
+                std::printf("controllers %d, scan time %d ms, trends %d with %d pens, bank windows "
+                            "%d, %.1f s\n",
                             static_cast<int>(gActiveCount), main->scan().timer2()->interval(),
-                            int(trends.size()), pens, elapsed);
+                            int(trends.size()), pens, withBanks ? 16 : 0, elapsed);
                 std::printf("cpu %.2f s = %.2f %% of one core\n", cpu, 100.0 * cpu / elapsed);
                 std::printf("resident %.1f MiB now, %.1f MiB peak\n", residentMiB(), peakMiB());
                 std::printf("reads answered %d (%.1f/s), failed %d\n", reads, reads / elapsed,

@@ -1,20 +1,25 @@
 #!/usr/bin/env bash
 # Builds Release and runs a live-plant benchmark: 64 controllers (K40, K8 and K20 mixed) on the
 # plant simulator, scanned every 60 ms, with all sixteen bank windows open (banks) or all eight
-# trend windows of twelve pens (trends). Prints the workstation's CPU share and resident memory
+# trend windows of twelve pens (trends), or both at once (plant). Prints the workstation's CPU share and resident memory
 # over the measured window (default 60 s). Offscreen unless QT_QPA_PLATFORM says otherwise.
-# Usage: bench/run-bench-live.sh banks|trends [seconds] [warm-up seconds]
+# Usage: bench/run-bench-live.sh banks|trends|plant [seconds] [warm-up seconds]
+# BENCH_BUILD names a Release build already made (an older tree's, to compare side by side).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 REPO=$(pwd)
 case "${1:-}" in
-banks | trends) BENCH=bench_$1 ;;
-*) echo "usage: $0 banks|trends [seconds] [warm-up seconds]" >&2; exit 2 ;;
+banks | trends) BENCH=bench_$1 EXTRA= ;;
+plant) BENCH=bench_trends EXTRA=banks ;;
+*) echo "usage: $0 banks|trends|plant [seconds] [warm-up seconds]" >&2; exit 2 ;;
 esac
 shift
-cmake -S . -B build-release -G Ninja -DCMAKE_BUILD_TYPE=Release -DSORVANTEL_BUILD_TESTS=OFF \
-    -DSORVANTEL_BUILD_BENCH=ON >/dev/null
-cmake --build build-release --target "$BENCH" plant-simulator
+BUILD=${BENCH_BUILD:-$REPO/build-release}
+if [[ -z "${BENCH_BUILD:-}" ]]; then
+    cmake -S . -B build-release -G Ninja -DCMAKE_BUILD_TYPE=Release -DSORVANTEL_BUILD_TESTS=OFF \
+        -DSORVANTEL_BUILD_BENCH=ON >/dev/null
+    cmake --build build-release --target "$BENCH" plant-simulator
+fi
 work=$(mktemp -d)
 trap 'kill ${SIM_PID:-0} 2>/dev/null || true; rm -rf "$work"' EXIT
 PORT=${BENCH_PORT:-5031}
@@ -53,9 +58,9 @@ timeout=1000
 cupdatetime=60
 INI
 
-"$REPO/build-release/tools/plant-simulator/plant-simulator" --plant "$work/plant.sim" --port "$PORT" </dev/null >/dev/null &
+"$BUILD/tools/plant-simulator/plant-simulator" --plant "$work/plant.sim" --port "$PORT" </dev/null >/dev/null &
 SIM_PID=$!
 sleep 0.5
 cd "$work/app"
 XDG_CONFIG_HOME="$work/xdg" XDG_RUNTIME_DIR="$work/run" QT_QPA_PLATFORM=${QT_QPA_PLATFORM:-offscreen} \
-    ${BENCH_WRAP:-} "$REPO/build-release/bench/$BENCH" "${1:-60}" "${2:-5}"
+    ${BENCH_WRAP:-} "$BUILD/bench/$BENCH" "${1:-60}" "${2:-5}" $EXTRA
