@@ -17,6 +17,7 @@
 #include "platform/dialogs.h"
 #include "platform/placement.h"
 #include "platform/settings_keys.h"
+#include "platform/shrinking_panel.h"
 #include "records/alarm_log.h"
 #include "records/audit_trail.h"
 #include "records/data_logger.h"
@@ -92,10 +93,15 @@ FrmMain::FrmMain(QWidget* parent) : QMainWindow(parent) {
     m_statusPanel->setObjectName(QStringLiteral("statusPanel"));
     m_datePanel = new QLabel(bar);
     m_timePanel = new QLabel(bar);
-    m_sealPanel = new QLabel(QStringLiteral("Records not sealed"), bar);
+    m_sealPanel = new ShrinkingPanel(bar);
+    m_sealPanel->setText(QStringLiteral("Records not sealed"));
     m_sealPanel->setObjectName(QStringLiteral("sealPanel"));
-    for (QLabel* l : {m_statusPanel, m_datePanel, m_timePanel, m_sealPanel})
+    for (QLabel* l : {m_statusPanel, m_datePanel, m_timePanel})
         l->setFrameStyle(QFrame::Panel | QFrame::Sunken);
+    // The status text is read whole, the fault text too; the panels beside it give way first.
+    m_statusPanel->setMinimumWidth(
+        m_statusPanel->fontMetrics().horizontalAdvance(kStatusCommError) +
+        2 * m_statusPanel->frameWidth() + 4);
     bar->addWidget(m_statusPanel, 1);
     m_panels = new StatusPanels(bar);
     bar->addPermanentWidget(m_sealPanel);

@@ -1,6 +1,7 @@
 #include "status_panels.h"
 
 #include "plant/plant_store.h"
+#include "platform/shrinking_panel.h"
 #include "records/alarm_log.h"
 #include "records/data_logger.h"
 #include "security/session.h"
@@ -10,21 +11,22 @@
 #include <QStatusBar>
 
 namespace {
-QLabel* panel(QStatusBar* bar, const char* name) {
-    auto* label = new QLabel(bar);
+ShrinkingPanel* panel(QStatusBar* bar, const char* name) {
+    auto* label = new ShrinkingPanel(bar);
     label->setObjectName(QLatin1String(name));
-    label->setFrameStyle(QFrame::Panel | QFrame::Sunken);
     bar->addPermanentWidget(label);
     return label;
 }
 
 // Sets a panel's text and its warning colour, only where they changed: a repaint a second of
-// every panel would cost more than the rest of the tick.
-void show(QLabel* label, const QString& text, bool warn, bool* warned) {
+// every panel would cost more than the rest of the tick. A warning is read whole; the panels
+// that only inform give way to it.
+void show(ShrinkingPanel* label, const QString& text, bool warn, bool* warned) {
     if (label->text() != text)
         label->setText(text);
     if (warned && *warned != warn) {
         *warned = warn;
+        label->setHoldsWholeText(warn);
         label->setStyleSheet(warn ? QStringLiteral("QLabel { background: #c00000; color: white; }")
                                   : QString());
     }

@@ -3,7 +3,7 @@
 #include <QObject>
 #include <QString>
 
-class QLabel;
+class ShrinkingPanel;
 class QStatusBar;
 
 // The main window's panels of what an operator checks all day, beside the status text: the
@@ -26,10 +26,10 @@ public:
     bool alarmsWarn() const { return m_alarmsWarn; }
 
 private:
-    QLabel* m_quality;
-    QLabel* m_alarms;
-    QLabel* m_logging;
-    QLabel* m_user;
+    ShrinkingPanel* m_quality;
+    ShrinkingPanel* m_alarms;
+    ShrinkingPanel* m_logging;
+    ShrinkingPanel* m_user;
     bool m_qualityWarns = false;
     bool m_alarmsWarn = false;
 };

@@ -2,9 +2,11 @@
 
 #include <QComboBox>
 #include <QHeaderView>
+#include <QHelpEvent>
 #include <QPainter>
 #include <QPrinter>
 #include <QStyledItemDelegate>
+#include <QToolTip>
 #include <algorithm>
 
 // ---------------------------------------------------------------------------------------------
@@ -52,6 +54,20 @@ public:
         } else {
             QStyledItemDelegate::setModelData(editor, model, index);
         }
+    }
+
+    // A cell cut short by its column shows its whole text on hover (a long operator message
+    // in a data file, a long tag); one that is shown whole needs no tip.
+    bool helpEvent(QHelpEvent* event, QAbstractItemView* view, const QStyleOptionViewItem& option,
+                   const QModelIndex& index) override {
+        if (event->type() != QEvent::ToolTip || !index.isValid())
+            return QStyledItemDelegate::helpEvent(event, view, option, index);
+        const QString text = index.data(Qt::DisplayRole).toString();
+        if (sizeHint(option, index).width() > option.rect.width() && !text.isEmpty())
+            QToolTip::showText(event->globalPos(), text, view, option.rect);
+        else
+            QToolTip::hideText();
+        return true;
     }
 };
 

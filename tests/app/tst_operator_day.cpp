@@ -12,6 +12,7 @@
 #include "displays/digital_values.h"
 #include "displays/trend_file.h"
 #include "displays/trend_window.h"
+#include "plant/comm_errors.h"
 #include "plant/frm_main_display.h"
 #include "plant/plant_store.h"
 #include "plant/scan_controller.h"
@@ -29,12 +30,16 @@
 #include <QAction>
 #include <QApplication>
 #include <QFile>
+#include <QHelpEvent>
+#include <QLabel>
 #include <QMdiArea>
 #include <QMenu>
 #include <QScrollBar>
 #include <QSet>
+#include <QStatusBar>
 #include <QTest>
 #include <QTextBrowser>
+#include <QToolTip>
 #include <cmath>
 
 namespace {
@@ -352,6 +357,32 @@ void TstOperatorDay::panelsSayWhoIsOnAndWhatIsLogged() {
         (QStringList{panels->loggingText(), panels->userText(), panels->alarmsText()}),
         (QStringList{"Logging to batch7.slg", "jdoe, security on", "Alarms: 1 unacknowledged"}));
     QVERIFY(panels->alarmsWarn() && !panels->qualityWarns());
+
+    // On a screen of 1280 pixels, when a fault and a long file name come while it is shown:
+    // the fault text and the warnings are read whole, and the panels beside them give way.
+    main->resize(1152, 700);
+    main->show();
+    QVERIFY(QTest::qWaitForWindowExposed(main));
+    gDataFileName = env.path("Log Files/3-14-2026_9H_5M_12S batch 7 line 2 rerun.slg");
+    panels->refresh();
+    auto* status = main->findChild<QLabel*>("statusPanel");
+    status->setText(kStatusCommError);
+    QTest::qWait(50);
+    QCOMPARE(main->width(), 1152);
+    QVERIFY(main->statusBar()->minimumSizeHint().width() <= main->width()); // every panel in view
+    QVERIFY(status->contentsRect().width() >=
+            status->fontMetrics().horizontalAdvance(kStatusCommError));
+    auto* logging = main->findChild<QLabel*>("loggingPanel");
+    QVERIFY(logging->width() < logging->sizeHint().width());
+    auto* alarmsPanel = main->findChild<QLabel*>("alarmsPanel"); // a warning stays whole
+    QVERIFY(alarmsPanel->contentsRect().width() >=
+            alarmsPanel->fontMetrics().horizontalAdvance(alarmsPanel->text()));
+    auto* user = main->findChild<QLabel*>("userPanel"); // cut, it shows itself whole on hover
+    QVERIFY(user->contentsRect().width() < user->fontMetrics().horizontalAdvance(user->text()));
+    QHelpEvent tip(QEvent::ToolTip, {2, 2}, user->mapToGlobal(QPoint(2, 2)));
+    QCoreApplication::sendEvent(user, &tip);
+    QVERIFY(QToolTip::isVisible());
+    QCOMPARE(QToolTip::text(), QStringLiteral("jdoe, security on"));
     gLogging = false;
     delete main;
 }

@@ -3,11 +3,13 @@
 #include "support/fakes.h"
 
 #include <QComboBox>
+#include <QHelpEvent>
 #include <QPrinter>
 #include <QSignalSpy>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QToolTip>
 
 namespace {
 
@@ -65,6 +67,7 @@ private slots:
     void locksCellTypesAndUserEdits();
     void selectedBlockAndComboEditor();
     void footerCodesAndPrintedPages();
+    void aCutCellShowsItsWholeTextOnHover();
 
 private:
     std::optional<QTemporaryDir> m_dir;
@@ -379,6 +382,31 @@ void TstRecordGrid::footerCodesAndPrintedPages() {
         for (int c = 0; c < 4; ++c)
             QCOMPARE(only.first().contains(cellName(r, c)), r >= 10 && r <= 12 && c >= 1 && c <= 2);
     }
+}
+
+void TstRecordGrid::aCutCellShowsItsWholeTextOnHover() {
+    RecordGrid grid;
+    grid.setColumnCount(2);
+    const QString mark = QStringLiteral("[not answering: TIC-102; PIC-103].");
+    grid.appendRow({mark, QStringLiteral("7")});
+    grid.setColumnWidth(0, 60);
+    grid.setColumnWidth(1, 60);
+    grid.resize(300, 200);
+    grid.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&grid));
+    auto hover = [&grid](int column) {
+        const QRect cell = grid.visualRect(grid.gridModel()->index(0, column));
+        QHelpEvent tip(QEvent::ToolTip, cell.center(), grid.viewport()->mapToGlobal(cell.center()));
+        QCoreApplication::sendEvent(grid.viewport(), &tip);
+    };
+    hover(0);
+    QVERIFY(QToolTip::isVisible());
+    QCOMPARE(QToolTip::text(), mark);
+    hover(1); // shown whole: no tip
+    QTRY_VERIFY(!QToolTip::isVisible());
+    grid.setColumnWidth(0, 600);
+    hover(0);
+    QTRY_VERIFY(!QToolTip::isVisible());
 }
 
 QTEST_MAIN(TstRecordGrid)
