@@ -98,10 +98,7 @@ FrmMain::FrmMain(QWidget* parent) : QMainWindow(parent) {
     m_sealPanel->setObjectName(QStringLiteral("sealPanel"));
     for (QLabel* l : {m_statusPanel, m_datePanel, m_timePanel})
         l->setFrameStyle(QFrame::Panel | QFrame::Sunken);
-    // The status text is read whole, the fault text too; the panels beside it give way first.
-    m_statusPanel->setMinimumWidth(
-        m_statusPanel->fontMetrics().horizontalAdvance(kStatusCommError) +
-        2 * m_statusPanel->frameWidth() + 4);
+    // The status text is read whole (its label asks for all of it); the panels beside it give way.
     bar->addWidget(m_statusPanel, 1);
     m_panels = new StatusPanels(bar);
     bar->addPermanentWidget(m_sealPanel);

@@ -21,7 +21,7 @@ QSize ShrinkingPanel::minimumSizeHint() const {
     const QSize whole = QLabel::minimumSizeHint();
     if (m_whole)
         return whole;
-    const int few = fontMetrics().horizontalAdvance(QStringLiteral("Mmmmmm...")) + 2 * frameWidth();
+    const int few = fontMetrics().horizontalAdvance(QStringLiteral("Mmm...")) + 2 * frameWidth();
     return {std::min(whole.width(), few), whole.height()};
 }
 
