@@ -11,6 +11,8 @@ PACKAGES=(
   qt6-base-dev qt6-base-dev-tools qt6-serialbus-dev qt6-serialport-dev
   libqcustomplot-dev libqcustomplot2.1-qt6
   libssl-dev libpam0g-dev libcrypt-dev
+  # publishing: the MQTT client library, and the broker and its clients for the demo and the tests
+  libmosquitto-dev mosquitto mosquitto-clients
   libgl-dev
   fonts-dejavu-core
   xvfb xauth socat poppler-utils
