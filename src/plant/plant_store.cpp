@@ -41,8 +41,11 @@ void noteReadAnswered(int row) {
                           float(gSP[row].asNumber().value_or(nan)), gPctOut[row]);
 }
 
-void noteReadFailed(int row) {
-    if (!validRow(row) || gFailedReads[row] >= 1000)
+void noteReadFailed(int row, int code) {
+    if (!validRow(row))
+        return;
+    gLastReadError[row] = code;
+    if (gFailedReads[row] >= 1000)
         return;
     if (++gFailedReads[row] == kNotAnsweringAfter)
         valueHistory().recordBreak(row, currentDateTime());
@@ -99,6 +102,7 @@ void resetPlantStore() {
     gComErrCount.fill(0);
     gFailedReads.fill(0);
     gAnswered.fill(false);
+    gLastReadError.fill(0);
     valueHistory().clear();
     gActiveList = {0};
     gActiveCount = 0;

@@ -44,6 +44,8 @@ inline ControllerColumn<qint16> gComErrCount{};
 // were whatever these say.
 inline ControllerColumn<qint16> gFailedReads{};
 inline ControllerColumn<bool> gAnswered{};
+// The link's code of each controller's last failed read (the logger's codes), 0 before any.
+inline ControllerColumn<int> gLastReadError{};
 // Failed reads in a row from which a controller counts as not answering: one more than a single
 // lost reply, as the logger window reports them.
 inline constexpr int kNotAnsweringAfter = 2;
@@ -89,7 +91,7 @@ inline bool isFresh(int row) {
 }
 // The poll's bookkeeping of each read, by row.
 void noteReadAnswered(int row);
-void noteReadFailed(int row);
+void noteReadFailed(int row, int code = 0);
 // A reading as the controller has it: a number with the controller's own decimals, a text (an
 // error display) as it stands.
 QString readingText(int row, const PlantValue& value);

@@ -115,7 +115,7 @@ void PollCycle::onError(int code) {
         if (m_progress)
             m_progress->closeScan();
     }
-    noteReadFailed(rowAtPosition(gPollIndex));
+    noteReadFailed(rowAtPosition(gPollIndex), code);
     if (validRow(gPollIndex)) {
         ++gComErrCount[gPollIndex];
         if (gComErrCount[gPollIndex] >= 2) {

@@ -14,6 +14,7 @@
 #include "platform/settings_store.h"
 #include "platform/window_parts.h"
 #include "record_line.h"
+#include "record_notices.h"
 #include "security/login.h"
 #include "security/rights.h"
 #include "security/session.h"
@@ -269,6 +270,13 @@ void AlarmLog::addAlarm(int controller, int alarmNumber) {
     }
     updateStatusText();
     writeAlarmLog(recordLine({gPvTag[c], stamp(now), pv}), QStringLiteral(",New Alarm"), now);
+    emit recordNotices().alarm({AlarmNotice::Kind::Raised,
+                                gPvTag[c] + QStringLiteral(" Alm# ") + QString::number(alarmNumber),
+                                controller,
+                                alarmNumber,
+                                pv,
+                                now,
+                                {}});
 }
 
 void AlarmLog::restoreAlarmWindow() {
@@ -305,6 +313,7 @@ void AlarmLog::acknowledgeAlarm(int row) {
     const QDateTime now = currentDateTime();
     writeAlarmLog(recordLine({tagname, stamp(now), QString()}),
                   QStringLiteral(",Alarm Acknowledged"), now);
+    announce(AlarmNotice::Kind::Acknowledged, tagname, now);
 }
 
 void AlarmLog::acknowledgeAll() {
@@ -338,6 +347,7 @@ void AlarmLog::acknowledgeAll() {
         m_grid->setText(row, Ack, QStringLiteral("YES"));
         writeAlarmLog(recordLine({key.first, stamp(now), QString()}),
                       QStringLiteral(",Alarm Acknowledged"), now);
+        announce(AlarmNotice::Kind::Acknowledged, key.first, now);
     }
 }
 
@@ -361,6 +371,7 @@ void AlarmLog::clearSelectedAlarm() {
     const QDateTime now = currentDateTime();
     writeAlarmLog(recordLine({tagname, stamp(now), QString()}), QStringLiteral(",Alarm Cleared"),
                   now);
+    announce(AlarmNotice::Kind::Cleared, tagname, now);
     updateStatusText();
 }
 
@@ -380,7 +391,23 @@ void AlarmLog::clearAllAlarms() {
     const QDateTime now = currentDateTime();
     writeAlarmLog(recordLine({QStringLiteral("All Controllers"), stamp(now), QString()}),
                   QStringLiteral(",All Alarms Cleared"), now);
+    announce(AlarmNotice::Kind::AllCleared, QStringLiteral("All Controllers"), now);
     updateStatusText();
+}
+
+void AlarmLog::announce(AlarmNotice::Kind kind, const QString& tagname, const QDateTime& at) {
+    // The grid's tagname is the tag, " Alm# " and the number: the controller is found by its tag.
+    AlarmNotice notice{kind, tagname, -1, 0, {}, at, gUserId};
+    const qsizetype mark = tagname.lastIndexOf(QStringLiteral(" Alm# "));
+    if (mark >= 0) {
+        notice.alarmNumber = tagname.mid(mark + 6).toInt();
+        for (int row = 0; row < kControllerCount; ++row)
+            if (gPvTag[row] == tagname.left(mark)) {
+                notice.controller = row;
+                break;
+            }
+    }
+    emit recordNotices().alarm(notice);
 }
 
 void AlarmLog::exportAlarmLog() {

@@ -2,6 +2,7 @@
 
 #include "plant/child_window.h"
 #include "plant/plant_store.h"
+#include "record_notices.h"
 
 #include <QDateTime>
 #include <array>
@@ -82,6 +83,8 @@ private:
     void writeRows(const QList<QStringList>& rows);
     // The rows in the other order.
     void turnRowsRound();
+    // Tells the listeners beyond the records what became of an alarm row.
+    void announce(AlarmNotice::Kind kind, const QString& tagname, const QDateTime& at);
     // The row of an alarm by its tag and moment, -1 when it is gone.
     int findAlarm(const QString& tagname, const QString& time) const;
 

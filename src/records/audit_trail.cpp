@@ -5,6 +5,7 @@
 #include "plant/plant_store.h"
 #include "platform/clock.h"
 #include "record_line.h"
+#include "record_notices.h"
 #include "security/session.h"
 
 #include <QDir>
@@ -30,6 +31,7 @@ void writeAuditLine(const QString& userId, const QString& fullName, const QStrin
     const QDateTime now = currentDateTime();
     const QString plain = auditPlainLine(now, userId, fullName, comment, action);
     const QString path = auditFilePath(now.date());
+    emit recordNotices().audit({now, userId, fullName, comment, action});
     // A site that lost its Audit folder would otherwise lose every line without a word.
     QDir().mkpath(auditFolder());
     // A line the disk refused is lost without a word, as the trail has always done; a line that

@@ -1,0 +1,6 @@
+#include "record_notices.h"
+
+RecordNotices& recordNotices() {
+    static RecordNotices notices;
+    return notices;
+}
