@@ -3,7 +3,9 @@
 # plant simulator, scanned every 60 ms, with all sixteen bank windows open (banks) or all eight
 # trend windows of twelve pens (trends), or both at once (plant). Prints the workstation's CPU share and resident memory
 # over the measured window (default 60 s). Offscreen unless QT_QPA_PLATFORM says otherwise.
-# Usage: bench/run-bench-live.sh banks|trends|plant [seconds] [warm-up seconds]
+# publish: the banks' run without publishing, with it, and with it to a broker stopped (SIGSTOP)
+# after the warm-up, side by side.
+# Usage: bench/run-bench-live.sh banks|trends|plant|publish [seconds] [warm-up seconds]
 # BENCH_BUILD names a Release build already made (an older tree's, to compare side by side).
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -11,7 +13,8 @@ REPO=$(pwd)
 case "${1:-}" in
 banks | trends) BENCH=bench_$1 EXTRA= ;;
 plant) BENCH=bench_trends EXTRA=banks ;;
-*) echo "usage: $0 banks|trends|plant [seconds] [warm-up seconds]" >&2; exit 2 ;;
+publish) BENCH=bench_publish EXTRA= ;;
+*) echo "usage: $0 banks|trends|plant|publish [seconds] [warm-up seconds]" >&2; exit 2 ;;
 esac
 shift
 BUILD=${BENCH_BUILD:-$REPO/build-release}
@@ -21,7 +24,7 @@ if [[ -z "${BENCH_BUILD:-}" ]]; then
     cmake --build build-release --target "$BENCH" plant-simulator
 fi
 work=$(mktemp -d)
-trap 'kill ${SIM_PID:-0} 2>/dev/null || true; rm -rf "$work"' EXIT
+trap 'kill -CONT ${BROKER_PID:-0} 2>/dev/null; kill ${SIM_PID:-0} ${BROKER_PID:-0} 2>/dev/null || true; rm -rf "$work"' EXIT
 PORT=${BENCH_PORT:-5031}
 
 # The plant: every fourth controller a profiler, K8 and K20 in turn.
@@ -62,5 +65,24 @@ INI
 SIM_PID=$!
 sleep 0.5
 cd "$work/app"
-XDG_CONFIG_HOME="$work/xdg" XDG_RUNTIME_DIR="$work/run" QT_QPA_PLATFORM=${QT_QPA_PLATFORM:-offscreen} \
-    ${BENCH_WRAP:-} "$BUILD/bench/$BENCH" "${1:-60}" "${2:-5}" $EXTRA
+run() {
+    XDG_CONFIG_HOME="$work/xdg" XDG_RUNTIME_DIR="$work/run" QT_QPA_PLATFORM=${QT_QPA_PLATFORM:-offscreen} \
+        ${BENCH_WRAP:-} "$BUILD/bench/$BENCH" "${1:-60}" "${2:-5}" $EXTRA "${@:3}"
+}
+if [[ "$BENCH" != bench_publish ]]; then
+    run "${1:-60}" "${2:-5}"
+    exit
+fi
+MQTT_PORT=${BENCH_MQTT_PORT:-5032}
+printf 'listener %s 127.0.0.1\nallow_anonymous true\npersistence false\n' "$MQTT_PORT" >"$work/mosquitto.conf"
+/usr/sbin/mosquitto -c "$work/mosquitto.conf" >/dev/null 2>&1 &
+BROKER_PID=$!
+sleep 0.5
+for round in 1 2 3; do
+    echo "== publishing off, round $round"; run "${1:-60}" "${2:-5}"
+    echo "== publishing on, round $round"; run "${1:-60}" "${2:-5}" "$MQTT_PORT"
+done
+echo "== publishing on, the broker stopped after the warm-up"
+( sleep "$(( ${2:-5} + 2 ))"; kill -STOP $BROKER_PID ) &
+run "${1:-60}" "${2:-5}" "$MQTT_PORT"
+kill -CONT $BROKER_PID

@@ -111,6 +111,7 @@ const QHash<QString, QString>& sectionsByClass() {
         {QStringLiteral("FrmOpMessage"), QStringLiteral("data-logging")},
         {QStringLiteral("FrmLogin"), QStringLiteral("security")},
         {QStringLiteral("FrmPasswords"), QStringLiteral("security")},
+        {QStringLiteral("FrmPublishing"), QStringLiteral("publishing")},
         {QStringLiteral("FrmGuide"), QStringLiteral("help")},
     };
     return sections;

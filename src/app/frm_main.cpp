@@ -15,9 +15,11 @@
 #include "plant/scan_controller.h"
 #include "platform/clock.h"
 #include "platform/dialogs.h"
+#include "platform/mqtt_link.h"
 #include "platform/placement.h"
 #include "platform/settings_keys.h"
 #include "platform/shrinking_panel.h"
+#include "publish/publisher.h"
 #include "records/alarm_log.h"
 #include "records/audit_trail.h"
 #include "records/data_logger.h"
@@ -109,6 +111,9 @@ FrmMain::FrmMain(QWidget* parent) : QMainWindow(parent) {
     connect(m_clockTimer, &QTimer::timeout, this, &FrmMain::updateClockPanels);
     m_clockTimer->start();
     updateClockPanels();
+
+    // Publishing starts once the plant is loaded; until then it holds nothing.
+    m_publisher = new Publisher(makeMosquittoLink(nullptr), this);
 
     buildMenus();
 
@@ -426,6 +431,8 @@ void FrmMain::closeEvent(QCloseEvent* event) {
     }
     if (g21CFR)
         systemAuditLine(QStringLiteral("System Shutdown"));
+    // The station says it goes, and waits a moment for the broker to have it.
+    m_publisher->stop(500);
     event->accept();
     emit exitRequested();
 }

@@ -6,6 +6,7 @@
 class QAction;
 class QLabel;
 class StatusPanels;
+class Publisher;
 class ChildWindow;
 class Ctrend1;
 class FrmMainDisplay;
@@ -35,6 +36,7 @@ public:
     void watchSealing(SealClient* client);
     QString sealText() const;
     StatusPanels* panels() const { return m_panels; }
+    Publisher& publisher() const { return *m_publisher; }
     QString statusText() const;
     void updateCaption();
 
@@ -86,6 +88,7 @@ private:
     QLabel* m_datePanel = nullptr;
     QLabel* m_timePanel = nullptr;
     QLabel* m_sealPanel = nullptr;
+    Publisher* m_publisher = nullptr;
     StatusPanels* m_panels = nullptr;
     QMenu* m_windowMenu = nullptr;
     bool m_closing = false;

@@ -10,6 +10,7 @@
 #include "plant/scan_controller.h"
 #include "platform/placement.h"
 #include "platform/settings_keys.h"
+#include "publish/publisher.h"
 #include "records/alarm_log.h"
 #include "records/data_logger.h"
 #include "records/file_cipher.h"
@@ -110,6 +111,7 @@ void FrmSplash::timer1Tick() {
         deleteLater();
         m_main->scan().startScan();
         reopenWindows(*m_main);
+        m_main->publisher().apply(loadPublishConfig());
         emit startupComplete();
     } catch (const std::exception& e) {
         reportError(QStringLiteral("splashScreenTimer1"), 0, QString::fromLocal8Bit(e.what()));

@@ -11,6 +11,8 @@
 #include "displays/project_file.h"
 #include "plant/child_window.h"
 #include "plant/frm_control_setup.h"
+#include "publish/frm_publishing.h"
+#include "publish/publisher.h"
 #include "records/alarm_log.h"
 #include "records/frm_audit_view.h"
 #include "records/frm_history.h"
@@ -150,6 +152,9 @@ std::vector<MenuEntry> buildTable() {
              main.showSingleWindow(QStringLiteral("mnuAlarms"), window,
                                    [window] { window->centreInArea(); });
          });
+    dash(setup, QStringLiteral("mnuDashS5"));
+    item(setup, QStringLiteral("mnuPublishing"), QStringLiteral("&Publishing"), Right::Publishing,
+         [](FrmMain& main) { showPublishing(main.publisher(), &main); });
 
     menu({}, users, QStringLiteral("&Users"));
     item(users, QStringLiteral("mnuLogon"), QStringLiteral("&Log on.."), -1,

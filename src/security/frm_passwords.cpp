@@ -18,7 +18,13 @@
 #include <QVBoxLayout>
 
 namespace {
-constexpr int kRowCount = 24;
+constexpr int kRowCount = 25;
+
+// The right a row of the list grants: the rows stand in table order up to "Quit Program", and
+// the rights added later follow, past right 24, which has no row.
+int rightOfRow(int row) {
+    return row < Right::CloseMainWindow ? row : Right::Publishing + (row - Right::CloseMainWindow);
+}
 
 // The list index of UserLevel is the level number.
 RightsTable& tableOfLevel(int level) {
@@ -58,7 +64,8 @@ const QStringList& rightRowTexts() {
                                    QStringLiteral("Acknowledge Alarms"),
                                    QStringLiteral("Clear Alarms"),
                                    QStringLiteral("Single Setpoint Recipes"),
-                                   QStringLiteral("Quit Program")};
+                                   QStringLiteral("Quit Program"),
+                                   QStringLiteral("Publishing")};
     return texts;
 }
 
@@ -147,13 +154,15 @@ FrmPasswords::FrmPasswords(QWidget* owner) : QDialog(owner) {
 void FrmPasswords::UserLevel_Click() {
     const RightsTable& table = tableOfLevel(m_level->currentIndex());
     for (int i = 0; i < kRowCount; ++i)
-        m_rights->topLevelItem(i)->setCheckState(0, table[i] != 0 ? Qt::Checked : Qt::Unchecked);
+        m_rights->topLevelItem(i)->setCheckState(
+            0, table[size_t(rightOfRow(i))] != 0 ? Qt::Checked : Qt::Unchecked);
 }
 
 void FrmPasswords::Command2_Click() {
     RightsTable& table = tableOfLevel(m_level->currentIndex());
     for (int i = 0; i < kRowCount; ++i)
-        table[i] = m_rights->topLevelItem(i)->checkState(0) == Qt::Checked ? 1 : 0;
+        table[size_t(rightOfRow(i))] =
+            m_rights->topLevelItem(i)->checkState(0) == Qt::Checked ? 1 : 0;
 }
 
 void FrmPasswords::setAllTicks(bool ticked) {
@@ -171,13 +180,14 @@ void FrmPasswords::saveAndApply() {
     if (m_saved)
         return;
     m_saved = true;
-    for (int i = 0; i < kRowCount; ++i) {
+    for (int row = 0; row < kRowCount; ++row) {
+        const int i = rightOfRow(row);
         saveSetting(Sections::LevelsOp, rightKey(QStringLiteral("op"), i),
-                    QString::number(gOpRights[i]));
+                    QString::number(gOpRights[size_t(i)]));
         saveSetting(Sections::LevelsSu, rightKey(QStringLiteral("su"), i),
-                    QString::number(gSuRights[i]));
+                    QString::number(gSuRights[size_t(i)]));
         saveSetting(Sections::LevelsAd, rightKey(QStringLiteral("ad"), i),
-                    QString::number(gAdRights[i]));
+                    QString::number(gAdRights[size_t(i)]));
     }
     g21CFR = m_security->isChecked();
     saveSetting(Sections::LevelsSecurity, Keys::Security21CFR, boolToSetting(g21CFR));

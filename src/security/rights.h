@@ -5,7 +5,7 @@
 
 // The rights of the three levels, one entry per right; a right is held only when its entry is
 // exactly 1.
-inline constexpr int kRightCount = 25;
+inline constexpr int kRightCount = 26;
 using RightsTable = std::array<qint16, kRightCount>;
 inline RightsTable gOpRights{};
 inline RightsTable gSuRights{};
@@ -38,6 +38,8 @@ inline constexpr int ClearAlarms = 21;
 inline constexpr int SingleSetpointRecipes = 22;
 inline constexpr int QuitProgram = 23;
 inline constexpr int CloseMainWindow = 24;
+// Rights the workstation added later stand after 24, which keeps no row of its own.
+inline constexpr int Publishing = 25;
 } // namespace Right
 
 // The table of a level, 0 to 2; null for any other number.

@@ -329,9 +329,11 @@ void TstLogin::securityOffAndLogOff() {
 
 void TstLogin::checkAccessByLevelAndEntry() {
     // Level, right, that level's entry for it, and whether it passes: a hand-edited 2 denies; 13
-    // stays the administrator's; 24, set by hand, counts though it has no row.
-    const int rows[][4]{{0, 4, 1, 1},  {0, 4, 0, 0},  {0, 4, 2, 0},  {1, 15, 1, 1}, {2, 23, 0, 0},
-                        {2, 13, 0, 1}, {1, 13, 0, 0}, {2, 24, 1, 1}, {2, 25, 1, 0}, {0, -1, 1, 0}};
+    // stays the administrator's; 24, set by hand, counts though it has no row; 25 is
+    // "Publishing"; past it, nothing passes.
+    const int rows[][4]{{0, 4, 1, 1},  {0, 4, 0, 0},  {0, 4, 2, 0},  {1, 15, 1, 1},
+                        {2, 23, 0, 0}, {2, 13, 0, 1}, {1, 13, 0, 0}, {2, 24, 1, 1},
+                        {1, 25, 0, 0}, {2, 25, 1, 1}, {2, 26, 1, 0}, {0, -1, 1, 0}};
     const char* const levels[]{"operator", "supervisor", "administrator"};
     for (const auto& [level, right, entry, passes] : rows) {
         TestEnv env;
@@ -441,9 +443,11 @@ void TstLogin::rightsDialogAppliesOnAcceptAndWritesOnClose() {
     gUserLevel = 1;
     ticks(1);
     tick(4, true);
+    tick(24, true); // "Publishing", the row after "Quit Program", grants right 25
     click("Command2");
     // In force for the running session before the dialog closes; the ticked 2 became 1.
-    QCOMPARE(QList<int>({gSuRights[4], gSuRights[7]}), QList<int>({1, 1}));
+    QCOMPARE(QList<int>({gSuRights[4], gSuRights[7], gSuRights[24], gSuRights[25]}),
+             QList<int>({1, 1, 0, 1}));
     QVERIFY(checkAccess(4) && checkAccess(7));
     QVERIFY(env.dialogs->boxes.isEmpty() && env.settings->values.isEmpty());
 
@@ -457,11 +461,11 @@ void TstLogin::rightsDialogAppliesOnAcceptAndWritesOnClose() {
     auto stored = [&](const char* section, const QString& key) {
         return env.settings->value(QLatin1String("Levels\\") + section, key, "absent");
     };
-    QCOMPARE(env.settings->values.size(), 3 * 24 + 1);
-    QCOMPARE(
-        (QStringList{stored("op", "op 1"), stored("op", "op 3"), stored("su", "su 23"),
-                     stored("ad", "ad 23"), stored("ad", "ad 24"), stored("security", "21CFR")}),
-        (QStringList{"1", "0", "0", "1", "absent", "True"}));
+    QCOMPARE(env.settings->values.size(), 3 * 25 + 1);
+    QCOMPARE((QStringList{stored("op", "op 1"), stored("op", "op 3"), stored("su", "su 23"),
+                          stored("ad", "ad 23"), stored("ad", "ad 24"), stored("su", "su 25"),
+                          stored("security", "21CFR")}),
+             (QStringList{"1", "0", "0", "1", "absent", "1", "True"}));
 
     d = std::make_unique<FrmPasswords>(nullptr);
     d->show();
