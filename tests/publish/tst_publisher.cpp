@@ -1,5 +1,6 @@
 // Publishing with a scripted broker connection: what goes out, when, in which order, and what
 // waits or is dropped while the broker is away.
+#include "plant/frm_logger.h"
 #include "plant/plant_store.h"
 #include "platform/mqtt_link.h"
 #include "platform/secret_file.h"
@@ -184,8 +185,16 @@ void TstPublisher::brokerAwayQueuesBoundedAndResumesValuesFirst() {
     emit recordNotices().alarm(
         {AlarmNotice::Kind::Raised, "TIC-1 Alm# 1", 0, 1, "101.0", env.clock->time, {}});
     QCOMPARE(link.topics().last(), kRoot + "/alarms");
+    FrmLogger logger;
     link.drop(QStringLiteral("the connection to 127.0.0.1:1883 was lost"));
     QVERIFY(publisher.stateText().contains("was lost; trying again in 1 s"));
+    // The logger hears a reason once, however often the retries meet it.
+    QTRY_COMPARE(link.opens, 2);
+    link.drop(QStringLiteral("the connection to 127.0.0.1:1883 was lost"));
+    QVERIFY(publisher.stateText().contains("trying again in 2 s"));
+    QCOMPARE(logger.text().count("Publishing: Not connected: the connection to 127.0.0.1:1883 "
+                                 "was lost"),
+             1);
     // Away: every change of a controller replaces its waiting value, counted as dropped.
     for (int i = 0; i < 50; ++i) {
         gPV[0] = PlantValue(QString::number(200 + i));
