@@ -11,7 +11,7 @@ FUZZ_DIR=${FUZZ_BUILD_DIR:-build-fuzz}
 SECONDS_EACH=${FUZZ_SECONDS:-30}
 RUNS_EACH=${FUZZ_RUNS:-2000000}
 CXX_FUZZ=${FUZZ_CXX:-$(command -v clang++-14 || command -v clang++)}
-TARGETS=(tag_file record_file records_cli register_codec grid_text site_groups helper_input csv_text trend_file project_file row_moment sp_recipe profile_recipe tune_file seal_file seal_request publish_settings)
+TARGETS=(tag_file record_file records_cli register_codec grid_text site_groups helper_input csv_text trend_file project_file row_moment sp_recipe profile_recipe tune_file seal_file seal_request publish_settings rtu_frame)
 
 cmake -S . -B "$FUZZ_DIR" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DCMAKE_CXX_COMPILER="$CXX_FUZZ" -DSORVANTEL_FUZZ=ON -DSORVANTEL_BUILD_TESTS=OFF

@@ -1,8 +1,18 @@
 // The plant simulator's register image: the words the link tests take for granted. The same
 // blocks over the wire, and the injected faults, show in the link and poll tests' own outcomes.
+// Its RTU front: the framing of the line, the time each exchange takes on it, and the line check
+// that tells whether a master waited for the line, over a socat pty pair.
 
+#include "sim_nodes.h"
 #include "sim_plant.h"
+#include "sim_rtu.h"
+#include "sim_rtu_frame.h"
+#include "sim_server.h"
+#include "sim_wire.h"
 
+#include <QModbusRtuSerialClient>
+#include <QSerialPort>
+#include <QTcpSocket>
 #include <QtTest>
 
 using namespace sim;
@@ -17,6 +27,20 @@ private slots:
     void downloadedProfileIsTheOneThatRunsToTheEndState();
     void badWritesChangeNothing_data();
     void badWritesChangeNothing();
+
+    void crcOfDocumentedFrames_data();
+    void crcOfDocumentedFrames();
+    void splitRequests_data();
+    void splitRequests();
+    void wireTime_data();
+    void wireTime();
+    void lineCheck();
+    void rtuClientReadsBlockAtTheWirePace();
+    void rtuRepliesAndFaults_data();
+    void rtuRepliesAndFaults();
+    void rtuLineCheckSeesOverlaps();
+    void rtuBroadcastWritesAndNoneAnswers();
+    void gatewayServesOneExchangeAtATime();
 };
 
 namespace {
@@ -196,6 +220,425 @@ void TstPlantSimulator::badWritesChangeNothing() {
     QCOMPARE(read(plant, 5, 1057, 24), profile);
     QCOMPARE(read(plant, 5, 11, 5), tuning);
     QCOMPARE(profile.size(), 24);
+}
+
+namespace {
+
+QByteArray hex(const char* text) {
+    return QByteArray::fromHex(text);
+}
+// A read of count registers from first, framed for the line.
+QByteArray readFrame(int unit, int first, int count, int function = 0x03) {
+    return encodeRtuFrame(quint8(unit),
+                          be({quint16(first), quint16(count)}, QByteArray(1, char(function))));
+}
+// Two K40s (1, 3) and a K8 (5); nothing answers at 4.
+const char* const kLinePlant = "1 K40 noise=0\n3 K40 sp=150 noise=0\n5 K8 noise=0\n";
+
+// Two ends of a simulated serial line.
+struct PtyPair {
+    QTemporaryDir dir;
+    QProcess socat;
+    QString master, slave;
+
+    static bool available() { return !QStandardPaths::findExecutable("socat").isEmpty(); }
+    bool start() {
+        const QString a = dir.filePath("ttyA"), b = dir.filePath("ttyB");
+        socat.start(QStandardPaths::findExecutable("socat"),
+                    {"-d", "pty,raw,echo=0,link=" + a, "pty,raw,echo=0,link=" + b});
+        QElapsedTimer t;
+        t.start();
+        while (!(QFile::exists(a) && QFile::exists(b)) && t.elapsed() < 5000)
+            QTest::qWait(10);
+        master = QFileInfo(a).canonicalFilePath();
+        slave = QFileInfo(b).canonicalFilePath();
+        return !master.isEmpty() && !slave.isEmpty();
+    }
+    ~PtyPair() {
+        socat.terminate();
+        socat.waitForFinished(2000);
+    }
+};
+
+// A master writing raw frames: what came back, and when the last of it came after the send.
+struct RawMaster {
+    QSerialPort port;
+    QElapsedTimer clock;
+    QByteArray got;
+    qint64 lastUs = -1;
+
+    bool open(const QString& device, const SerialFormat& f) {
+        port.setPortName(device);
+        QObject::connect(&port, &QSerialPort::readyRead, [this] {
+            got += port.readAll();
+            lastUs = clock.nsecsElapsed() / 1000;
+        });
+        // No parity: a pty refuses it, and carries the bytes the same.
+        return port.open(QIODevice::ReadWrite) && port.setBaudRate(f.baud) &&
+               port.setStopBits(f.stopBits == 2 ? QSerialPort::TwoStop : QSerialPort::OneStop);
+    }
+    void send(const QByteArray& bytes) {
+        got.clear();
+        lastUs = -1;
+        clock.start();
+        port.write(bytes);
+        port.flush();
+    }
+    // Waits until size bytes came, then a little longer for any that should not come; for none,
+    // the whole time.
+    void collect(qsizetype size, int atMostMs) {
+        QElapsedTimer t;
+        t.start();
+        while ((size == 0 || got.size() < size) && t.elapsed() < atMostMs)
+            QTest::qWait(1);
+        QTest::qWait(size > 0 ? 30 : 0);
+    }
+};
+
+} // namespace
+
+// Frames from the Modbus serial line documents, whose CRCs are printed there.
+void TstPlantSimulator::crcOfDocumentedFrames_data() {
+    QTest::addColumn<QByteArray>("frame");
+    QTest::newRow("read 10 from 0 at 1") << hex("01030000000ac5cd");
+    QTest::newRow("read 3 from 107 at 17") << hex("1103006b00037687");
+}
+
+void TstPlantSimulator::crcOfDocumentedFrames() {
+    QFETCH(QByteArray, frame);
+    const QByteArray body = frame.chopped(2);
+    QCOMPARE(encodeRtuFrame(quint8(body.at(0)), body.sliced(1)).toHex(), frame.toHex());
+    QCOMPARE(rtuCrc(frame), quint16(0));
+}
+
+void TstPlantSimulator::splitRequests_data() {
+    QTest::addColumn<QByteArrayList>("reads");
+    QTest::addColumn<bool>("quiet"); // the line fell silent after the last read
+    QTest::addColumn<QByteArrayList>("frames");
+    QTest::addColumn<int>("dropped");
+    QTest::addColumn<int>("left");
+    const QByteArray r1 = readFrame(1, 129, 5), r2 = readFrame(5, 1001, 9, 0x04);
+    const QByteArray w = encodeRtuFrame(3, hex("1000010002") + "\x04" + hex("4e9f0000"));
+    QByteArray badCrc = r1;
+    badCrc[7] = char(badCrc[7] ^ 0x01);
+    const QByteArray broadcast = encodeRtuFrame(0, hex("060001c350"));
+    const QByteArray longClaim = hex("011000000001f0"); // a block write of 240 bytes, torn off
+    QTest::newRow("two frames glued")
+        << QByteArrayList{r1 + r2} << false << QByteArrayList{r1, r2} << 0 << 0;
+    QTest::newRow("split across reads") << QByteArrayList{r1.left(3), r1.mid(3, 4), r1.mid(7)}
+                                        << false << QByteArrayList{r1} << 0 << 0;
+    QTest::newRow("bad CRC, then a good frame")
+        << QByteArrayList{badCrc + r2} << false << QByteArrayList{r2} << 8 << 0;
+    QTest::newRow("garbage prefix")
+        << QByteArrayList{hex("a55aa5") + r1} << false << QByteArrayList{r1} << 3 << 0;
+    QTest::newRow("block write") << QByteArrayList{w.left(6), w.mid(6)} << false
+                                 << QByteArrayList{w} << 0 << 0;
+    QTest::newRow("block write waits for its count")
+        << QByteArrayList{w.left(6)} << false << QByteArrayList{} << 0 << 6;
+    QTest::newRow("torn frame waits")
+        << QByteArrayList{r1.left(5)} << false << QByteArrayList{} << 0 << 5;
+    QTest::newRow("torn frame dropped after silence")
+        << QByteArrayList{r1.left(5)} << true << QByteArrayList{} << 5 << 0;
+    QTest::newRow("torn long write holds the next frame")
+        << QByteArrayList{longClaim + r1} << false << QByteArrayList{} << 0 << 15;
+    QTest::newRow("silence frees the frame behind it")
+        << QByteArrayList{longClaim + r1} << true << QByteArrayList{r1} << 7 << 0;
+    QTest::newRow("reserved address, then a broadcast")
+        << QByteArrayList{hex("f8") + broadcast} << false << QByteArrayList{broadcast} << 1 << 0;
+}
+
+// Bytes as reads deliver them, into a buffer that keeps what was not used.
+void TstPlantSimulator::splitRequests() {
+    QFETCH(QByteArrayList, reads);
+    QFETCH(bool, quiet);
+    QFETCH(QByteArrayList, frames);
+    QFETCH(int, dropped);
+    QFETCH(int, left);
+    QByteArray buffer;
+    QByteArrayList out;
+    int droppedAll = 0;
+    for (int i = 0; i < reads.size(); ++i) {
+        buffer += reads.at(i);
+        const RtuSplit split = splitRtuRequests(buffer, quiet && i == reads.size() - 1);
+        for (const RtuFrame& f : split.frames) {
+            QCOMPARE(buffer.mid(f.at, f.pdu.size() + 3), encodeRtuFrame(f.address, f.pdu));
+            out << encodeRtuFrame(f.address, f.pdu);
+        }
+        buffer.remove(0, split.used);
+        droppedAll += int(split.dropped);
+    }
+    QCOMPARE(out, frames);
+    QCOMPARE(droppedAll, dropped);
+    QCOMPARE(buffer.size(), left);
+}
+
+// Exchange times worked out by hand from the character time (start, 8 data, parity, stops).
+void TstPlantSimulator::wireTime_data() {
+    QTest::addColumn<int>("baud");
+    QTest::addColumn<char>("parity");
+    QTest::addColumn<int>("stopBits");
+    QTest::addColumn<int>("replyChars");
+    QTest::addColumn<qint64>("us");
+    // 8-byte read, 15-byte reply of five registers.
+    QTest::newRow("19200 8N1") << 19200 << 'N' << 1 << 15 << qint64(13803); // 26.5 x 520.83
+    QTest::newRow("9600 8E1") << 9600 << 'E' << 1 << 15 << qint64(30365);   // 26.5 x 1145.83
+    QTest::newRow("9600 8O2") << 9600 << 'O' << 2 << 15 << qint64(33125);   // 26.5 x 1250
+    QTest::newRow("38400 8N2, fixed silence")
+        << 38400 << 'N' << 2 << 15 << qint64(8339); // 23 x 286.46 + 1750
+    QTest::newRow("115200 8N1, fixed silence")
+        << 115200 << 'N' << 1 << 15 << qint64(3747); // 23 x 86.81 + 1750
+    QTest::newRow("no reply: the request only")
+        << 19200 << 'N' << 1 << 0 << qint64(4167); // 8 x 520.83
+}
+
+void TstPlantSimulator::wireTime() {
+    QFETCH(int, baud);
+    QFETCH(char, parity);
+    QFETCH(int, stopBits);
+    QFETCH(int, replyChars);
+    QFETCH(qint64, us);
+    QCOMPARE(SerialFormat({baud, parity, stopBits}).exchangeUs(8, replyChars), us);
+}
+
+// A reply on its way holds the line however early its time was; a request that does not wait
+// for it overlaps, and only the waits of the others are silences.
+void TstPlantSimulator::lineCheck() {
+    LineCheck line;
+    QCOMPARE(line.request(1000), qint64(1000));
+    line.hold(5000, true);
+    QCOMPARE(line.request(3000), qint64(5000)); // waits its turn
+    line.hold(9000, true);
+    line.written(5100);
+    QCOMPARE(line.request(9020), qint64(9020)); // the reply's time came, but it is not out yet
+    line.hold(13000, true);
+    line.written(9050);
+    line.written(13000);
+    QCOMPARE(line.request(14000), qint64(14000));
+    line.hold(18000, false); // no reply
+    QCOMPARE(line.request(18333), qint64(18333));
+    line.hold(20000, true);
+    line.written(20500); // written late: the line was busy till then
+    QCOMPARE(line.request(20800), qint64(20800));
+    QCOMPARE(std::tuple(line.requests(), line.overlaps(), line.shortestSilenceUs()),
+             std::tuple(6, 2, std::optional<qint64>(300)));
+    QCOMPARE(line.summary(),
+             QStringLiteral("line: requests 6, overlaps 2, shortest silence 300 us, "
+                            "first..last 0.02 s"));
+    line.hold(22000, true);
+    line.reset();
+    QCOMPARE(line.summary(), QStringLiteral("line: requests 0, overlaps 0, shortest silence -, "
+                                            "first..last 0.00 s"));
+    line.request(21000); // the exchange before the reset is still on the line
+    QCOMPARE(std::pair(line.requests(), line.overlaps()), std::pair(1, 1));
+}
+
+// The K40 block as the workstation polls it, no sooner than the line could carry it; a node
+// that is not there lets the request time out.
+void TstPlantSimulator::rtuClientReadsBlockAtTheWirePace() {
+    if (!PtyPair::available())
+        QSKIP("socat is not installed; the RTU line cannot be simulated");
+    PtyPair pty;
+    QVERIFY(pty.start());
+    SimPlant plant;
+    QVERIFY(plant.loadText(kLinePlant, nullptr));
+    SimNodes nodes(&plant);
+    SimRtuFront front(&nodes);
+    const SerialFormat format;
+    QVERIFY2(front.open(pty.slave, format), qPrintable(front.errorString()));
+
+    QModbusRtuSerialClient client;
+    client.setConnectionParameter(QModbusDevice::SerialPortNameParameter, pty.master);
+    client.setConnectionParameter(QModbusDevice::SerialBaudRateParameter, format.baud);
+    client.setTimeout(300);
+    client.setNumberOfRetries(0);
+    QVERIFY(client.connectDevice());
+    QTRY_COMPARE(client.state(), QModbusDevice::ConnectedState);
+    QTest::qWait(50);
+
+    // On the simulator's clock: the line check keeps when the request was in.
+    const qint64 sentUs = front.wire().nowUs();
+    QModbusReply* reply = client.sendReadRequest(
+        QModbusDataUnit(QModbusDataUnit::HoldingRegisters, reg::K40Pv, 5), 3);
+    QVERIFY(reply);
+    qint64 doneUs = -1;
+    connect(reply, &QModbusReply::finished, [&] { doneUs = front.wire().nowUs(); });
+    QTRY_VERIFY_WITH_TIMEOUT(doneUs >= 0, 2000);
+    QCOMPARE(reply->error(), QModbusDevice::NoError);
+    QList<quint16> expected;
+    for (int r = reg::K40Pv; r < reg::K40Pv + 5; ++r)
+        expected << plant.reg(3, r);
+    QCOMPARE(reply->result().values(), expected);
+    const qint64 inUs = front.wire().line().lastUs();
+    QVERIFY2(doneUs - inUs >= format.exchangeUs(8, 15) && inUs >= sentUs,
+             qPrintable(QStringLiteral("%1 us after the request was in").arg(doneUs - inUs)));
+    delete reply;
+
+    reply = client.sendReadRequest(QModbusDataUnit(QModbusDataUnit::HoldingRegisters, 129, 5), 4);
+    QTRY_VERIFY_WITH_TIMEOUT(reply->isFinished(), 2000);
+    QCOMPARE(reply->error(), QModbusDevice::TimeoutError);
+    delete reply;
+    QCOMPARE(
+        std::tuple(nodes.requestCount(3), nodes.requestCount(4), front.wire().line().overlaps()),
+        std::tuple(1, 1, 0));
+}
+
+void TstPlantSimulator::rtuRepliesAndFaults_data() {
+    QTest::addColumn<int>("baud");
+    QTest::addColumn<char>("parity");
+    QTest::addColumn<int>("stopBits");
+    QTest::addColumn<QString>("fault");
+    QTest::addColumn<QByteArray>("head"); // the first bytes that come back
+    QTest::addColumn<int>("size");        // all that comes back
+    QTest::addColumn<bool>("frameOk");    // the bytes from the address on end in a good CRC
+    QTest::addColumn<int>("lateMs");
+    const QByteArray block = hex("03030a"); // node 3, five registers
+    QTest::newRow("19200 8N1") << 19200 << 'N' << 1 << "" << block << 15 << true << 0;
+    QTest::newRow("9600 8E1") << 9600 << 'E' << 1 << "" << block << 15 << true << 0;
+    QTest::newRow("38400 8N2") << 38400 << 'N' << 2 << "" << block << 15 << true << 0;
+    QTest::newRow("exception") << 19200 << 'N' << 1 << "exception" << hex("038304") << 5 << true
+                               << 0;
+    QTest::newRow("delay") << 19200 << 'N' << 1 << "delay" << block << 15 << true << 40;
+    QTest::newRow("cut") << 19200 << 'N' << 1 << "cut" << block << 7 << false << 0;
+    QTest::newRow("garble") << 19200 << 'N' << 1 << "garble" << hex("a55aa5") + block << 18 << true
+                            << 0;
+    QTest::newRow("dead") << 19200 << 'N' << 1 << "dead" << QByteArray() << 0 << false << 0;
+}
+
+// What a raw master sees of a read of node 3, and when: the last byte no sooner than the line
+// would have carried the request, the silence and every byte that comes back.
+void TstPlantSimulator::rtuRepliesAndFaults() {
+    QFETCH(int, baud);
+    QFETCH(char, parity);
+    QFETCH(int, stopBits);
+    QFETCH(QString, fault);
+    QFETCH(QByteArray, head);
+    QFETCH(int, size);
+    QFETCH(bool, frameOk);
+    QFETCH(int, lateMs);
+    if (!PtyPair::available())
+        QSKIP("socat is not installed; the RTU line cannot be simulated");
+    PtyPair pty;
+    QVERIFY(pty.start());
+    SimPlant plant;
+    QVERIFY(plant.loadText(kLinePlant, nullptr));
+    SimNodes nodes(&plant);
+    nodes.setException(3, fault == "exception" ? 4 : 0);
+    nodes.setDelay(3, lateMs);
+    nodes.setCut(3, fault == "cut");
+    nodes.setGarble(3, fault == "garble");
+    nodes.setDead(3, fault == "dead");
+    SimRtuFront front(&nodes);
+    const SerialFormat format{baud, parity, stopBits};
+    QVERIFY(front.open(pty.slave, format));
+    RawMaster master;
+    QVERIFY(master.open(pty.master, format));
+
+    master.send(readFrame(3, reg::K40Pv, 5));
+    const qint64 wireUs = format.exchangeUs(8, size) + lateMs * 1000;
+    master.collect(size, int(wireUs / 1000) + (size > 0 ? 500 : 100));
+    QCOMPARE(master.got.size(), size);
+    QCOMPARE(master.got.left(head.size()).toHex(), head.toHex());
+    const qsizetype frameAt = fault == "garble" ? 3 : 0; // behind the stray bytes
+    QCOMPARE(rtuCrc(master.got.sliced(std::min(frameAt, master.got.size()))) == 0, frameOk);
+    if (size > 0)
+        QVERIFY2(master.lastUs >= wireUs && master.lastUs < wireUs + 100'000,
+                 qPrintable(QStringLiteral("%1 us, the line %2").arg(master.lastUs).arg(wireUs)));
+    QCOMPARE(nodes.requestCount(3), 1);
+}
+
+// A master that waits for each reply and then a silence keeps the line clean; one that writes
+// two requests back to back puts both on the line at once, and the second waits its turn.
+void TstPlantSimulator::rtuLineCheckSeesOverlaps() {
+    if (!PtyPair::available())
+        QSKIP("socat is not installed; the RTU line cannot be simulated");
+    PtyPair pty;
+    QVERIFY(pty.start());
+    SimPlant plant;
+    QVERIFY(plant.loadText(kLinePlant, nullptr));
+    SimNodes nodes(&plant);
+    SimRtuFront front(&nodes);
+    const SerialFormat format;
+    QVERIFY(front.open(pty.slave, format));
+    RawMaster master;
+    QVERIFY(master.open(pty.master, format));
+    const QByteArray read = readFrame(1, reg::K40Pv, 5);
+    const LineCheck& line = front.wire().line();
+
+    for (int i = 0; i < 3; ++i) {
+        master.send(read);
+        master.collect(15, 1000);
+        QCOMPARE(master.got.size(), 15);
+        QTest::qWait(5);
+    }
+    QCOMPARE(std::pair(line.requests(), line.overlaps()), std::pair(3, 0));
+    QVERIFY2(line.shortestSilenceUs() >= 5000, qPrintable(line.summary()));
+
+    front.resetLine();
+    master.send(read + read);
+    master.collect(30, 1000);
+    QCOMPARE(master.got.size(), 30);
+    QVERIFY2(master.lastUs >= 2 * format.exchangeUs(8, 15), qPrintable(line.summary()));
+    QCOMPARE(std::pair(line.requests(), line.overlaps()), std::pair(2, 1));
+}
+
+// A write to address 0 reaches every node that hears; no reply comes, and the line is free again
+// once the request is in.
+void TstPlantSimulator::rtuBroadcastWritesAndNoneAnswers() {
+    if (!PtyPair::available())
+        QSKIP("socat is not installed; the RTU line cannot be simulated");
+    PtyPair pty;
+    QVERIFY(pty.start());
+    SimPlant plant;
+    QVERIFY(plant.loadText(kLinePlant, nullptr));
+    SimNodes nodes(&plant);
+    nodes.setDead(3, true);
+    SimRtuFront front(&nodes);
+    QVERIFY(front.open(pty.slave, SerialFormat()));
+    RawMaster master;
+    QVERIFY(master.open(pty.master, SerialFormat()));
+    const quint16 sp = quint16(reg::OffsetZero + 1234); // a K40 setpoint of 123.4
+    master.send(encodeRtuFrame(0, be({quint16(reg::K40Setpoint), sp}, hex("06"))));
+    QTRY_COMPARE(front.wire().line().requests(), 1);
+    master.collect(0, 100);
+    QCOMPARE(master.got.toHex(), QByteArray());
+    QCOMPARE(plant.reg(1, reg::K40Setpoint), sp);
+    QVERIFY(plant.reg(3, reg::K40Setpoint) != sp);
+}
+
+// Over TCP at a baud rate the simulator plays a gateway: two requests sent together come back
+// one line exchange apart, and the line check counts the second as an overlap.
+void TstPlantSimulator::gatewayServesOneExchangeAtATime() {
+    SimPlant plant;
+    QVERIFY(plant.loadText(kLinePlant, nullptr));
+    SimServer server(&plant);
+    const SerialFormat format{9600, 'N', 1};
+    server.setPacing(format);
+    QVERIFY(server.listen());
+    QTcpSocket socket;
+    QByteArray got;
+    QElapsedTimer clock;
+    QList<qint64> at; // when each 19-byte reply was in
+    QObject::connect(&socket, &QTcpSocket::readyRead, [&] {
+        got += socket.readAll();
+        while (at.size() < got.size() / 19)
+            at << clock.nsecsElapsed() / 1000;
+    });
+    socket.connectToHost(server.address(), server.port());
+    QVERIFY(socket.waitForConnected(2000));
+    const QByteArray pdu = be({quint16(reg::K40Pv), 5}, hex("03"));
+    QByteArray requests;
+    for (quint16 id : {1, 2})
+        requests += be({id, 0, quint16(pdu.size() + 1)}) + char(1) + pdu;
+    clock.start();
+    socket.write(requests);
+    QTRY_COMPARE_WITH_TIMEOUT(at.size(), 2, 2000);
+    const qint64 exchangeUs = format.exchangeUs(8, 15);
+    QVERIFY2(at[0] >= exchangeUs && at[1] >= 2 * exchangeUs,
+             qPrintable(QStringLiteral("%1 and %2 us").arg(at[0]).arg(at[1])));
+    QCOMPARE(std::pair(got.mid(0, 2).toHex(), got.mid(19, 2).toHex()),
+             std::pair(QByteArray("0001"), QByteArray("0002")));
+    QCOMPARE(std::pair(server.wire().line().requests(), server.wire().line().overlaps()),
+             std::pair(2, 1));
 }
 
 QTEST_GUILESS_MAIN(TstPlantSimulator)

@@ -1,6 +1,8 @@
-// plant-simulator: a Modbus TCP slave that plays the controllers of a plant file.
+// plant-simulator: a Modbus TCP or RTU slave that plays the controllers of a plant file.
 
+#include "sim_nodes.h"
 #include "sim_plant.h"
+#include "sim_rtu.h"
 #include "sim_server.h"
 
 #include <QCommandLineParser>
@@ -27,8 +29,20 @@ constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
 
 const char* const kUsage =
-    R"(Answers Modbus TCP requests for unit addresses 1..64 as the controllers
-of a plant file. Nodes that the file does not list never answer.
+    R"(Answers Modbus TCP requests, or Modbus RTU requests on a serial device
+(--rtu), for unit addresses 1..64 as the controllers of a plant file. Nodes that
+the file does not list never answer. On RTU a write to address 0 (broadcast) is
+carried out by every node that hears it, and answered by none.
+
+Pacing: on RTU (unless --no-pace) each reply is written when the line would have
+delivered it: (request characters + 3.5 characters of silence + reply characters)
+times the character time (start, 8 data, parity and stop bits over the baud rate;
+above 19200 baud the silence is 1750 us) after the request arrived. Over TCP,
+--baud N paces the same way, as a gateway to an RS-485 line at that rate that
+carries one exchange at a time: a request that comes while the line is busy waits.
+The line check counts the requests, the overlaps (a request that came while the
+previous exchange was still on the line) and the shortest silence from the end of
+a reply to the next request; 'line' shows it, and it is printed at the end.
 
 Plant file: one controller per line, '#' starts a comment, blank lines are allowed:
     <node> <K40|K8|K20> [key=value]...
@@ -58,10 +72,12 @@ write while a profile runs or is held is refused with exception 6.
 
 Commands on standard input while running:
   dead N | alive N | exception N CODE | delay N MS | cut N | garble N
-  clear [N] | pv N VALUE | sp N VALUE | status | help | quit)";
+  clear [N] | pv N VALUE | sp N VALUE | status | line | reset | help | quit
+  (line: the line check; reset: the line check and the request counts start over))";
 
-const char* const kCommands = "commands: dead N, alive N, exception N CODE, delay N MS, cut N, "
-                              "garble N, clear [N], pv N VALUE, sp N VALUE, status, help, quit";
+const char* const kCommands =
+    "commands: dead N, alive N, exception N CODE, delay N MS, cut N, garble N, clear [N], "
+    "pv N VALUE, sp N VALUE, status, line, reset, help, quit";
 
 void say(const QString& text) {
     std::fputs(qPrintable(text + QLatin1Char('\n')), stdout);
@@ -72,6 +88,43 @@ void complain(const QString& text) {
     std::fputs(qPrintable(QStringLiteral("plant-simulator: ") + text + QLatin1Char('\n')), stderr);
     std::fflush(stderr);
 }
+
+// The plant and the one front that serves it.
+struct Station {
+    sim::SimPlant& plant;
+    sim::SimNodes& nodes;
+    sim::SimServer* tcp = nullptr;
+    sim::SimRtuFront* rtu = nullptr;
+
+    const sim::SimWire& wire() const { return rtu ? rtu->wire() : tcp->wire(); }
+
+    QString where() const {
+        if (rtu)
+            return QStringLiteral("serving RTU on %1 at %2 (%3)")
+                .arg(rtu->device(), rtu->format().text(),
+                     rtu->isPacing() ? QStringLiteral("paced") : QStringLiteral("not paced"));
+        QString text =
+            QStringLiteral("listening on %1:%2").arg(tcp->address().toString()).arg(tcp->port());
+        if (const auto& format = tcp->wire().pacing())
+            text += QStringLiteral(" (paced as a gateway to a %1 line)").arg(format->text());
+        return text;
+    }
+
+    QString lineText() const {
+        QString text = wire().line().summary();
+        if (rtu && rtu->droppedBytes() > 0)
+            text += QStringLiteral(", %1 stray bytes dropped").arg(rtu->droppedBytes());
+        return text;
+    }
+
+    void reset() {
+        nodes.resetRequestCounts();
+        if (rtu)
+            rtu->resetLine();
+        else
+            tcp->wire().line().reset();
+    }
+};
 
 std::optional<int> toNode(const QString& text) {
     bool ok = false;
@@ -104,12 +157,12 @@ QString faultText(const sim::NodeFaults& f) {
     return parts.isEmpty() ? QStringLiteral("none") : parts.join(QStringLiteral(", "));
 }
 
-QString statusText(const sim::SimPlant& plant, const sim::SimServer& server) {
+QString statusText(const Station& st) {
+    const sim::SimPlant& plant = st.plant;
     QStringList lines;
-    lines << QStringLiteral("listening on %1:%2, %3 connection(s)")
-                 .arg(server.address().toString())
-                 .arg(server.port())
-                 .arg(server.connectionCount());
+    lines << (st.tcp
+                  ? st.where() + QStringLiteral(", %1 connection(s)").arg(st.tcp->connectionCount())
+                  : st.where());
     for (int node : plant.nodes()) {
         const sim::NodeConfig c = *plant.config(node);
         const bool k40 = c.family == sim::Family::K40;
@@ -126,15 +179,17 @@ QString statusText(const sim::SimPlant& plant, const sim::SimServer& server) {
         if (plant.reg(node, sim::reg::AutoTuneState) == sim::reg::AutoTuneRunning)
             line += QStringLiteral(" auto-tuning");
         line += QStringLiteral(" requests %1 faults %2")
-                    .arg(server.requestCount(node))
-                    .arg(faultText(server.faults(node)));
+                    .arg(st.nodes.requestCount(node))
+                    .arg(faultText(st.nodes.faults(node)));
         lines << line;
     }
     return lines.join(QLatin1Char('\n'));
 }
 
 // Runs one console command; returns the answer to print.
-QString runCommand(const QString& input, sim::SimPlant& plant, sim::SimServer& server) {
+QString runCommand(const QString& input, Station& st) {
+    sim::SimPlant& plant = st.plant;
+    sim::SimNodes& nodes = st.nodes;
     const QStringList w = input.split(QLatin1Char(' '), Qt::SkipEmptyParts);
     if (w.isEmpty())
         return {};
@@ -142,7 +197,7 @@ QString runCommand(const QString& input, sim::SimPlant& plant, sim::SimServer& s
     const auto node = w.size() >= 2 ? toNode(w.at(1)) : std::nullopt;
     const QString badNode = QStringLiteral("%1: node address 1..64 expected").arg(cmd);
     auto done = [&] {
-        return QStringLiteral("node %1: %2").arg(*node).arg(faultText(server.faults(*node)));
+        return QStringLiteral("node %1: %2").arg(*node).arg(faultText(nodes.faults(*node)));
     };
 
     if (cmd == QLatin1String("quit") || cmd == QLatin1String("exit")) {
@@ -152,36 +207,41 @@ QString runCommand(const QString& input, sim::SimPlant& plant, sim::SimServer& s
     if (cmd == QLatin1String("help"))
         return QString::fromLatin1(kCommands);
     if (cmd == QLatin1String("status"))
-        return statusText(plant, server);
+        return statusText(st);
+    if (cmd == QLatin1String("line"))
+        return st.lineText();
+    if (cmd == QLatin1String("reset")) {
+        st.reset();
+        return QStringLiteral("line check and request counts reset");
+    }
     if (cmd == QLatin1String("clear")) {
         if (w.size() == 1) {
-            server.clearFaults();
+            nodes.clearFaults();
             return QStringLiteral("all faults cleared");
         }
         if (!node)
             return badNode;
-        server.setDead(*node, false);
-        server.setException(*node, 0);
-        server.setDelay(*node, 0);
-        server.setCut(*node, false);
-        server.setGarble(*node, false);
+        nodes.setDead(*node, false);
+        nodes.setException(*node, 0);
+        nodes.setDelay(*node, 0);
+        nodes.setCut(*node, false);
+        nodes.setGarble(*node, false);
         return done();
     }
     const std::pair<const char*, std::function<void(int)>> flags[] = {{"dead",
                                                                        [&](int n) {
-                                                                           server.setDead(n, true);
+                                                                           nodes.setDead(n, true);
                                                                        }},
                                                                       {"alive",
                                                                        [&](int n) {
-                                                                           server.setDead(n, false);
+                                                                           nodes.setDead(n, false);
                                                                        }},
                                                                       {"cut",
                                                                        [&](int n) {
-                                                                           server.setCut(n, true);
+                                                                           nodes.setCut(n, true);
                                                                        }},
                                                                       {"garble", [&](int n) {
-                                                                           server.setGarble(n,
-                                                                                            true);
+                                                                           nodes.setGarble(n, true);
                                                                        }}};
     for (const auto& [name, apply] : flags) {
         if (cmd == QLatin1String(name)) {
@@ -199,9 +259,9 @@ QString runCommand(const QString& input, sim::SimPlant& plant, sim::SimServer& s
             return exception ? QStringLiteral("usage: exception N CODE (CODE 1..255, 0 = none)")
                              : QStringLiteral("usage: delay N MS (MS 0..600000)");
         if (exception)
-            server.setException(*node, *value);
+            nodes.setException(*node, *value);
         else
-            server.setDelay(*node, *value);
+            nodes.setDelay(*node, *value);
         return done();
     }
     if (cmd == QLatin1String("pv") || cmd == QLatin1String("sp")) {
@@ -280,13 +340,13 @@ void watchSignals(QCoreApplication& app) {
 
 // Commands from standard input. End of input only stops the reading: the simulator goes on
 // serving, so that it can run under a script with no input at all.
-void watchConsole(QCoreApplication& app, sim::SimPlant& plant, sim::SimServer& server) {
+void watchConsole(QCoreApplication& app, Station& st) {
     if (::fcntl(STDIN_FILENO, F_GETFL) == -1)
         return;
     auto* notifier = new QSocketNotifier(STDIN_FILENO, QSocketNotifier::Read, &app);
     auto* pending = new QByteArray;
     QObject::connect(notifier, &QObject::destroyed, [pending] { delete pending; });
-    QObject::connect(notifier, &QSocketNotifier::activated, &app, [=, &plant, &server] {
+    QObject::connect(notifier, &QSocketNotifier::activated, &app, [=, &st] {
         char chunk[4096];
         const ssize_t n = ::read(STDIN_FILENO, chunk, sizeof chunk);
         if (n < 0 && (errno == EINTR || errno == EAGAIN))
@@ -300,13 +360,35 @@ void watchConsole(QCoreApplication& app, sim::SimPlant& plant, sim::SimServer& s
         while ((end = pending->indexOf('\n')) >= 0) {
             const QString line = QString::fromLocal8Bit(pending->left(end)).trimmed();
             pending->remove(0, end + 1);
-            const QString answer = runCommand(line, plant, server);
+            const QString answer = runCommand(line, st);
             if (!answer.isEmpty())
                 say(answer);
         }
     });
 }
 #endif
+
+// The serial format of --rtu or of a paced gateway from --baud, --parity and --stop-bits; an
+// error text when one of them is wrong.
+QString parseFormat(const QCommandLineParser& parser, sim::SerialFormat* format) {
+    const auto baud = toInt(parser.value(QStringLiteral("baud")), 50, 4000000);
+    if (!baud)
+        return QStringLiteral("--baud %1: expected 50..4000000")
+            .arg(parser.value(QStringLiteral("baud")));
+    const QString parity = parser.value(QStringLiteral("parity")).toUpper();
+    if (parity != QLatin1String("N") && parity != QLatin1String("E") &&
+        parity != QLatin1String("O"))
+        return QStringLiteral("--parity %1: expected N, E or O")
+            .arg(parser.value(QStringLiteral("parity")));
+    const auto stopBits = toInt(parser.value(QStringLiteral("stop-bits")), 1, 2);
+    if (!stopBits)
+        return QStringLiteral("--stop-bits %1: expected 1 or 2")
+            .arg(parser.value(QStringLiteral("stop-bits")));
+    format->baud = *baud;
+    format->parity = parity.at(0).toLatin1();
+    format->stopBits = *stopBits;
+    return {};
+}
 
 } // namespace
 
@@ -325,6 +407,24 @@ int main(int argc, char* argv[]) {
     const QCommandLineOption portOpt(QStringLiteral("port"),
                                      QStringLiteral("TCP port (default 5020, 0 = any free)."),
                                      QStringLiteral("PORT"), QStringLiteral("5020"));
+    const QCommandLineOption rtuOpt(
+        QStringLiteral("rtu"),
+        QStringLiteral("Serve Modbus RTU on this serial device instead of TCP (8 data bits)."),
+        QStringLiteral("DEVICE"));
+    const QCommandLineOption baudOpt(
+        QStringLiteral("baud"),
+        QStringLiteral("Baud rate of the RTU line (default 19200); without --rtu, pace TCP "
+                       "replies as a gateway to a line at this rate."),
+        QStringLiteral("N"), QStringLiteral("19200"));
+    const QCommandLineOption parityOpt(QStringLiteral("parity"),
+                                       QStringLiteral("Parity of the line: N, E or O (default N)."),
+                                       QStringLiteral("N|E|O"), QStringLiteral("N"));
+    const QCommandLineOption stopOpt(QStringLiteral("stop-bits"),
+                                     QStringLiteral("Stop bits of the line: 1 or 2 (default 1)."),
+                                     QStringLiteral("1|2"), QStringLiteral("1"));
+    const QCommandLineOption noPaceOpt(
+        QStringLiteral("no-pace"),
+        QStringLiteral("On RTU, write each reply as soon as it is made, not at the wire's pace."));
     const QCommandLineOption deadOpt(QStringLiteral("dead"),
                                      QStringLiteral("Node N never answers."), QStringLiteral("N"));
     const QCommandLineOption exceptionOpt(QStringLiteral("exception"),
@@ -346,8 +446,8 @@ int main(int argc, char* argv[]) {
         QStringLiteral("profile-minute"),
         QStringLiteral("Seconds that one profile minute lasts (default 1)."),
         QStringLiteral("SECONDS"), QStringLiteral("1"));
-    parser.addOptions({plantOpt, hostOpt, portOpt, deadOpt, exceptionOpt, delayOpt, cutOpt,
-                       garbleOpt, periodOpt, minuteOpt});
+    parser.addOptions({plantOpt, hostOpt, portOpt, rtuOpt, baudOpt, parityOpt, stopOpt, noPaceOpt,
+                       deadOpt, exceptionOpt, delayOpt, cutOpt, garbleOpt, periodOpt, minuteOpt});
 
     if (!parser.parse(QCoreApplication::arguments())) {
         QString why = parser.errorText();
@@ -365,6 +465,25 @@ int main(int argc, char* argv[]) {
     }
     if (!parser.isSet(plantOpt)) {
         complain(QStringLiteral("--plant FILE is required; try --help"));
+        return kExitUsage;
+    }
+    const bool rtu = parser.isSet(rtuOpt);
+    const bool paced = rtu ? !parser.isSet(noPaceOpt) : parser.isSet(baudOpt);
+    if (rtu && (parser.isSet(hostOpt) || parser.isSet(portOpt))) {
+        complain(QStringLiteral("--rtu serves no TCP port: leave out --host and --port"));
+        return kExitUsage;
+    }
+    if (!rtu && !paced && (parser.isSet(parityOpt) || parser.isSet(stopOpt))) {
+        complain(QStringLiteral("--parity and --stop-bits need --rtu or --baud"));
+        return kExitUsage;
+    }
+    if (!rtu && parser.isSet(noPaceOpt)) {
+        complain(QStringLiteral("--no-pace needs --rtu: TCP is paced only with --baud"));
+        return kExitUsage;
+    }
+    sim::SerialFormat format;
+    if (const QString why = parseFormat(parser, &format); !why.isEmpty()) {
+        complain(why);
         return kExitUsage;
     }
     const QHostAddress host(parser.value(hostOpt));
@@ -391,16 +510,15 @@ int main(int argc, char* argv[]) {
     }
 
     sim::SimPlant plant;
-    sim::SimServer server(&plant);
-
+    sim::SimNodes nodes(&plant);
     for (const QString& why :
-         {applyNodes(parser.values(deadOpt), "dead", [&](int n) { server.setDead(n, true); }),
-          applyNodes(parser.values(cutOpt), "cut", [&](int n) { server.setCut(n, true); }),
-          applyNodes(parser.values(garbleOpt), "garble", [&](int n) { server.setGarble(n, true); }),
+         {applyNodes(parser.values(deadOpt), "dead", [&](int n) { nodes.setDead(n, true); }),
+          applyNodes(parser.values(cutOpt), "cut", [&](int n) { nodes.setCut(n, true); }),
+          applyNodes(parser.values(garbleOpt), "garble", [&](int n) { nodes.setGarble(n, true); }),
           applyPairs(parser.values(exceptionOpt), "exception", 255,
-                     [&](int n, int v) { server.setException(n, v); }),
+                     [&](int n, int v) { nodes.setException(n, v); }),
           applyPairs(parser.values(delayOpt), "delay", 600000,
-                     [&](int n, int v) { server.setDelay(n, v); })}) {
+                     [&](int n, int v) { nodes.setDelay(n, v); })}) {
         if (!why.isEmpty()) {
             complain(why);
             return kExitUsage;
@@ -413,31 +531,54 @@ int main(int argc, char* argv[]) {
         return kExitFailure;
     }
 
-    if (!server.listen(host, static_cast<quint16>(*port))) {
-        complain(QStringLiteral("cannot listen on %1:%2: %3")
-                     .arg(host.toString())
-                     .arg(*port)
-                     .arg(server.errorString()));
-        return kExitFailure;
+    std::optional<sim::SimServer> server;
+    std::optional<sim::SimRtuFront> rtuFront;
+    Station st{plant, nodes};
+    if (rtu) {
+        rtuFront.emplace(&nodes);
+        st.rtu = &*rtuFront;
+        if (!rtuFront->open(parser.value(rtuOpt), format)) {
+            complain(QStringLiteral("cannot open %1: %2")
+                         .arg(parser.value(rtuOpt), rtuFront->errorString()));
+            return kExitFailure;
+        }
+        if (!rtuFront->warning().isEmpty())
+            complain(rtuFront->warning());
+        rtuFront->setPacing(paced);
+        QObject::connect(&*rtuFront, &sim::SimRtuFront::message,
+                         [](const QString& text) { complain(text); });
+    } else {
+        server.emplace(&nodes);
+        st.tcp = &*server;
+        if (paced)
+            server->setPacing(format);
+        if (!server->listen(host, static_cast<quint16>(*port))) {
+            complain(QStringLiteral("cannot listen on %1:%2: %3")
+                         .arg(host.toString())
+                         .arg(*port)
+                         .arg(server->errorString()));
+            return kExitFailure;
+        }
+        QObject::connect(&*server, &sim::SimServer::message,
+                         [](const QString& text) { complain(text); });
     }
-    QObject::connect(&server, &sim::SimServer::message,
-                     [](const QString& text) { complain(text); });
     plant.setProfileMinute(minute);
     plant.start(*period);
 
-    QStringList nodes;
+    QStringList list;
     for (int node : plant.nodes())
-        nodes << QString::number(node);
-    say(QStringLiteral("plant-simulator listening on %1:%2 for nodes %3")
-            .arg(server.address().toString())
-            .arg(server.port())
-            .arg(nodes.join(QLatin1Char(','))));
+        list << QString::number(node);
+    say(QStringLiteral("plant-simulator %1 for nodes %2").arg(st.where(), list.join(u',')));
 
 #ifdef Q_OS_UNIX
     watchSignals(app);
-    watchConsole(app, plant, server);
+    watchConsole(app, st);
 #endif
     const int status = app.exec();
-    server.close();
+    say(st.lineText());
+    if (server)
+        server->close();
+    if (rtuFront)
+        rtuFront->close();
     return status;
 }

@@ -1,10 +1,11 @@
 #include "sim_server.h"
 
 #include "sim_plant.h"
+#include "sim_rtu_frame.h"
 
+#include <QPointer>
 #include <QTcpServer>
 #include <QTcpSocket>
-#include <QTimer>
 #include <algorithm>
 
 namespace sim {
@@ -39,9 +40,14 @@ QByteArray frame(quint16 transactionId, quint8 unit, const QModbusResponse& resp
 
 } // namespace
 
-SimServer::SimServer(SimPlant* plant, QObject* parent)
-    : QObject(parent), plant_(plant), server_(new QTcpServer(this)) {
+SimServer::SimServer(SimPlant* plant, QObject* parent) : SimServer(new SimNodes(plant), parent) {
+    nodes_->setParent(this);
+}
+
+SimServer::SimServer(SimNodes* nodes, QObject* parent)
+    : QObject(parent), nodes_(nodes), server_(new QTcpServer(this)), wire_(new SimWire(this)) {
     connect(server_, &QTcpServer::newConnection, this, &SimServer::onNewConnection);
+    connect(nodes_, &SimNodes::requestReceived, this, &SimServer::requestReceived);
 }
 
 SimServer::~SimServer() {
@@ -73,6 +79,7 @@ QHostAddress SimServer::address() const {
 
 void SimServer::close() {
     server_->close();
+    wire_->clear();
     const QList<QTcpSocket*> sockets = buffers_.keys();
     buffers_.clear();
     for (QTcpSocket* socket : sockets) {
@@ -80,51 +87,6 @@ void SimServer::close() {
         socket->abort();
         socket->deleteLater();
     }
-}
-
-NodeFaults* SimServer::faultsOf(int node) {
-    return node >= 1 && node <= MaxNode ? &faults_[static_cast<std::size_t>(node)] : nullptr;
-}
-
-void SimServer::setDead(int node, bool dead) {
-    if (NodeFaults* f = faultsOf(node))
-        f->dead = dead;
-}
-
-void SimServer::setException(int node, int code) {
-    if (NodeFaults* f = faultsOf(node))
-        f->exception = std::clamp(code, 0, 255);
-}
-
-void SimServer::setDelay(int node, int ms) {
-    if (NodeFaults* f = faultsOf(node))
-        f->delayMs = std::max(ms, 0);
-}
-
-void SimServer::setCut(int node, bool cut) {
-    if (NodeFaults* f = faultsOf(node))
-        f->cut = cut;
-}
-
-void SimServer::setGarble(int node, bool garble) {
-    if (NodeFaults* f = faultsOf(node))
-        f->garble = garble;
-}
-
-void SimServer::clearFaults() {
-    faults_.fill(NodeFaults{});
-}
-
-NodeFaults SimServer::faults(int node) const {
-    return node >= 1 && node <= MaxNode ? faults_[static_cast<std::size_t>(node)] : NodeFaults{};
-}
-
-int SimServer::requestCount(int node) const {
-    return node >= 1 && node <= MaxNode ? counts_[static_cast<std::size_t>(node)] : 0;
-}
-
-void SimServer::resetRequestCounts() {
-    counts_.fill(0);
 }
 
 void SimServer::onNewConnection() {
@@ -182,42 +144,29 @@ void SimServer::onReadyRead(QTcpSocket* socket) {
 
 void SimServer::handleRequest(QTcpSocket* socket, quint16 transactionId, quint8 unit,
                               const QByteArray& pdu) {
-    const int functionCode = static_cast<quint8>(pdu.at(0));
-    if (unit >= 1 && unit <= MaxNode)
-        ++counts_[unit];
-    emit requestReceived(unit, functionCode);
-
-    const NodeFaults f = faults(unit);
-    if (unit < 1 || unit > MaxNode || f.dead || !plant_->hasNode(unit))
+    const qint64 arrived = wire_->nowUs();
+    // On the line behind a gateway: address, PDU and CRC.
+    const qsizetype requestChars = pdu.size() + 3;
+    const NodeAnswer a = nodes_->handle(unit, pdu, false);
+    if (!a.reply) {
+        wire_->exchange(arrived, requestChars, 0, 0, {});
         return;
-
-    const auto code = static_cast<QModbusPdu::FunctionCode>(functionCode & 0x7F);
-    QModbusResponse response;
-    if (functionCode & 0x80)
-        response = QModbusExceptionResponse(code, QModbusPdu::IllegalFunction);
-    else if (f.exception != 0)
-        response =
-            QModbusExceptionResponse(code, static_cast<QModbusPdu::ExceptionCode>(f.exception));
-    else
-        response = plant_->process(unit, QModbusRequest(code, pdu.mid(1)));
-
-    QByteArray bytes = frame(transactionId, unit, response);
-    if (f.cut) {
+    }
+    QByteArray bytes = frame(transactionId, unit, a.response);
+    if (a.faults.cut) {
         // The header and at most half of the PDU: the client learns the transaction and waits.
         const qsizetype pduSize = bytes.size() - kHeaderSize;
         bytes.truncate(kHeaderSize + std::max<qsizetype>(1, pduSize / 2));
     }
-    if (f.garble)
+    if (a.faults.garble)
         bytes.prepend(QByteArray::fromHex("a55aa5"));
 
-    if (f.delayMs > 0) {
-        QTimer::singleShot(f.delayMs, socket, [socket, bytes] {
-            if (socket->state() == QAbstractSocket::ConnectedState)
-                socket->write(bytes);
-        });
-    } else {
-        socket->write(bytes);
-    }
+    const qsizetype replyChars = responsePdu(a.response).size() + 3;
+    QPointer<QTcpSocket> target(socket);
+    wire_->exchange(arrived, requestChars, replyChars, a.faults.delayMs, [target, bytes] {
+        if (target && target->state() == QAbstractSocket::ConnectedState)
+            target->write(bytes);
+    });
 }
 
 } // namespace sim

@@ -1,13 +1,18 @@
 // Modbus TCP front of the simulated plant: one listening socket that answers every unit address
-// 1..64 from the plant's controllers, with faults that can be set per node while it runs.
+// 1..64 from the plant's controllers, with faults that can be set per node while it runs. Paced
+// at a baud rate, it plays a gateway in front of an RS-485 line at that rate: one exchange at a
+// time, each reply as late as the line would deliver it.
 #pragma once
+
+#include "sim_nodes.h"
+#include "sim_wire.h"
 
 #include <QByteArray>
 #include <QHash>
 #include <QHostAddress>
 #include <QObject>
 #include <QString>
-#include <array>
+#include <optional>
 
 class QTcpServer;
 class QTcpSocket;
@@ -16,23 +21,15 @@ namespace sim {
 
 class SimPlant;
 
-struct NodeFaults {
-    bool dead = false;   // never answers
-    int exception = 0;   // answers every request with this exception code; 0 = none
-    int delayMs = 0;     // answers this late
-    bool cut = false;    // sends the header and part of the reply, then nothing
-    bool garble = false; // sends stray bytes ahead of the reply, which breaks the framing
-
-    bool any() const { return dead || exception != 0 || delayMs != 0 || cut || garble; }
-};
-
 class SimServer : public QObject {
     Q_OBJECT
 
 public:
-    static constexpr int MaxNode = 64;
+    static constexpr int MaxNode = SimNodes::MaxNode;
 
+    // With its own nodes, or with nodes that another front shares.
     explicit SimServer(SimPlant* plant, QObject* parent = nullptr);
+    explicit SimServer(SimNodes* nodes, QObject* parent = nullptr);
     ~SimServer() override;
 
     bool listen(const QHostAddress& address = QHostAddress::LocalHost, quint16 port = 0);
@@ -45,17 +42,23 @@ public:
     int connectionCount() const { return static_cast<int>(buffers_.size()); }
 
     // Fault setters ignore node addresses outside 1..64. Nodes not in the plant are always dead.
-    void setDead(int node, bool dead);
-    void setException(int node, int code);
-    void setDelay(int node, int ms);
-    void setCut(int node, bool cut);
-    void setGarble(int node, bool garble);
-    void clearFaults();
-    NodeFaults faults(int node) const;
+    void setDead(int node, bool dead) { nodes_->setDead(node, dead); }
+    void setException(int node, int code) { nodes_->setException(node, code); }
+    void setDelay(int node, int ms) { nodes_->setDelay(node, ms); }
+    void setCut(int node, bool cut) { nodes_->setCut(node, cut); }
+    void setGarble(int node, bool garble) { nodes_->setGarble(node, garble); }
+    void clearFaults() { nodes_->clearFaults(); }
+    NodeFaults faults(int node) const { return nodes_->faults(node); }
 
     // Requests received for the node since the start or the last reset, faults included.
-    int requestCount(int node) const;
-    void resetRequestCounts();
+    int requestCount(int node) const { return nodes_->requestCount(node); }
+    void resetRequestCounts() { nodes_->resetRequestCounts(); }
+
+    SimNodes& nodes() { return *nodes_; }
+    // Paced as a gateway to a line of this format; none (the default): replies go at once.
+    void setPacing(std::optional<SerialFormat> format) { wire_->setPacing(format); }
+    SimWire& wire() { return *wire_; }
+    const SimWire& wire() const { return *wire_; }
 
 signals:
     void requestReceived(int node, int functionCode);
@@ -68,13 +71,11 @@ private:
     void drop(QTcpSocket* socket);
     void handleRequest(QTcpSocket* socket, quint16 transactionId, quint8 unit,
                        const QByteArray& pdu);
-    NodeFaults* faultsOf(int node);
 
-    SimPlant* plant_;
+    SimNodes* nodes_;
     QTcpServer* server_;
+    SimWire* wire_;
     QHash<QTcpSocket*, QByteArray> buffers_;
-    std::array<NodeFaults, MaxNode + 1> faults_{};
-    std::array<int, MaxNode + 1> counts_{};
     QString error_;
 };
 
