@@ -71,7 +71,7 @@ BROKER_PID=$!
 # A background job of a script reads /dev/null unless told otherwise; the simulator is to take
 # its commands from this terminal.
 exec 3<&0
-"$REPO/$BUILD_DIR/tools/plant-simulator/plant-simulator" --plant "$DEMO_DIR/plant.sim" --port "$PORT" <&3 &
+"$REPO/$BUILD_DIR/tools/plant-simulator/plant-simulator" --plant "$DEMO_DIR/plant.sim" --port "$PORT" --baud 19200 <&3 &
 SIM_PID=$!
 trap 'kill $SIM_PID $BROKER_PID 2>/dev/null || true' EXIT
 sleep 0.5

@@ -11,6 +11,7 @@
 #include "displays/project_file.h"
 #include "plant/child_window.h"
 #include "plant/frm_control_setup.h"
+#include "plant/frm_link_statistics.h"
 #include "publish/frm_publishing.h"
 #include "publish/publisher.h"
 #include "records/alarm_log.h"
@@ -87,6 +88,8 @@ std::vector<MenuEntry> buildTable() {
             log->raise();
         }
     });
+    item(view, QStringLiteral("mnuLinkStatistics"), QStringLiteral("&Link Statistics"), -1,
+         [](FrmMain& main) { showLinkStatistics(main.mdiArea()); });
     dash(view, QStringLiteral("mnuDigDash"));
     menu(view, QStringLiteral("mnuTrends"), QStringLiteral("&Control Trends"));
     for (int i = 1; i <= 8; ++i)

@@ -59,6 +59,8 @@ void loadSettings(FrmMain& main) {
     // A timer with no interval would never poll; such a value is skipped like any bad text.
     if (interval >= 1 && interval <= 65535)
         main.scan().timer2()->setInterval(interval);
+    const StoredLinePacing pacing = storedLinePacing();
+    main.scan().setLinePacing(pacing.paced, pacing.guardMs);
     if (!loadRights()) {
         for (const char* name : {"mnuPasswords", "mnuLogOff", "mnuLogon", "mnuAudit"})
             main.menuItem(QString::fromLatin1(name))->setEnabled(false);

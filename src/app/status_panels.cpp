@@ -1,6 +1,7 @@
 #include "status_panels.h"
 
 #include "plant/plant_store.h"
+#include "plant/scan_controller.h"
 #include "platform/shrinking_panel.h"
 #include "records/alarm_log.h"
 #include "records/data_logger.h"
@@ -34,9 +35,12 @@ void show(ShrinkingPanel* label, const QString& text, bool warn, bool* warned) {
 } // namespace
 
 StatusPanels::StatusPanels(QStatusBar* bar)
-    : QObject(bar), m_quality(panel(bar, "qualityPanel")), m_alarms(panel(bar, "alarmsPanel")),
-      m_logging(panel(bar, "loggingPanel")), m_user(panel(bar, "userPanel")) {
+    : QObject(bar), m_quality(panel(bar, "qualityPanel")), m_round(panel(bar, "roundPanel")),
+      m_alarms(panel(bar, "alarmsPanel")), m_logging(panel(bar, "loggingPanel")),
+      m_user(panel(bar, "userPanel")) {
     m_quality->setToolTip(tr("Controllers that failed their last reads: their values are held"));
+    m_round->setToolTip(tr("The last round over the scanned controllers: each was read once in "
+                           "that time. View, Link Statistics tells more."));
     refresh();
 }
 
@@ -46,6 +50,13 @@ void StatusPanels::refresh() {
     show(m_quality,
          silent == 0 ? tr("All answering") : tr("Not answering: %1, %2").arg(silent).arg(first),
          silent > 0, &m_qualityWarns);
+
+    ScanController* scan = scanController();
+    const qint64 round = scan ? scan->poll().rounds().lastMicros : -1;
+    show(m_round,
+         round < 0 ? tr("No round yet")
+                   : tr("Round %1 s").arg(double(round) / 1e6, 0, 'f', round < 10'000'000 ? 2 : 1),
+         false, nullptr);
 
     int open = 0;
     if (const AlarmLog* log = alarmLog())
@@ -65,6 +76,10 @@ void StatusPanels::refresh() {
 
 QString StatusPanels::qualityText() const {
     return m_quality->text();
+}
+
+QString StatusPanels::roundText() const {
+    return m_round->text();
 }
 
 QString StatusPanels::alarmsText() const {

@@ -7,9 +7,10 @@ class ShrinkingPanel;
 class QStatusBar;
 
 // The main window's panels of what an operator checks all day, beside the status text: the
-// controllers not answering, the alarms not yet acknowledged, the data log being written, and who
-// is logged on. Each reads the plant store, the alarm log or the session when told to refresh
-// (once a second); none asks a controller anything.
+// controllers not answering, how long a round over the scanned controllers takes, the alarms not
+// yet acknowledged, the data log being written, and who is logged on. Each reads the plant store,
+// the alarm log or the session when told to refresh (once a second); none asks a controller
+// anything.
 class StatusPanels : public QObject {
     Q_OBJECT
 public:
@@ -18,6 +19,7 @@ public:
     void refresh();
 
     QString qualityText() const;
+    QString roundText() const;
     QString alarmsText() const;
     QString loggingText() const;
     QString userText() const;
@@ -27,6 +29,7 @@ public:
 
 private:
     ShrinkingPanel* m_quality;
+    ShrinkingPanel* m_round;
     ShrinkingPanel* m_alarms;
     ShrinkingPanel* m_logging;
     ShrinkingPanel* m_user;

@@ -106,6 +106,7 @@ FrmControlSetup::FrmControlSetup(QWidget* parent) : QDialog(parent) {
     comms->addWidget(m_cupdateTime, 0, 1);
     comms->addWidget(new QLabel(QStringLiteral("msecs"), frame1), 0, 2);
     comms->addWidget(m_check2, 1, 0, 1, 3, Qt::AlignRight);
+    addLinePacing(frame1, comms);
 
     auto* note = new QLabel(
         QStringLiteral("Note: Controllers are not scanned while this dialog is active. "), this);
@@ -141,6 +142,31 @@ FrmControlSetup::FrmControlSetup(QWidget* parent) : QDialog(parent) {
         scan->suspend();
         m_cupdateTime->setValue(scan->timer2()->interval());
     }
+}
+
+void FrmControlSetup::addLinePacing(QWidget* frame, QGridLayout* grid) {
+    m_linePaced = new QCheckBox(QStringLiteral("As fast as the line allows"), frame);
+    m_linePaced->setObjectName(QStringLiteral("chkLinePaced"));
+    m_linePaced->setToolTip(QStringLiteral(
+        "Each read goes out as soon as the one before it has ended and the line's silence\n"
+        "(3.5 characters, 1.75 ms above 19,200 baud) and the guard have passed.\n"
+        "Writes take their turn between reads. A controller that stops answering is\n"
+        "asked less and less often until it answers again. The scan time above then\n"
+        "only paces simulation and the retries after the link was lost."));
+    m_lineGuard = new QSpinBox(frame);
+    m_lineGuard->setObjectName(QStringLiteral("LineGuard"));
+    m_lineGuard->setRange(0, StoredLinePacing::kMaxGuardMs);
+    m_lineGuard->setToolTip(
+        QStringLiteral("Extra silence between requests, for slow converters and controllers."));
+    const StoredLinePacing stored = storedLinePacing();
+    m_linePaced->setChecked(stored.paced);
+    m_lineGuard->setValue(stored.guardMs);
+    m_lineGuard->setEnabled(stored.paced);
+    connect(m_linePaced, &QCheckBox::toggled, m_lineGuard, &QWidget::setEnabled);
+    grid->addWidget(m_linePaced, 2, 0, 1, 3);
+    grid->addWidget(new QLabel(QStringLiteral("Guard between requests"), frame), 3, 0);
+    grid->addWidget(m_lineGuard, 3, 1);
+    grid->addWidget(new QLabel(QStringLiteral("msecs"), frame), 3, 2);
 }
 
 void FrmControlSetup::loadGrid() {
@@ -184,8 +210,10 @@ void FrmControlSetup::assignChannelsControlSetup() {
     }
     buildActiveList();
     ScanController* scan = scanController();
-    if (scan)
+    if (scan) {
         scan->timer2()->setInterval(m_cupdateTime->value());
+        scan->setLinePacing(m_linePaced->isChecked(), m_lineGuard->value());
+    }
     done(Accepted);
     if (scan)
         scan->startScan();
@@ -209,6 +237,13 @@ void FrmControlSetup::saveOptions() {
     saveSetting(Sections::CStatus, Keys::BeepOnAlarm, boolToSetting(gBeepOnAlarm));
     saveSetting(Sections::CStatus, Keys::BeepUntilAck, boolToSetting(gBeepUntilAck));
     saveSetting(Sections::CStatus, Keys::CupdateTime, QString::number(m_cupdateTime->value()));
+    // The pacing goes into the store only once it differs from the fixed tick's own defaults
+    // or from what is there, so a site that never touches it keeps the store it had.
+    const StoredLinePacing stored = storedLinePacing();
+    if (stored.paced != m_linePaced->isChecked() || stored.guardMs != m_lineGuard->value()) {
+        saveSetting(Sections::CStatus, Keys::LinePaced, boolToSetting(m_linePaced->isChecked()));
+        saveSetting(Sections::CStatus, Keys::LineGuard, QString::number(m_lineGuard->value()));
+    }
     if (ScanController* scan = scanController())
         scan->resume();
 }

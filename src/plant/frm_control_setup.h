@@ -3,6 +3,7 @@
 #include <QDialog>
 
 class QCheckBox;
+class QGridLayout;
 class QSpinBox;
 class RecordGrid;
 
@@ -30,6 +31,7 @@ public:
 
 private:
     void loadGrid();
+    void addLinePacing(QWidget* frame, QGridLayout* grid);
     void saveOptions();
 
     RecordGrid* m_cdata;
@@ -38,6 +40,8 @@ private:
     QCheckBox* m_check1;
     QCheckBox* m_check2;
     QSpinBox* m_cupdateTime;
+    QCheckBox* m_linePaced = nullptr;
+    QSpinBox* m_lineGuard = nullptr;
     bool m_closed = false;
 };
 

@@ -2,10 +2,12 @@
 
 #include "comm_errors.h"
 #include "plant_store.h"
+#include "platform/clock.h"
 #include "platform/modctl.h"
 #include "register_codec.h"
 
 #include <QCoreApplication>
+#include <QTimer>
 
 namespace {
 constexpr int kK40FirstRegister = 129;
@@ -14,6 +16,7 @@ constexpr int kProfilerFirstRegister = 1001;
 constexpr int kProfilerCount = 9;
 // Ticks a K40 request may stay unanswered before the same position is asked again.
 constexpr int kStallTicks = 2;
+constexpr int kLongestHoldDoublings = 5;
 } // namespace
 
 PollCycle::PollCycle(Modctl* modctl1, ScanProgress* progress, QObject* parent)
@@ -23,6 +26,11 @@ PollCycle::PollCycle(Modctl* modctl1, ScanProgress* progress, QObject* parent)
 }
 
 void PollCycle::timer2Tick() {
+    if (m_linePaced && !gSimMode) {
+        // The reads chain by themselves; the tick only starts them again after a pause.
+        kickLine();
+        return;
+    }
     // Let replies and repaints waiting in the queue run before the next request.
     QCoreApplication::processEvents();
     const int row = rowAtPosition(gPollIndex);
@@ -50,17 +58,24 @@ void PollCycle::readControllerBlock() {
     readDone = false;
     if (gActiveList.value(0) < 1)
         return;
-    m_modctl->prepare(gActiveList.value(gPollIndex), ModbusArea::Holding, kK40FirstRegister,
-                      kK40Count, 0);
-    m_modctl->start();
+    sendBlock(true);
 }
 
 void PollCycle::readProfilerBlock() {
     // No handshake: a profiler is asked on every tick that finds it at the position.
     if (gActiveList.value(0) < 1)
         return;
-    m_modctl->prepare(gActiveList.value(gPollIndex), ModbusArea::Input, kProfilerFirstRegister,
-                      kProfilerCount, 0);
+    sendBlock(false);
+}
+
+void PollCycle::sendBlock(bool k40) {
+    ++m_readsInPass;
+    if (k40)
+        m_modctl->prepare(gActiveList.value(gPollIndex), ModbusArea::Holding, kK40FirstRegister,
+                          kK40Count, 0);
+    else
+        m_modctl->prepare(gActiveList.value(gPollIndex), ModbusArea::Input, kProfilerFirstRegister,
+                          kProfilerCount, 0);
     m_modctl->start();
 }
 
@@ -102,10 +117,13 @@ void PollCycle::onReadComplete() {
         gComErrCount[gPollIndex] = 0;
     ++gPollIndex;
     advanceFirstScan();
-    if (gPollIndex == gActiveCount)
-        gPollIndex = 0;
+    wrapPosition();
     readDone = true;
     gPollTick = 0;
+    if (m_linePaced) {
+        noteLineOutcome(row, ModbusCode::Ok);
+        continueLine();
+    }
 }
 
 void PollCycle::onError(int code) {
@@ -115,7 +133,8 @@ void PollCycle::onError(int code) {
         if (m_progress)
             m_progress->closeScan();
     }
-    noteReadFailed(rowAtPosition(gPollIndex), code);
+    const int row = rowAtPosition(gPollIndex);
+    noteReadFailed(row, code);
     if (validRow(gPollIndex)) {
         ++gComErrCount[gPollIndex];
         if (gComErrCount[gPollIndex] >= 2) {
@@ -124,6 +143,100 @@ void PollCycle::onError(int code) {
         }
     }
     ++gPollIndex;
-    if (gPollIndex == gActiveCount)
-        gPollIndex = 0;
+    wrapPosition();
+    if (m_linePaced && !gSimMode) {
+        noteLineOutcome(row, code);
+        // With the link itself down every read fails at once: the line waits for Timer2's next
+        // tick instead of filling the logger as fast as it can.
+        if (code != ModbusCode::NoConnection)
+            continueLine();
+    }
+}
+
+void PollCycle::wrapPosition() {
+    if (gPollIndex != gActiveCount)
+        return;
+    gPollIndex = 0;
+    const qint64 now = steadyMicros();
+    // A pass in which every controller was passed over is no round of the line.
+    if (m_passStarted >= 0 && (m_readsInPass > 0 || !m_linePaced)) {
+        m_rounds.lastMicros = now - m_passStarted;
+        m_rounds.totalMicros += m_rounds.lastMicros;
+        m_rounds.worstMicros = qMax(m_rounds.worstMicros, m_rounds.lastMicros);
+        ++m_rounds.count;
+    }
+    m_passStarted = now;
+    m_readsInPass = 0;
+}
+
+void PollCycle::resetRounds() {
+    m_rounds = Rounds{};
+    // The pass under way began before the reset: the first to count is the next whole one.
+    m_passStarted = -1;
+}
+
+void PollCycle::setLinePaced(bool on, const QTimer* heartbeat) {
+    m_linePaced = on;
+    m_heartbeat = heartbeat;
+    restartLine();
+}
+
+void PollCycle::restartLine() {
+    m_timeoutsInARow.fill(0);
+    m_heldRounds.fill(0);
+    m_passStarted = steadyMicros();
+    m_readsInPass = 0;
+}
+
+int PollCycle::holdRounds(int timeoutsInARow) {
+    if (timeoutsInARow < kBackoffAfter)
+        return 0;
+    return 1 << qMin(timeoutsInARow - kBackoffAfter, kLongestHoldDoublings);
+}
+
+int PollCycle::heldRounds(int row) const {
+    return validRow(row) ? m_heldRounds[static_cast<std::size_t>(row)] : 0;
+}
+
+void PollCycle::noteLineOutcome(int row, int code) {
+    if (!validRow(row))
+        return;
+    const auto r = static_cast<std::size_t>(row);
+    if (code == ModbusCode::NoResponse || code == ModbusCode::Timeout) {
+        // A controller that does not answer costs a whole time-out of the line each time it is
+        // asked: after the second in a row it is asked less and less often until it answers.
+        const int hold = holdRounds(++m_timeoutsInARow[r]);
+        m_heldRounds[r] = hold > 1 ? hold + m_holdSerial++ % hold : hold;
+    } else if (code != ModbusCode::NoConnection) {
+        m_timeoutsInARow[r] = 0;
+        m_heldRounds[r] = 0;
+    }
+}
+
+void PollCycle::kickLine() {
+    if (m_linePaced && !gSimMode && !m_modctl->busy())
+        continueLine();
+}
+
+void PollCycle::continueLine() {
+    if (gSimMode || !m_heartbeat || !m_heartbeat->isActive() || m_modctl->busy())
+        return;
+    if (gActiveCount < 1 || gActiveList.value(0) < 1)
+        return;
+    // Held-back controllers are passed over, one round of their hold at each pass; the longest
+    // hold bounds the walk.
+    const int longest = 2 << kLongestHoldDoublings;
+    for (int step = 0; step < gActiveCount * longest; ++step) {
+        const int row = rowAtPosition(gPollIndex);
+        if (!validRow(row))
+            return;
+        int& held = m_heldRounds[static_cast<std::size_t>(row)];
+        if (held <= 0) {
+            sendBlock(gControlType[row] == K40Series);
+            return;
+        }
+        --held;
+        ++gPollIndex;
+        wrapPosition();
+    }
 }

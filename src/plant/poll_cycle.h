@@ -1,8 +1,11 @@
 #pragma once
 
 #include <QObject>
+#include <QPointer>
+#include <array>
 
 class Modctl;
+class QTimer;
 
 // What the poll tells the first-scan dialog: its bar, and that the pass is over.
 class ScanProgress {
@@ -33,10 +36,54 @@ public:
 
     // The step both the reply and the simulation take after storing a row.
     void advanceFirstScan();
+    // Back to the head of the active list at its end; a pass is over.
+    void wrapPosition();
+
+    // As fast as the line allows: each read goes out as soon as the previous one has ended, and
+    // the line keeps the silences. The poll goes on while `heartbeat` (Timer2) runs; each of its
+    // ticks starts the chain again if nothing is on its way.
+    void setLinePaced(bool on, const QTimer* heartbeat);
+    bool linePaced() const { return m_linePaced; }
+    // A new start of polling: back-offs are forgotten and the pass is timed from now.
+    void restartLine();
+    // Paced: sends the next read that is due, unless one is on its way.
+    void kickLine();
+
+    // Time-outs in a row after which a controller is asked less often: it is passed over for
+    // 1, 2, 4... up to 32 rounds (and a little more where several are held back at once, so that
+    // they do not all fall due in the same round). Counted in rounds, not seconds, so that a long
+    // round is never filled with the time-outs of the controllers it waits for.
+    static constexpr int kBackoffAfter = 2;
+    static int holdRounds(int timeoutsInARow);
+    // The rounds a controller that stopped answering is still passed over for; 0 when it is not.
+    int heldRounds(int row) const;
+
+    // The time of a pass over the active list, from the head of the list to its next return there.
+    struct Rounds {
+        qint64 lastMicros = -1;
+        qint64 worstMicros = 0;
+        qint64 totalMicros = 0;
+        qint64 count = 0;
+        double meanMicros() const { return count > 0 ? double(totalMicros) / count : -1.0; }
+    };
+    const Rounds& rounds() const { return m_rounds; }
+    void resetRounds();
 
 private:
+    void sendBlock(bool k40);
+    void continueLine();
+    void noteLineOutcome(int row, int code);
+
     Modctl* m_modctl;
     ScanProgress* m_progress;
+    bool m_linePaced = false;
+    QPointer<const QTimer> m_heartbeat;
+    std::array<int, 64> m_timeoutsInARow{};
+    std::array<int, 64> m_heldRounds{};
+    int m_holdSerial = 0;
+    Rounds m_rounds;
+    qint64 m_passStarted = -1;
+    int m_readsInPass = 0;
 };
 
 // Fills the row at gPollIndex with random values and advances, for simulation mode.

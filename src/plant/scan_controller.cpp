@@ -3,7 +3,10 @@
 #include "frm_scanning.h"
 #include "plant_store.h"
 #include "platform/dialogs.h"
+#include "platform/modbus_line.h"
 #include "platform/modctl.h"
+#include "platform/settings_keys.h"
+#include "platform/settings_store.h"
 #include "records/data_logger.h"
 #include "security/rights.h"
 
@@ -21,6 +24,17 @@ constexpr int kTimer3Interval = 500;
 
 ScanController* scanController() {
     return gScanInstance.data();
+}
+
+StoredLinePacing storedLinePacing() {
+    StoredLinePacing p;
+    bool ok = false;
+    p.paced = settingToBool(getSetting(Sections::CStatus, Keys::LinePaced, QStringLiteral("False")),
+                            &ok) &&
+              ok;
+    const int guard = getSetting(Sections::CStatus, Keys::LineGuard, {}).trimmed().toInt(&ok);
+    p.guardMs = ok ? qBound(0, guard, StoredLinePacing::kMaxGuardMs) : 0;
+    return p;
 }
 
 ScanController::ScanController(QObject* parent)
@@ -70,18 +84,35 @@ void ScanController::startScan() {
     m_scanning->show();
 }
 
+void ScanController::startTimers() {
+    m_timer2->start();
+    m_timer3->start();
+    m_poll->restartLine();
+    // Paced, the first read need not wait for Timer2's first tick.
+    m_poll->kickLine();
+}
+
 void ScanController::onScanTimer() {
     m_scanPending = false;
     m_poll->readDone = true;
-    m_timer2->start();
-    m_timer3->start();
+    startTimers();
 }
 
 void ScanController::restartPolling() {
     m_poll->readDone = true;
-    m_timer2->start();
-    m_timer3->start();
+    startTimers();
     emit pollingRestarted();
+}
+
+void ScanController::setLinePacing(bool paced, int guardMs) {
+    modbusLine().setPacing({paced, qMax(0, guardMs) * 1000});
+    m_poll->setLinePaced(paced, m_timer2);
+    if (m_timer2->isActive())
+        m_poll->kickLine();
+}
+
+bool ScanController::linePaced() const {
+    return m_poll->linePaced();
 }
 
 bool ScanController::changeMode(bool simulation) {
@@ -106,9 +137,8 @@ void ScanController::suspend() {
 }
 
 void ScanController::resume() {
-    m_timer2->start();
-    m_timer3->start();
     m_poll->readDone = true;
+    startTimers();
     emit suspended(false);
 }
 

@@ -36,6 +36,11 @@ public:
     // was set and scanning started over.
     bool changeMode(bool simulation);
 
+    // As fast as the line allows, with a guard beyond the line's own silence; or one read a
+    // Timer2 tick.
+    void setLinePacing(bool paced, int guardMs);
+    bool linePaced() const;
+
     // No scanning and no alarm processing while the plant is being changed.
     void suspend();
     void resume();
@@ -54,6 +59,7 @@ signals:
 
 private:
     void onScanTimer();
+    void startTimers();
 
     Modctl* m_modctl1;
     PollCycle* m_poll;
@@ -64,6 +70,14 @@ private:
     // A scan has started and its half-second delay has not yet started the poll.
     bool m_scanPending = false;
 };
+
+// The pacing kept in the settings store; anything unreadable is the fixed tick with no guard.
+struct StoredLinePacing {
+    static constexpr int kMaxGuardMs = 1000;
+    bool paced = false;
+    int guardMs = 0;
+};
+StoredLinePacing storedLinePacing();
 
 // The scan controller of the running workstation, or null before the main window exists.
 ScanController* scanController();

@@ -27,6 +27,5 @@ void getgControllerValuesFakeProcedure(PollCycle& poll) {
         gAlarmState[gPollIndex] = 0;
     ++gPollIndex;
     poll.advanceFirstScan();
-    if (gPollIndex == gActiveCount)
-        gPollIndex = 0;
+    poll.wrapPosition();
 }

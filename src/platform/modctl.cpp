@@ -1,6 +1,7 @@
 #include "modctl.h"
 
 #include "facade_slot.h"
+#include "modbus_line.h"
 #include "qt_modbus_backend.h"
 
 #include <QTimer>
@@ -91,7 +92,7 @@ void Modctl::start() {
     QPointer<Modctl> self(this);
     const int expected = count;
     const int dir = direction;
-    modbusBackend().submit(request, [self, transaction, expected, dir](const ModbusResult& result) {
+    modbusLine().submit(request, [self, transaction, expected, dir](const ModbusResult& result) {
         if (self)
             self->finish(transaction, result, expected, dir);
     });

@@ -49,6 +49,15 @@ public:
     using Done = std::function<void(const ModbusResult&)>;
     explicit ModbusBackend(QObject* parent = nullptr) : QObject(parent) {}
     virtual void submit(const ModbusRequest& request, Done done) = 0;
+
+    // The silence the line needs between two frames, in microseconds: 3.5 characters on a serial
+    // line; nothing on a network link, where a gateway keeps the silences of its own line.
+    virtual qint64 lineSilenceMicros() const { return 0; }
+    // How long one character takes on the line; 0 where the link has no baud rate of its own.
+    virtual double characterMicros() const { return 0.0; }
+    // Asks the link to keep `micros` of silence before each request itself, where it can time
+    // that better than its caller; returns what the caller must still keep.
+    virtual qint64 keepSilence(qint64 micros) { return micros; }
 };
 
 ModbusBackend& modbusBackend();

@@ -1,5 +1,6 @@
 #include "qt_modbus_backend.h"
 
+#include "modbus_line.h"
 #include "settings_keys.h"
 #include "settings_store.h"
 
@@ -8,6 +9,7 @@
 #include <QSerialPort>
 #include <QTimer>
 #include <QVariant>
+#include <cmath>
 
 namespace {
 // Beyond the client's own time-out, how long a transaction may wait before we give up on the
@@ -120,6 +122,8 @@ void QtModbusBackend::makeClient() {
         else if (m_settings.parity == QLatin1Char('O'))
             parity = QSerialPort::OddParity;
         rtu->setConnectionParameter(QModbusDevice::SerialParityParameter, parity);
+        if (m_silenceMicros > 0)
+            rtu->setInterFrameDelay(static_cast<int>(m_silenceMicros));
         client = rtu;
     } else {
         auto* tcp = new QModbusTcpClient(this);
@@ -148,6 +152,39 @@ void QtModbusBackend::ensureConnecting() {
             failAll(ModbusCode::NoConnection);
         }
     }
+}
+
+namespace {
+int bitsOf(const LinkSettings& s) {
+    return LineTiming::bitsPerCharacter(s.dataBits, s.parity != QLatin1Char('N'), s.stopBits);
+}
+} // namespace
+
+qint64 QtModbusBackend::lineSilenceMicros() const {
+    if (m_settings.mode != LinkSettings::Mode::Rtu)
+        return 0;
+    return static_cast<qint64>(
+        std::ceil(LineTiming::silenceMicros(m_settings.baudRate, bitsOf(m_settings))));
+}
+
+double QtModbusBackend::characterMicros() const {
+    if (m_settings.mode != LinkSettings::Mode::Rtu)
+        return 0.0;
+    return LineTiming::characterMicros(m_settings.baudRate, bitsOf(m_settings));
+}
+
+qint64 QtModbusBackend::keepSilence(qint64 micros) {
+    if (m_settings.mode != LinkSettings::Mode::Rtu)
+        return micros;
+    // The serial client already waits its own silence (in whole milliseconds, never less than
+    // 3.5 characters of 11 bits) after queueing each request: it keeps ours instead of adding a
+    // second one after it.
+    if (micros != m_silenceMicros) {
+        m_silenceMicros = micros;
+        if (auto* rtu = qobject_cast<QModbusRtuSerialClient*>(m_client))
+            rtu->setInterFrameDelay(static_cast<int>(micros));
+    }
+    return 0;
 }
 
 void QtModbusBackend::submit(const ModbusRequest& request, Done done) {

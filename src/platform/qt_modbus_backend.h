@@ -37,6 +37,9 @@ public:
     static LinkSettings settingsFromStore();
 
     void submit(const ModbusRequest& request, Done done) override;
+    qint64 lineSilenceMicros() const override;
+    double characterMicros() const override;
+    qint64 keepSilence(qint64 micros) override;
 
     const LinkSettings& settings() const { return m_settings; }
     // Connection state of the client, for tests and the status of the link.
@@ -75,4 +78,6 @@ private:
     quint64 m_nextId = 1;
     bool m_rebuildScheduled = false;
     int m_timeoutsInARow = 0;
+    // The silence a serial client keeps before each request, asked for by the caller.
+    qint64 m_silenceMicros = 0;
 };

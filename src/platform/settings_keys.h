@@ -29,6 +29,9 @@ inline const QString ComBeep = QStringLiteral("gComBeep");
 inline const QString BeepOnAlarm = QStringLiteral("beepOnAlarm");
 inline const QString BeepUntilAck = QStringLiteral("beepUntilAck");
 inline const QString CupdateTime = QStringLiteral("CupdateTime");
+// Beside the scan time: each read as soon as the line is free, and the guard added to its silence.
+inline const QString LinePaced = QStringLiteral("AsFastAsLineAllows");
+inline const QString LineGuard = QStringLiteral("LineGuardMs");
 inline const QString Security21CFR = QStringLiteral("21CFR");
 
 inline const QString MainLeft = QStringLiteral("MainLeft");

@@ -46,6 +46,15 @@ void FakeModbusBackend::submit(const ModbusRequest& request, Done done) {
                            [this, request, done = std::move(done)] { done(answer(request)); });
 }
 
+bool FakeModbusBackend::deliverOne() {
+    if (m_pending.empty())
+        return false;
+    auto [request, done] = std::move(m_pending.front());
+    m_pending.pop_front();
+    done(answer(request));
+    return true;
+}
+
 int FakeModbusBackend::deliverAll() {
     int n = 0;
     for (; !m_pending.empty(); ++n) {

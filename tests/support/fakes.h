@@ -80,6 +80,9 @@ class FakeClock final : public Clock {
 public:
     QDateTime time = QDateTime(QDate(2026, 3, 14), QTime(10, 0, 0));
     QDateTime now() const override { return time; }
+    // Below 0 the steady time is the machine's own; a test that paces the link sets it.
+    qint64 steady = -1;
+    qint64 steadyMicros() const override { return steady < 0 ? machineSteadyMicros() : steady; }
 };
 
 class CountingBeeper final : public Beeper {
@@ -131,6 +134,9 @@ public:
     void submit(const ModbusRequest& request, Done done) override;
     ModbusResult answer(const ModbusRequest& request);
     int deliverAll();
+    // The oldest waiting answer only; false when none waits. A paced line sends its next request
+    // from inside an answer, so deliverAll would never run dry.
+    bool deliverOne();
 
     void setRegisters(int node, int dataArea, int first, const QList<quint16>& values) {
         auto& map = dataArea == 2 ? nodes[node].input : nodes[node].holding;

@@ -4,6 +4,7 @@
 #include "audit_files.h"
 #include "displays/project_file.h"
 #include "plant/plant_store.h"
+#include "platform/modbus_line.h"
 #include "records/alarm_log.h"
 #include "records/data_logger.h"
 #include "security/rights.h"
@@ -18,6 +19,7 @@ TestEnv::TestEnv() {
     settings = installDouble<MemorySettingsStore>(installSettingsStore);
     guard = installDouble<FakeInstanceGuard>(installInstanceGuard);
     modbus = installDouble<FakeModbusBackend>(installModbusBackend);
+    resetModbusLine();
     printers = installDouble<PdfPrinters>(installPrinters);
     printers->outputFolder = m_dir.path();
     accounts = installDouble<FakeAccounts>(installAccounts);
