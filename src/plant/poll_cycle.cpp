@@ -8,6 +8,7 @@
 
 #include <QCoreApplication>
 #include <QTimer>
+#include <algorithm>
 
 namespace {
 constexpr int kK40FirstRegister = 129;
@@ -205,8 +206,13 @@ void PollCycle::noteLineOutcome(int row, int code) {
     if (code == ModbusCode::NoResponse || code == ModbusCode::Timeout) {
         // A controller that does not answer costs a whole time-out of the line each time it is
         // asked: after the second in a row it is asked less and less often until it answers.
-        const int hold = holdRounds(++m_timeoutsInARow[r]);
-        m_heldRounds[r] = hold > 1 ? hold + m_holdSerial++ % hold : hold;
+        int hold = holdRounds(++m_timeoutsInARow[r]);
+        // Several dead controllers would otherwise fall due in the same round and stretch it by
+        // all their time-outs at once: each takes a round no other held one is due in.
+        if (hold > 0)
+            while (std::find(m_heldRounds.begin(), m_heldRounds.end(), hold) != m_heldRounds.end())
+                ++hold;
+        m_heldRounds[r] = hold;
     } else if (code != ModbusCode::NoConnection) {
         m_timeoutsInARow[r] = 0;
         m_heldRounds[r] = 0;

@@ -50,8 +50,8 @@ public:
     void kickLine();
 
     // Time-outs in a row after which a controller is asked less often: it is passed over for
-    // 1, 2, 4... up to 32 rounds (and a little more where several are held back at once, so that
-    // they do not all fall due in the same round). Counted in rounds, not seconds, so that a long
+    // 1, 2, 4... up to 32 rounds, or later where another held-back one falls due in that round.
+    // Counted in rounds, not seconds, so that a long
     // round is never filled with the time-outs of the controllers it waits for.
     static constexpr int kBackoffAfter = 2;
     static int holdRounds(int timeoutsInARow);
@@ -80,7 +80,6 @@ private:
     QPointer<const QTimer> m_heartbeat;
     std::array<int, 64> m_timeoutsInARow{};
     std::array<int, 64> m_heldRounds{};
-    int m_holdSerial = 0;
     Rounds m_rounds;
     qint64 m_passStarted = -1;
     int m_readsInPass = 0;

@@ -151,6 +151,11 @@ void TstLinePacing::pollChainsReadsWithWritesBetweenAndHoldsBackTheDead() {
     answer(4);
     QCOMPARE(nodes().mid(18), (QList<int>{3, 1, 2, 3}));
     QCOMPARE(poll.heldRounds(1), 0);
+    // Two that stop answering together fall due in different rounds.
+    env.modbus->nodes[1].dead = env.modbus->nodes[3].dead = true;
+    answer(5);
+    QCOMPARE(std::pair(poll.heldRounds(0), poll.heldRounds(2)), std::pair(2, 1));
+    env.modbus->nodes[1].dead = env.modbus->nodes[3].dead = false;
 
     // With the link itself down the chain stops; Timer2's next tick starts it again.
     env.modbus->nodes[1].failureCode = ModbusCode::NoConnection;
