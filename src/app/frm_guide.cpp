@@ -107,6 +107,7 @@ const QHash<QString, QString>& sectionsByClass() {
         {QStringLiteral("FrmSingleSP"), QStringLiteral("setpoint-recipes")},
         {QStringLiteral("FrmAlarmSettings"), QStringLiteral("alarm-setpoints")},
         {QStringLiteral("FrmControlSetup"), QStringLiteral("controller-setup")},
+        {QStringLiteral("FrmLinkStatistics"), QStringLiteral("link-statistics")},
         {QStringLiteral("FrmLoggingSetup"), QStringLiteral("data-logging")},
         {QStringLiteral("FrmOpMessage"), QStringLiteral("data-logging")},
         {QStringLiteral("FrmLogin"), QStringLiteral("security")},

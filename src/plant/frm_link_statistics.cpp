@@ -22,8 +22,6 @@
 
 namespace {
 constexpr int kHeightTwips = 6000;
-constexpr int kK40Words = 5;
-constexpr int kProfilerWords = 9;
 
 QPointer<FrmLinkStatistics> gLinkStatistics;
 
@@ -93,23 +91,6 @@ FrmLinkStatistics::FrmLinkStatistics(QWidget* parent)
     Timer1->setInterval(1000);
     connect(Timer1, &QTimer::timeout, this, &FrmLinkStatistics::timer1Tick);
     Timer1->start();
-}
-
-double FrmLinkStatistics::wireRoundMicros() {
-    const ModbusBackend& link = modbusBackend();
-    const double character = link.characterMicros();
-    if (character <= 0.0)
-        return 0.0;
-    double total = 0.0;
-    for (int i = 0; i < gActiveCount; ++i) {
-        const int row = rowAtPosition(i);
-        if (!validRow(row))
-            continue;
-        const int words = gControlType[row] == K40Series ? kK40Words : kProfilerWords;
-        total += (LineTiming::kReadRequestBytes + LineTiming::readReplyBytes(words)) * character +
-                 2.0 * static_cast<double>(link.lineSilenceMicros());
-    }
-    return total;
 }
 
 QString FrmLinkStatistics::lineSummary(qint64 now) {

@@ -40,10 +40,6 @@ public:
     void resetCounters();
     void exportStatistics();
 
-    // The wire time of one pass over the active list on a serial line: each read's request
-    // and reply and the silence after each; 0 on a link without a baud rate of its own.
-    static double wireRoundMicros();
-
 private:
     QString lineSummary(qint64 now);
 

@@ -3,6 +3,7 @@
 #include "comm_errors.h"
 #include "plant_store.h"
 #include "platform/clock.h"
+#include "platform/modbus_line.h"
 #include "platform/modctl.h"
 #include "register_codec.h"
 
@@ -205,7 +206,7 @@ void PollCycle::noteLineOutcome(int row, int code) {
     const auto r = static_cast<std::size_t>(row);
     if (code == ModbusCode::NoResponse || code == ModbusCode::Timeout) {
         // A controller that does not answer costs a whole time-out of the line each time it is
-        // asked: after the second in a row it is asked less and less often until it answers.
+        // asked: it is asked less and less often until it answers.
         int hold = holdRounds(++m_timeoutsInARow[r]);
         // Several dead controllers would otherwise fall due in the same round and stretch it by
         // all their time-outs at once: each takes a round no other held one is due in.
@@ -245,4 +246,21 @@ void PollCycle::continueLine() {
         ++gPollIndex;
         wrapPosition();
     }
+}
+
+double wireRoundMicros() {
+    const ModbusBackend& link = modbusBackend();
+    const double character = link.characterMicros();
+    if (character <= 0.0)
+        return 0.0;
+    double total = 0.0;
+    for (int i = 0; i < gActiveCount; ++i) {
+        const int row = rowAtPosition(i);
+        if (!validRow(row))
+            continue;
+        const int words = gControlType[row] == K40Series ? kK40Count : kProfilerCount;
+        total += (LineTiming::kReadRequestBytes + LineTiming::readReplyBytes(words)) * character +
+                 2.0 * static_cast<double>(link.lineSilenceMicros());
+    }
+    return total;
 }

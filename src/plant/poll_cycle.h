@@ -49,11 +49,11 @@ public:
     // Paced: sends the next read that is due, unless one is on its way.
     void kickLine();
 
-    // Time-outs in a row after which a controller is asked less often: it is passed over for
-    // 1, 2, 4... up to 32 rounds, or later where another held-back one falls due in that round.
-    // Counted in rounds, not seconds, so that a long
-    // round is never filled with the time-outs of the controllers it waits for.
-    static constexpr int kBackoffAfter = 2;
+    // A controller that times out is passed over for 1 round, then 2, 4... up to 32 after each
+    // time-out in a row, or later where another held-back one falls due in that round. Counted in
+    // rounds, not seconds, so that a long round is never filled with the time-outs of the
+    // controllers it waits for; one lost reply costs a live controller one round.
+    static constexpr int kBackoffAfter = 1;
     static int holdRounds(int timeoutsInARow);
     // The rounds a controller that stopped answering is still passed over for; 0 when it is not.
     int heldRounds(int row) const;
@@ -84,6 +84,10 @@ private:
     qint64 m_passStarted = -1;
     int m_readsInPass = 0;
 };
+
+// The wire time of one pass over the active list on a serial line: each read's request and reply
+// and the silence after each; 0 on a link without a baud rate of its own.
+double wireRoundMicros();
 
 // Fills the row at gPollIndex with random values and advances, for simulation mode.
 void getgControllerValuesFakeProcedure(PollCycle& poll);

@@ -10,7 +10,6 @@
 #include "sim_server.h"
 #include "sim_wire.h"
 
-#include <QModbusRtuSerialClient>
 #include <QSerialPort>
 #include <QTcpSocket>
 #include <QtTest>
@@ -35,7 +34,6 @@ private slots:
     void wireTime_data();
     void wireTime();
     void lineCheck();
-    void rtuClientReadsBlockAtTheWirePace();
     void rtuRepliesAndFaults_data();
     void rtuRepliesAndFaults();
     void rtuLineCheckSeesOverlaps();
@@ -430,56 +428,6 @@ void TstPlantSimulator::lineCheck() {
                                             "first..last 0.00 s"));
     line.request(21000); // the exchange before the reset is still on the line
     QCOMPARE(std::pair(line.requests(), line.overlaps()), std::pair(1, 1));
-}
-
-// The K40 block as the workstation polls it, no sooner than the line could carry it; a node
-// that is not there lets the request time out.
-void TstPlantSimulator::rtuClientReadsBlockAtTheWirePace() {
-    if (!PtyPair::available())
-        QSKIP("socat is not installed; the RTU line cannot be simulated");
-    PtyPair pty;
-    QVERIFY(pty.start());
-    SimPlant plant;
-    QVERIFY(plant.loadText(kLinePlant, nullptr));
-    SimNodes nodes(&plant);
-    SimRtuFront front(&nodes);
-    const SerialFormat format;
-    QVERIFY2(front.open(pty.slave, format), qPrintable(front.errorString()));
-
-    QModbusRtuSerialClient client;
-    client.setConnectionParameter(QModbusDevice::SerialPortNameParameter, pty.master);
-    client.setConnectionParameter(QModbusDevice::SerialBaudRateParameter, format.baud);
-    client.setTimeout(300);
-    client.setNumberOfRetries(0);
-    QVERIFY(client.connectDevice());
-    QTRY_COMPARE(client.state(), QModbusDevice::ConnectedState);
-    QTest::qWait(50);
-
-    // On the simulator's clock: the line check keeps when the request was in.
-    const qint64 sentUs = front.wire().nowUs();
-    QModbusReply* reply = client.sendReadRequest(
-        QModbusDataUnit(QModbusDataUnit::HoldingRegisters, reg::K40Pv, 5), 3);
-    QVERIFY(reply);
-    qint64 doneUs = -1;
-    connect(reply, &QModbusReply::finished, [&] { doneUs = front.wire().nowUs(); });
-    QTRY_VERIFY_WITH_TIMEOUT(doneUs >= 0, 2000);
-    QCOMPARE(reply->error(), QModbusDevice::NoError);
-    QList<quint16> expected;
-    for (int r = reg::K40Pv; r < reg::K40Pv + 5; ++r)
-        expected << plant.reg(3, r);
-    QCOMPARE(reply->result().values(), expected);
-    const qint64 inUs = front.wire().line().lastUs();
-    QVERIFY2(doneUs - inUs >= format.exchangeUs(8, 15) && inUs >= sentUs,
-             qPrintable(QStringLiteral("%1 us after the request was in").arg(doneUs - inUs)));
-    delete reply;
-
-    reply = client.sendReadRequest(QModbusDataUnit(QModbusDataUnit::HoldingRegisters, 129, 5), 4);
-    QTRY_VERIFY_WITH_TIMEOUT(reply->isFinished(), 2000);
-    QCOMPARE(reply->error(), QModbusDevice::TimeoutError);
-    delete reply;
-    QCOMPARE(
-        std::tuple(nodes.requestCount(3), nodes.requestCount(4), front.wire().line().overlaps()),
-        std::tuple(1, 1, 0));
 }
 
 void TstPlantSimulator::rtuRepliesAndFaults_data() {
