@@ -8,7 +8,8 @@
 #          as fast as the line allows, alternating, three times each: CPU per read answered.
 #   dead   as rtu at 19,200 baud with 1 and then 8 controllers dead.
 # Usage: bench/run-bench-line.sh rtu|tcp|dead|all [seconds] [warm-up seconds]
-# BENCH_BUILD names a Release build already made.
+# BENCH_BUILD names a Release build already made; BENCH_GATEWAY_BAUD the gateway's line rate for
+# tcp (empty: a device that answers at once, with no line behind it).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 REPO=$(pwd)
@@ -91,10 +92,11 @@ if [[ $WHAT == rtu || $WHAT == all ]]; then
     done
 fi
 if [[ $WHAT == tcp || $WHAT == all ]]; then
-    simulator --port "$PORT" --baud 19200
+    GATEWAY_BAUD=${BENCH_GATEWAY_BAUD-19200}
+    simulator --port "$PORT" ${GATEWAY_BAUD:+--baud "$GATEWAY_BAUD"}
     for round in 1 2 3; do
         for paced in False True; do
-            echo "== TCP gateway at 19200 baud, as fast as the line allows: $paced, round $round"
+            echo "== TCP, line ${GATEWAY_BAUD:-none}, as fast as the line allows: $paced, round $round"
             settings "mode=TCP\naddress=127.0.0.1\nport=$PORT" $paced
             run
         done
