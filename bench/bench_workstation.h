@@ -13,6 +13,7 @@
 // shadow.
 #include "plant/child_window.h"
 #include "plant/scan_controller.h"
+#include "platform/modbus_line.h"
 #include "platform/modctl.h"
 
 #include <QApplication>
@@ -71,5 +72,6 @@ inline int runWorkstationBench(int argc, char* argv[], int defaultSeconds,
     const int status = QApplication::exec();
     delete frmMain();
     installModbusBackend(nullptr);
+    resetModbusLine();
     return status;
 }

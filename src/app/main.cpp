@@ -1,6 +1,7 @@
 #include "app/app_icon.h"
 #include "app/frm_main.h"
 #include "app/frm_splash.h"
+#include "platform/modbus_line.h"
 #include "platform/modctl.h"
 #include "records/record_seals.h"
 
@@ -33,5 +34,6 @@ int main(int argc, char* argv[]) {
     delete frmMain();
     // The link's sockets and timers go while the application still exists.
     installModbusBackend(nullptr);
+    resetModbusLine();
     return status;
 }

@@ -3,6 +3,7 @@
 #include "comm_errors.h"
 #include "plant_store.h"
 #include "platform/dialogs.h"
+#include "platform/modbus_line.h"
 #include "platform/record_grid.h"
 #include "platform/settings_keys.h"
 #include "platform/settings_store.h"
@@ -158,10 +159,13 @@ void FrmControlSetup::addLinePacing(QWidget* frame, QGridLayout* grid) {
     m_lineGuard->setRange(0, StoredLinePacing::kMaxGuardMs);
     m_lineGuard->setToolTip(
         QStringLiteral("Extra silence between requests, for slow converters and controllers."));
-    const StoredLinePacing stored = storedLinePacing();
-    m_linePaced->setChecked(stored.paced);
-    m_lineGuard->setValue(stored.guardMs);
-    m_lineGuard->setEnabled(stored.paced);
+    // What the poll does now, as the scan time shows the running Timer2's interval.
+    const ScanController* scan = scanController();
+    const bool paced = scan ? scan->linePaced() : storedLinePacing().paced;
+    m_linePaced->setChecked(paced);
+    m_lineGuard->setValue(scan ? modbusLine().pacing().guardMicros / 1000
+                               : storedLinePacing().guardMs);
+    m_lineGuard->setEnabled(paced);
     connect(m_linePaced, &QCheckBox::toggled, m_lineGuard, &QWidget::setEnabled);
     grid->addWidget(m_linePaced, 2, 0, 1, 3);
     grid->addWidget(new QLabel(QStringLiteral("Guard between requests"), frame), 3, 0);

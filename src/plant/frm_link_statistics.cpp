@@ -135,8 +135,7 @@ void FrmLinkStatistics::timer1Tick() {
     const qint64 now = steadyMicros();
     lblLine->setText(lineSummary(now));
     const ModbusLine& line = modbusLine();
-    RecordGrid::BulkLoad bulk(*Grid1);
-    Grid1->setRowCount(0);
+    QList<QStringList> rows;
     NodeLinkCounters sum;
     for (int i = 0; i < gActiveCount; ++i) {
         const int row = rowAtPosition(i);
@@ -147,21 +146,35 @@ void FrmLinkStatistics::timer1Tick() {
         sum.timeouts += c.timeouts;
         sum.badFrames += c.badFrames;
         sum.exceptions += c.exceptions;
-        Grid1->appendRow(
-            {QString::number(row + 1), gPvTag[row], millis(double(c.lastMicros)),
-             millis(c.meanMicros()), c.answered > 0 ? millis(double(c.worstMicros)) : QString(),
-             QString::number(c.requests), QString::number(c.timeouts), QString::number(c.badFrames),
-             QString::number(c.exceptions), stateOf(row)});
+        rows.append({QString::number(row + 1), gPvTag[row], millis(double(c.lastMicros)),
+                     millis(c.meanMicros()),
+                     c.answered > 0 ? millis(double(c.worstMicros)) : QString(),
+                     QString::number(c.requests), QString::number(c.timeouts),
+                     QString::number(c.badFrames), QString::number(c.exceptions), stateOf(row)});
     }
     ScanController* scan = scanController();
     const PollCycle::Rounds rounds = scan ? scan->poll().rounds() : PollCycle::Rounds{};
     const bool any = rounds.count > 0;
-    Grid1->appendRow(
+    rows.append(
         {QStringLiteral("Line"), QString(), any ? millis(double(rounds.lastMicros)) : QString(),
          any ? millis(rounds.meanMicros()) : QString(),
          any ? millis(double(rounds.worstMicros)) : QString(), QString::number(sum.requests),
          QString::number(sum.timeouts), QString::number(sum.badFrames),
          QString::number(sum.exceptions), QStringLiteral("%1 rounds").arg(rounds.count)});
+
+    // Cells change in place, so that a selection or a scrolled view stays where the operator
+    // put it; only a changed plant loads the grid anew.
+    if (Grid1->rowCount() == rows.size()) {
+        for (int r = 0; r < rows.size(); ++r)
+            for (int c = 0; c < ColumnCount; ++c)
+                if (Grid1->text(r, c) != rows[r][c])
+                    Grid1->setText(r, c, rows[r][c]);
+        return;
+    }
+    RecordGrid::BulkLoad bulk(*Grid1);
+    Grid1->setRowCount(0);
+    for (const QStringList& fields : std::as_const(rows))
+        Grid1->appendRow(fields);
 }
 
 void FrmLinkStatistics::resetCounters() {

@@ -19,6 +19,9 @@ constexpr int kProfilerCount = 9;
 // Ticks a K40 request may stay unanswered before the same position is asked again.
 constexpr int kStallTicks = 2;
 constexpr int kLongestHoldDoublings = 5;
+// Passes a walk over held-back controllers may take: the longest hold, and as many more as there
+// can be controllers held back, each due in a pass of its own.
+constexpr int kWalkPasses = (1 << kLongestHoldDoublings) + 64 + 1;
 } // namespace
 
 PollCycle::PollCycle(Modctl* modctl1, ScanProgress* progress, QObject* parent)
@@ -72,6 +75,8 @@ void PollCycle::readProfilerBlock() {
 
 void PollCycle::sendBlock(bool k40) {
     ++m_readsInPass;
+    m_sentGeneration = m_generation;
+    m_sentAt = steadyMicros();
     if (k40)
         m_modctl->prepare(gActiveList.value(gPollIndex), ModbusArea::Holding, kK40FirstRegister,
                           kK40Count, 0);
@@ -96,6 +101,13 @@ void PollCycle::advanceFirstScan() {
 void PollCycle::onReadComplete() {
     if (gSimMode)
         return;
+    // Paced, a read is nearly always on its way when polling starts over; its answer belongs to
+    // no position of the new pass.
+    if (m_linePaced && m_sentGeneration != m_generation) {
+        continueLine();
+        return;
+    }
+    const int position = gPollIndex;
     const int row = rowAtPosition(gPollIndex);
     if (row >= 0) {
         if (gControlType[row] == K40Series) {
@@ -123,18 +135,23 @@ void PollCycle::onReadComplete() {
     readDone = true;
     gPollTick = 0;
     if (m_linePaced) {
-        noteLineOutcome(row, ModbusCode::Ok);
+        noteLineOutcome(row, position, ModbusCode::Ok);
         continueLine();
     }
 }
 
 void PollCycle::onError(int code) {
+    if (m_linePaced && !gSimMode && m_sentGeneration != m_generation) {
+        continueLine();
+        return;
+    }
     if (firstScan && !gSimMode) {
         // One failure ends the first scan: the dialog does not wait for the other controllers.
         firstScan = false;
         if (m_progress)
             m_progress->closeScan();
     }
+    const int position = gPollIndex;
     const int row = rowAtPosition(gPollIndex);
     noteReadFailed(row, code);
     if (validRow(gPollIndex)) {
@@ -147,10 +164,13 @@ void PollCycle::onError(int code) {
     ++gPollIndex;
     wrapPosition();
     if (m_linePaced && !gSimMode) {
-        noteLineOutcome(row, code);
-        // With the link itself down every read fails at once: the line waits for Timer2's next
-        // tick instead of filling the logger as fast as it can.
-        if (code != ModbusCode::NoConnection)
+        noteLineOutcome(row, position, code);
+        // With the link itself down, or a request the link refuses before it reaches the line,
+        // every read fails at once: the line waits for Timer2's next tick instead of filling the
+        // logger as fast as it can.
+        const bool onTheLine = code == ModbusCode::NoResponse || code == ModbusCode::Timeout ||
+                               steadyMicros() - m_sentAt >= kQuickestReplyMicros;
+        if (code != ModbusCode::NoConnection && onTheLine)
             continueLine();
     }
 }
@@ -159,9 +179,10 @@ void PollCycle::wrapPosition() {
     if (gPollIndex != gActiveCount)
         return;
     gPollIndex = 0;
+    ++m_pass;
     const qint64 now = steadyMicros();
     // A pass in which every controller was passed over is no round of the line.
-    if (m_passStarted >= 0 && (m_readsInPass > 0 || !m_linePaced)) {
+    if (m_passStarted >= 0 && (m_readsInPass > 0 || !m_linePaced || gSimMode)) {
         m_rounds.lastMicros = now - m_passStarted;
         m_rounds.totalMicros += m_rounds.lastMicros;
         m_rounds.worstMicros = qMax(m_rounds.worstMicros, m_rounds.lastMicros);
@@ -185,8 +206,11 @@ void PollCycle::setLinePaced(bool on, const QTimer* heartbeat) {
 
 void PollCycle::restartLine() {
     m_timeoutsInARow.fill(0);
-    m_heldRounds.fill(0);
-    m_passStarted = steadyMicros();
+    m_duePass.fill(0);
+    m_pass = 0;
+    ++m_generation;
+    // Timed from the head of the list only: a pass resumed half-way is no round.
+    m_passStarted = gPollIndex == 0 ? steadyMicros() : -1;
     m_readsInPass = 0;
 }
 
@@ -196,27 +220,35 @@ int PollCycle::holdRounds(int timeoutsInARow) {
     return 1 << qMin(timeoutsInARow - kBackoffAfter, kLongestHoldDoublings);
 }
 
-int PollCycle::heldRounds(int row) const {
-    return validRow(row) ? m_heldRounds[static_cast<std::size_t>(row)] : 0;
+qint64 PollCycle::nextVisit(int position) const {
+    return position >= gPollIndex ? m_pass : m_pass + 1;
 }
 
-void PollCycle::noteLineOutcome(int row, int code) {
+int PollCycle::heldRounds(int row) const {
+    if (!validRow(row))
+        return 0;
+    const int position = static_cast<int>(gActiveList.indexOf(static_cast<qint16>(row + 1)));
+    return static_cast<int>(
+        qMax<qint64>(0, m_duePass[static_cast<std::size_t>(row)] - nextVisit(position)));
+}
+
+void PollCycle::noteLineOutcome(int row, int position, int code) {
     if (!validRow(row))
         return;
     const auto r = static_cast<std::size_t>(row);
     if (code == ModbusCode::NoResponse || code == ModbusCode::Timeout) {
         // A controller that does not answer costs a whole time-out of the line each time it is
         // asked: it is asked less and less often until it answers.
-        int hold = holdRounds(++m_timeoutsInARow[r]);
+        const int hold = holdRounds(++m_timeoutsInARow[r]);
         // Several dead controllers would otherwise fall due in the same round and stretch it by
         // all their time-outs at once: each takes a round no other held one is due in.
-        if (hold > 0)
-            while (std::find(m_heldRounds.begin(), m_heldRounds.end(), hold) != m_heldRounds.end())
-                ++hold;
-        m_heldRounds[r] = hold;
+        qint64 due = nextVisit(position) + hold;
+        while (std::find(m_duePass.begin(), m_duePass.end(), due) != m_duePass.end())
+            ++due;
+        m_duePass[r] = due;
     } else if (code != ModbusCode::NoConnection) {
         m_timeoutsInARow[r] = 0;
-        m_heldRounds[r] = 0;
+        m_duePass[r] = 0;
     }
 }
 
@@ -230,19 +262,15 @@ void PollCycle::continueLine() {
         return;
     if (gActiveCount < 1 || gActiveList.value(0) < 1)
         return;
-    // Held-back controllers are passed over, one round of their hold at each pass; the longest
-    // hold bounds the walk.
-    const int longest = 2 << kLongestHoldDoublings;
-    for (int step = 0; step < gActiveCount * longest; ++step) {
+    // Held-back controllers are passed over until the pass they are due in.
+    for (int step = 0; step < gActiveCount * kWalkPasses; ++step) {
         const int row = rowAtPosition(gPollIndex);
         if (!validRow(row))
             return;
-        int& held = m_heldRounds[static_cast<std::size_t>(row)];
-        if (held <= 0) {
+        if (m_duePass[static_cast<std::size_t>(row)] <= m_pass) {
             sendBlock(gControlType[row] == K40Series);
             return;
         }
-        --held;
         ++gPollIndex;
         wrapPosition();
     }

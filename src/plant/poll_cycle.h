@@ -57,6 +57,9 @@ public:
     static int holdRounds(int timeoutsInARow);
     // The rounds a controller that stopped answering is still passed over for; 0 when it is not.
     int heldRounds(int row) const;
+    // An outcome that comes back sooner than this after its request was made here, not on the
+    // line (a register refused by the link, the link itself down).
+    static constexpr qint64 kQuickestReplyMicros = 1000;
 
     // The time of a pass over the active list, from the head of the list to its next return there.
     struct Rounds {
@@ -72,14 +75,23 @@ public:
 private:
     void sendBlock(bool k40);
     void continueLine();
-    void noteLineOutcome(int row, int code);
+    void noteLineOutcome(int row, int position, int code);
+    // The pass in which the controller at this position is next visited.
+    qint64 nextVisit(int position) const;
 
     Modctl* m_modctl;
     ScanProgress* m_progress;
     bool m_linePaced = false;
     QPointer<const QTimer> m_heartbeat;
     std::array<int, 64> m_timeoutsInARow{};
-    std::array<int, 64> m_heldRounds{};
+    // The pass each held-back controller is asked again in; passes count from the last restart.
+    std::array<qint64, 64> m_duePass{};
+    qint64 m_pass = 0;
+    // A restart of polling makes a read still on its way answer for a position that no longer
+    // stands.
+    quint64 m_generation = 0;
+    quint64 m_sentGeneration = 0;
+    qint64 m_sentAt = 0;
     Rounds m_rounds;
     qint64 m_passStarted = -1;
     int m_readsInPass = 0;

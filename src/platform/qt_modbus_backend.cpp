@@ -72,6 +72,13 @@ QtModbusBackend::~QtModbusBackend() {
         m_client->disconnect(this);
         m_client->disconnectDevice();
     }
+    // Every request still gets its one answer, from the event loop as always: a paced line waits
+    // for it before it sends the next.
+    for (auto& [id, t] : m_pending)
+        if (t.done)
+            QTimer::singleShot(0, [done = std::move(t.done)] {
+                done(ModbusResult{ModbusCode::NoConnection, {}});
+            });
 }
 
 bool QtModbusBackend::connected() const {
@@ -195,7 +202,9 @@ void QtModbusBackend::submit(const ModbusRequest& request, Done done) {
     t.watchdog = new QTimer(this);
     t.watchdog->setSingleShot(true);
     connect(t.watchdog, &QTimer::timeout, this, [this, id] { onWatchdog(id); });
-    t.watchdog->start(m_settings.timeoutMs + kWatchdogMarginMs);
+    // A serial client waits the line's silence and the guard before it sends.
+    t.watchdog->start(m_settings.timeoutMs + kWatchdogMarginMs +
+                      static_cast<int>(m_silenceMicros / 1000));
     m_pending.emplace(id, std::move(t));
 
     if (connected())

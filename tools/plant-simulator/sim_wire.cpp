@@ -143,10 +143,10 @@ void SimWire::arm() {
         pending_.empty() ? 0 : std::max<qint64>(pending_.begin()->first - nowUs(), 1);
 #ifdef Q_OS_LINUX
     if (timerFd_ >= 0) {
-        itimerspec spec{}; // all zero: disarmed
-        spec.it_value.tv_sec = static_cast<time_t>(waitUs / 1000000);
-        spec.it_value.tv_nsec = static_cast<long>(waitUs % 1000000) * 1000;
-        ::timerfd_settime(timerFd_, 0, &spec, nullptr);
+        itimerspec when{}; // all zero: disarmed
+        when.it_value.tv_sec = static_cast<time_t>(waitUs / 1000000);
+        when.it_value.tv_nsec = static_cast<long>(waitUs % 1000000) * 1000;
+        ::timerfd_settime(timerFd_, 0, &when, nullptr);
         return;
     }
 #endif
