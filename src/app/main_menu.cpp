@@ -81,12 +81,9 @@ std::vector<MenuEntry> buildTable() {
     menu({}, view, QStringLiteral("&View"));
     item(view, QStringLiteral("mnuDigValues"), QStringLiteral("&Digital Values"), -1,
          [](FrmMain& main) { showDigitalValues(main.mdiArea()); });
-    item(view, QStringLiteral("mnuAlarmLog"), QStringLiteral("&Alarm Log"), -1, [](FrmMain& main) {
-        if (AlarmLog* log = alarmLog()) {
-            log->showNormal();
-            main.mdiArea()->setActiveSubWindow(log);
-            log->raise();
-        }
+    item(view, QStringLiteral("mnuAlarmLog"), QStringLiteral("&Alarm Log"), -1, [](FrmMain&) {
+        if (AlarmLog* log = alarmLog())
+            log->bringForward();
     });
     item(view, QStringLiteral("mnuLinkStatistics"), QStringLiteral("&Link Statistics"), -1,
          [](FrmMain& main) { showLinkStatistics(main.mdiArea()); });

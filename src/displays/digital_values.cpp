@@ -123,25 +123,19 @@ void DigitalValues::printDigitalValues() {
 
 DigitalValues* showDigitalValues(QMdiArea* area) {
     if (DigitalValues* open = gDigitalValues.data()) {
-        open->showNormal();
-        area->setActiveSubWindow(open);
-        open->raise();
+        open->bringForward();
         return open;
     }
     auto* window = new DigitalValues;
     gDigitalValues = window;
     area->addSubWindow(window);
-    const double tpp = twipsPerPixel(area);
-    const QSize client = area->viewport()->size();
     // Wide enough for its four columns at first: the grid's characters are wider here than the
     // window's old size allowed for.
     const int frame =
         2 * window->style()->pixelMetric(QStyle::PM_MdiSubWindowFrameWidth, nullptr, window);
-    const int width =
-        std::max(kWidthTwips, qRound((window->Grid1->widthForColumns() + frame) * tpp));
-    window->restorePlacement({qRound((client.width() * tpp - width) / 2),
-                              qRound((client.height() * tpp - kHeightTwips) / 2), width,
-                              kHeightTwips});
+    const int width = std::max(
+        kWidthTwips, qRound((window->Grid1->widthForColumns() + frame) * twipsPerPixel(area)));
+    window->restoreCentred(width, kHeightTwips);
     window->show();
     window->timer1Tick();
     return window;

@@ -12,6 +12,23 @@
 ChildWindow::ChildWindow(Life life, QString placementSection, QWidget* parent)
     : QMdiSubWindow(parent), m_life(life), m_section(std::move(placementSection)) {}
 
+void ChildWindow::restoreCentred(int widthTwips, int heightTwips) {
+    QMdiArea* area = mdiArea();
+    if (!area)
+        return;
+    const double tpp = twipsPerPixel(area);
+    const QSize client = area->viewport()->size();
+    restorePlacement({qRound((client.width() * tpp - widthTwips) / 2),
+                      qRound((client.height() * tpp - heightTwips) / 2), widthTwips, heightTwips});
+}
+
+void ChildWindow::bringForward() {
+    showNormal();
+    if (QMdiArea* area = mdiArea())
+        area->setActiveSubWindow(this);
+    raise();
+}
+
 void ChildWindow::restorePlacement(const PlacementTwips& defaults) {
     if (m_section.isEmpty())
         return;

@@ -29,6 +29,10 @@ public:
 
     // Places the window from its section; call once it stands in the main window's area.
     void restorePlacement(const PlacementTwips& defaults);
+    // The same, with a first placement of this size in the middle of the area.
+    void restoreCentred(int widthTwips, int heightTwips);
+    // A window chosen again from its menu: back to normal, active and in front in its area.
+    void bringForward();
     // The main window's area places a window it takes in at a free spot of its own choosing;
     // called before the window is shown, this puts it back where its placement said.
     void settlePlacement();

@@ -195,23 +195,17 @@ void FrmLinkStatistics::exportStatistics() {
 
 FrmLinkStatistics* showLinkStatistics(QMdiArea* area) {
     if (FrmLinkStatistics* open = gLinkStatistics.data()) {
-        open->showNormal();
-        area->setActiveSubWindow(open);
-        open->raise();
+        open->bringForward();
         return open;
     }
     auto* window = new FrmLinkStatistics;
     gLinkStatistics = window;
     area->addSubWindow(window);
-    const double tpp = twipsPerPixel(area);
-    const QSize client = area->viewport()->size();
     const int frame =
         2 * window->style()->pixelMetric(QStyle::PM_MdiSubWindowFrameWidth, nullptr, window) +
         window->Grid1->verticalScrollBar()->sizeHint().width();
-    const int width = qRound((window->Grid1->widthForColumns() + frame) * tpp);
-    window->restorePlacement({qRound((client.width() * tpp - width) / 2),
-                              qRound((client.height() * tpp - kHeightTwips) / 2), width,
-                              kHeightTwips});
+    window->restoreCentred(qRound((window->Grid1->widthForColumns() + frame) * twipsPerPixel(area)),
+                           kHeightTwips);
     window->show();
     window->timer1Tick();
     return window;

@@ -91,11 +91,7 @@ void TstOperatorDay::heldValuesAreMarkedOnEveryDisplayUntilTheyAnswerAgain() {
     PollCycle& poll = main->scan().poll();
     poll.readDone = true;
     auto cycle = [&](int ticks) {
-        for (int i = 0; i < ticks; ++i) {
-            poll.timer2Tick();
-            env.modbus->deliverAll();
-            QCoreApplication::processEvents();
-        }
+        env.tickPoll(poll, ticks);
     };
     FrmMainDisplay* bank = main->addControlBank(0, "1");
     DigitalValues* values = showDigitalValues(main->mdiArea());

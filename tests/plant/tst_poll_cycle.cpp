@@ -47,11 +47,7 @@ struct Rig {
         poll.readDone = true;
     }
     // One tick with every reply the link has by then delivered before the next.
-    void tick() {
-        poll.timer2Tick();
-        env.modbus->deliverAll();
-        QCoreApplication::processEvents(); // refusals of a busy control arrive queued
-    }
+    void tick() { env.tickPoll(poll); } // refusals of a busy control arrive queued
     QList<int> requestedNodes() const {
         QList<int> nodes;
         for (const auto& r : env.modbus->requests)

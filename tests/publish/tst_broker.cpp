@@ -243,11 +243,7 @@ void TstBroker::plantValuesQualityAndAlarmsReachASubscriber() {
     PollCycle& poll = main->scan().poll();
     poll.readDone = true;
     auto cycle = [&](int ticks) {
-        for (int i = 0; i < ticks; ++i) {
-            poll.timer2Tick();
-            env.modbus->deliverAll();
-            QCoreApplication::processEvents();
-        }
+        env.tickPoll(poll, ticks);
     };
     cycle(4);
     main->publisher().apply(to(broker.port));

@@ -4,12 +4,14 @@
 #include "audit_files.h"
 #include "displays/project_file.h"
 #include "plant/plant_store.h"
+#include "plant/poll_cycle.h"
 #include "platform/modbus_line.h"
 #include "records/alarm_log.h"
 #include "records/data_logger.h"
 #include "security/rights.h"
 #include "security/session.h"
 
+#include <QCoreApplication>
 #include <QDir>
 
 TestEnv::TestEnv() {
@@ -57,4 +59,12 @@ void TestEnv::writeTags(const QList<Controller>& controllers) {
                    num(ctl.type) + num(k == 0 && ctl.logged);
     }
     writeBytes(path(QStringLiteral("tags.tgn")), out);
+}
+
+void TestEnv::tickPoll(PollCycle& poll, int ticks) {
+    for (int i = 0; i < ticks; ++i) {
+        poll.timer2Tick();
+        modbus->deliverAll();
+        QCoreApplication::processEvents();
+    }
 }

@@ -5,6 +5,8 @@
 
 #include <QTemporaryDir>
 
+class PollCycle;
+
 // Everything a test of the workstation stands on: doubles of every facade, a fresh store and
 // session, and a temporary application directory as the current directory.
 class TestEnv {
@@ -26,6 +28,10 @@ public:
         bool logged = false;
     };
     void writeTags(const QList<Controller>& controllers);
+
+    // Timer2 ticks of the poll, each with every reply the link has by then delivered before the
+    // next, and the events those replies queue.
+    void tickPoll(PollCycle& poll, int ticks = 1);
 
     ScriptedDialogs* dialogs;
     FakeClock* clock;

@@ -293,6 +293,20 @@ struct RawMaster {
     }
 };
 
+// The simulator's RTU front on one end of a pty pair, a raw master on the other.
+struct RtuRig {
+    PtyPair pty;
+    SimPlant plant;
+    SimNodes nodes{&plant};
+    SimRtuFront front{&nodes};
+    RawMaster master;
+
+    bool start(const SerialFormat& format) {
+        return pty.start() && plant.loadText(kLinePlant, nullptr) &&
+               front.open(pty.slave, format) && master.open(pty.master, format);
+    }
+};
+
 } // namespace
 
 // Frames from the Modbus serial line documents, whose CRCs are printed there.
@@ -465,21 +479,16 @@ void TstPlantSimulator::rtuRepliesAndFaults() {
     QFETCH(int, lateMs);
     if (!PtyPair::available())
         QSKIP("socat is not installed; the RTU line cannot be simulated");
-    PtyPair pty;
-    QVERIFY(pty.start());
-    SimPlant plant;
-    QVERIFY(plant.loadText(kLinePlant, nullptr));
-    SimNodes nodes(&plant);
+    RtuRig rig;
+    SimNodes& nodes = rig.nodes;
+    RawMaster& master = rig.master;
     nodes.setException(3, fault == "exception" ? 4 : 0);
     nodes.setDelay(3, lateMs);
     nodes.setCut(3, fault == "cut");
     nodes.setGarble(3, fault == "garble");
     nodes.setDead(3, fault == "dead");
-    SimRtuFront front(&nodes);
     const SerialFormat format{baud, parity, stopBits};
-    QVERIFY(front.open(pty.slave, format));
-    RawMaster master;
-    QVERIFY(master.open(pty.master, format));
+    QVERIFY(rig.start(format));
 
     master.send(readFrame(3, reg::K40Pv, 5));
     const qint64 wireUs = format.exchangeUs(8, size) + lateMs * 1000;
@@ -499,16 +508,11 @@ void TstPlantSimulator::rtuRepliesAndFaults() {
 void TstPlantSimulator::rtuLineCheckSeesOverlaps() {
     if (!PtyPair::available())
         QSKIP("socat is not installed; the RTU line cannot be simulated");
-    PtyPair pty;
-    QVERIFY(pty.start());
-    SimPlant plant;
-    QVERIFY(plant.loadText(kLinePlant, nullptr));
-    SimNodes nodes(&plant);
-    SimRtuFront front(&nodes);
+    RtuRig rig;
     const SerialFormat format;
-    QVERIFY(front.open(pty.slave, format));
-    RawMaster master;
-    QVERIFY(master.open(pty.master, format));
+    QVERIFY(rig.start(format));
+    SimRtuFront& front = rig.front;
+    RawMaster& master = rig.master;
     const QByteArray read = readFrame(1, reg::K40Pv, 5);
     const LineCheck& line = front.wire().line();
 
@@ -534,16 +538,12 @@ void TstPlantSimulator::rtuLineCheckSeesOverlaps() {
 void TstPlantSimulator::rtuBroadcastWritesAndNoneAnswers() {
     if (!PtyPair::available())
         QSKIP("socat is not installed; the RTU line cannot be simulated");
-    PtyPair pty;
-    QVERIFY(pty.start());
-    SimPlant plant;
-    QVERIFY(plant.loadText(kLinePlant, nullptr));
-    SimNodes nodes(&plant);
-    nodes.setDead(3, true);
-    SimRtuFront front(&nodes);
-    QVERIFY(front.open(pty.slave, SerialFormat()));
-    RawMaster master;
-    QVERIFY(master.open(pty.master, SerialFormat()));
+    RtuRig rig;
+    rig.nodes.setDead(3, true);
+    QVERIFY(rig.start(SerialFormat()));
+    SimPlant& plant = rig.plant;
+    RawMaster& master = rig.master;
+    SimRtuFront& front = rig.front;
     const quint16 sp = quint16(reg::OffsetZero + 1234); // a K40 setpoint of 123.4
     master.send(encodeRtuFrame(0, be({quint16(reg::K40Setpoint), sp}, hex("06"))));
     QTRY_COMPARE(front.wire().line().requests(), 1);
