@@ -21,16 +21,36 @@ namespace {
 constexpr int kConnectingTickMs = 50;
 constexpr int kConnectedTickMs = 1000;
 
+// Where a context keeps the first fault its verification found, so that the reason survives
+// however the library then reports the failed handshake (it may have freed the session by then).
+int verifySlot() {
+    static const int slot = SSL_CTX_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
+    return slot;
+}
+
+int noteVerifyFault(int ok, X509_STORE_CTX* store) {
+    if (ok)
+        return ok;
+    const auto* ssl = static_cast<const SSL*>(
+        X509_STORE_CTX_get_ex_data(store, SSL_get_ex_data_X509_STORE_CTX_idx()));
+    auto* fault =
+        ssl ? static_cast<long*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(ssl), verifySlot())) : nullptr;
+    if (fault && *fault == X509_V_OK)
+        *fault = X509_STORE_CTX_get_error(store);
+    return ok;
+}
+
 // The TLS context of one attempt: the broker's certificate must chain to the given authority and
 // name the host as the operator typed it, although the library is given its address.
-SSL_CTX* tlsContext(const MqttOptions& options, QString* why) {
+SSL_CTX* tlsContext(const MqttOptions& options, long* verifyFault, QString* why) {
     SSL_CTX* ctx = SSL_CTX_new(TLS_client_method());
     if (!ctx) {
         *why = QStringLiteral("TLS cannot be set up on this machine");
         return nullptr;
     }
     SSL_CTX_set_min_proto_version(ctx, TLS1_2_VERSION);
-    SSL_CTX_set_verify(ctx, SSL_VERIFY_PEER, nullptr);
+    SSL_CTX_set_verify(ctx, SSL_VERIFY_PEER, noteVerifyFault);
+    SSL_CTX_set_ex_data(ctx, verifySlot(), verifyFault);
     if (SSL_CTX_load_verify_locations(ctx, options.caFile.toLocal8Bit().constData(), nullptr) !=
         1) {
         SSL_CTX_free(ctx);
@@ -167,7 +187,7 @@ private:
                                1, true);
         if (m_options.tls) {
             QString why;
-            SSL_CTX* ctx = tlsContext(m_options, &why);
+            SSL_CTX* ctx = tlsContext(m_options, &m_verifyFault, &why);
             if (!ctx) {
                 fail(why);
                 return;
@@ -269,17 +289,15 @@ private:
     }
 
     QString problem(int rc) const {
+        // A broker found untrusted is the cause of whatever failure the handshake then reports.
+        if (m_verifyFault != X509_V_OK)
+            return QStringLiteral("the broker's certificate is not trusted (%1)")
+                .arg(QString::fromUtf8(X509_verify_cert_error_string(m_verifyFault)));
         switch (rc) {
         case MOSQ_ERR_ERRNO:
             return QString::fromLocal8Bit(std::strerror(errno));
-        case MOSQ_ERR_TLS: {
-            SSL* ssl = m_mosq ? static_cast<SSL*>(mosquitto_ssl_get(m_mosq)) : nullptr;
-            const long verify = ssl ? SSL_get_verify_result(ssl) : X509_V_OK;
-            return verify != X509_V_OK
-                       ? QStringLiteral("the broker's certificate is not trusted (%1)")
-                             .arg(QString::fromUtf8(X509_verify_cert_error_string(verify)))
-                       : QStringLiteral("the TLS handshake with the broker failed");
-        }
+        case MOSQ_ERR_TLS:
+            return QStringLiteral("the TLS handshake with the broker failed");
         case MOSQ_ERR_CONN_LOST:
         case MOSQ_ERR_NO_CONN:
             return QStringLiteral("the connection to %1:%2 was lost")
@@ -318,6 +336,7 @@ private:
         m_connack = -1;
         m_gone = false;
         m_goneRc = 0;
+        m_verifyFault = X509_V_OK;
         m_holdWriter = false;
         m_delivered.clear();
     }
@@ -336,6 +355,7 @@ private:
     int m_connack = -1;
     bool m_gone = false;
     int m_goneRc = 0;
+    long m_verifyFault = X509_V_OK; // the context of the attempt writes here during the handshake
     QList<int> m_delivered;
 };
 

@@ -362,7 +362,8 @@ void TstBroker::tlsWithTheTestsOwnAuthority() {
     // Another authority: the broker is not trusted, and the station says why.
     c.caFile = dir.filePath("other.crt");
     publisher.apply(c);
-    QTRY_VERIFY_WITH_TIMEOUT(publisher.stateText().contains("not trusted"), 10000);
+    QTRY_VERIFY2_WITH_TIMEOUT(publisher.stateText().contains("not trusted"),
+                              qPrintable(publisher.stateText()), 10000);
     c.caFile = dir.filePath("missing.crt");
     publisher.apply(c);
     QTRY_VERIFY_WITH_TIMEOUT(publisher.stateText().contains("cannot be read"), 10000);
