@@ -2,10 +2,20 @@
 
 #include "clock.h"
 #include "facade_slot.h"
+#include "qt_modbus_backend.h"
 
 #include <QPointer>
 #include <QTimer>
 #include <cmath>
+
+ModbusBackend& modbusBackend() {
+    return FacadeSlot<ModbusBackend>::get(
+        [] { return std::make_unique<QtModbusBackend>(QtModbusBackend::settingsFromStore()); });
+}
+
+void installModbusBackend(std::unique_ptr<ModbusBackend> backend) {
+    FacadeSlot<ModbusBackend>::install(std::move(backend));
+}
 
 ModbusLine& modbusLine() {
     return FacadeSlot<ModbusLine>::get([] { return std::make_unique<ModbusLine>(); });

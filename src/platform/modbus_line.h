@@ -1,39 +1,12 @@
 #pragma once
 
-#include "modctl.h"
+#include "modbus_backend.h"
 
 #include <QObject>
 #include <array>
 #include <deque>
 
 class QTimer;
-
-// How long frames and silences last on a serial Modbus line.
-namespace LineTiming {
-// Bits of one character: start, data, parity, stop.
-inline int bitsPerCharacter(int dataBits, bool parity, int stopBits) {
-    return 1 + dataBits + (parity ? 1 : 0) + stopBits;
-}
-inline double characterMicros(int baud, int bitsPerChar) {
-    return baud > 0 ? 1e6 * bitsPerChar / baud : 0.0;
-}
-// The silence that ends a frame: 3.5 characters, and a fixed 1.75 ms above 19,200 baud, where
-// 3.5 characters would be shorter than a converter can tell.
-inline double silenceMicros(int baud, int bitsPerChar) {
-    return baud > 19200 ? 1750.0 : 3.5 * characterMicros(baud, bitsPerChar);
-}
-// One request and its reply on the wire, with the silence after each.
-inline double exchangeMicros(int requestBytes, int replyBytes, int baud, int bitsPerChar) {
-    return (requestBytes + replyBytes) * characterMicros(baud, bitsPerChar) +
-           2 * silenceMicros(baud, bitsPerChar);
-}
-// RTU frames of a read of `count` registers: address, function, first, count, CRC; and address,
-// function, byte count, the words, CRC.
-inline constexpr int kReadRequestBytes = 8;
-inline int readReplyBytes(int count) {
-    return 5 + 2 * count;
-}
-} // namespace LineTiming
 
 // What the line has seen of one node address since the counters were last reset.
 struct NodeLinkCounters {

@@ -1,8 +1,6 @@
 #include "modctl.h"
 
-#include "facade_slot.h"
 #include "modbus_line.h"
-#include "qt_modbus_backend.h"
 
 #include <QTimer>
 
@@ -11,15 +9,6 @@ bool validIndex(int i) {
     return i >= 0 && i < Modctl::kMaxWords;
 }
 } // namespace
-
-ModbusBackend& modbusBackend() {
-    return FacadeSlot<ModbusBackend>::get(
-        [] { return std::make_unique<QtModbusBackend>(QtModbusBackend::settingsFromStore()); });
-}
-
-void installModbusBackend(std::unique_ptr<ModbusBackend> backend) {
-    FacadeSlot<ModbusBackend>::install(std::move(backend));
-}
 
 Modctl::Modctl(QObject* parent) : QObject(parent) {}
 

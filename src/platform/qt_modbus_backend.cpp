@@ -1,6 +1,5 @@
 #include "qt_modbus_backend.h"
 
-#include "modbus_line.h"
 #include "settings_keys.h"
 #include "settings_store.h"
 

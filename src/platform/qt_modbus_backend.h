@@ -1,6 +1,6 @@
 #pragma once
 
-#include "modctl.h"
+#include "modbus_backend.h"
 
 #include <QModbusDevice>
 #include <QString>
