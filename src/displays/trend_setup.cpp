@@ -1,6 +1,5 @@
 #include "trend_setup.h"
 
-#include "displays/trend_window.h"
 #include "plant/plant_store.h"
 #include "platform/dialogs.h"
 #include "platform/plot.h"
@@ -15,7 +14,6 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
-#include <QSlider>
 #include <QSpinBox>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -266,53 +264,10 @@ bool TrendSetup::transferScales(Plot& plot) {
 }
 
 void TrendSetup::setupRTPlot() {
-    Ctrend1* trend = ctrendObj;
-    if (!trend)
-        return;
-    if (!transferScales(*trend->iPlotX))
+    if (!ctrendObj || !transferScales(ctrendObj->trendPlot()))
         return;
     hide();
-    const double days = TrendDaysAnalog->value();
-    const double hours = TrendHoursAnalog->value();
-    const double minutes = TrendMinutesAnalog->value();
-    const TrendTick tick = trendTickRule(days, hours, minutes);
-    trend->plotTrend = tick.plotTrend;
-    trend->Timer1->setInterval(tick.intervalMs);
-
-    Plot& plot = *trend->iPlotX;
-    trend->origYAxis = qint32(std::nearbyint(plot.ySpan()));
-    plot.setXSpan(days + hours / 24 + minutes / 1440);
-    trend->origXAxis = plot.xSpan();
-    trend->TDays = days;
-    trend->Thours = hours;
-    trend->Tmins = minutes;
-    trend->timerCounter = 0;
-    // The samples go with the old pens.
-    plot.removeAllChannels();
-    trend->RTDateSlider->setValue(0);
-    trend->YRTSlider->setValue(0);
-
-    // Selected rows only: channel numbers close up over empty rows.
-    QVector<qint16> table;
-    for (int i = 0; i < kPenRows; ++i) {
-        const QComboBox* list = PenAssign[size_t(i)];
-        if (list->currentIndex() < 0)
-            continue;
-        const auto code = qint16(list->currentData().toInt());
-        const int k = plot.addChannel();
-        plot.setRingBufferSize(k, kPenRing);
-        table.append(code);
-        plot.setChannelColor(k, swatchColor(PenClr[size_t(i)]));
-        plot.setTraceLineWidth(k, PWidth[size_t(i)]->value());
-        plot.setChannelTitle(k, channelTitle(code));
-    }
-    table.append(0);
-    trend->assignTrendArray(table);
-    // The pens start again from the controllers' recent past: those that stay keep what it holds.
-    trend->fillFromHistory();
-    trend->writeArrayData(QStringLiteral("%1/Trend%2.trn").arg(gAppPath).arg(frmNumberPassed));
-    startTickTimer(trend->Timer1);
-    plot.setTrackingEnabled(true);
+    ctrendObj->takeSetup(*this);
     accept();
 }
 

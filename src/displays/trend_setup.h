@@ -5,7 +5,6 @@
 #include <array>
 #include <functional>
 
-class Ctrend1;
 class Plot;
 class QComboBox;
 class QDoubleSpinBox;
@@ -18,6 +17,18 @@ class QSpinBox;
 inline QString gTrendSetupCaller;
 inline const QString kHistoryPlotCaller = QStringLiteral("History Plot");
 inline const QString kLoopTuningCaller = QStringLiteral("Loop Tuning");
+
+class TrendSetup;
+
+// A real-time trend as the setup dialog sees it: the plot its scales go to, and the window that
+// takes the time span and pens chosen.
+class RealTimeTrend {
+public:
+    virtual ~RealTimeTrend() = default;
+    virtual Plot& trendPlot() = 0;
+    // After the scales went to the plot: sampling, spans and pens from the dialog's fields.
+    virtual void takeSetup(const TrendSetup& setup) = 0;
+};
 
 // "Trend Scaling Setup": spans, scales, colours and pens of every plot of the workstation. The
 // caller fills it and shows it; OK hands the values to the plot that gTrendSetupCaller names.
@@ -56,7 +67,7 @@ public:
 
     // The plot being set up and, for a trend, its window.
     qint16 frmNumberPassed = 0;
-    Ctrend1* ctrendObj = nullptr;
+    RealTimeTrend* ctrendObj = nullptr;
     Plot* histPlotobj = nullptr;
     Plot* tunPlotObj = nullptr;
     // The tuning window takes the time span itself: days, hours, minutes.

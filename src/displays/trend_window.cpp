@@ -12,6 +12,7 @@
 #include "records/record_paths.h"
 #include "security/rights.h"
 
+#include <QComboBox>
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <QGridLayout>
@@ -370,6 +371,54 @@ void Ctrend1::setupTrend() {
     setup.frmNumberPassed = formNumber;
     setup.ctrendObj = this;
     setup.exec();
+}
+
+Plot& Ctrend1::trendPlot() {
+    return *iPlotX;
+}
+
+void Ctrend1::takeSetup(const TrendSetup& setup) {
+    const double days = setup.TrendDaysAnalog->value();
+    const double hours = setup.TrendHoursAnalog->value();
+    const double minutes = setup.TrendMinutesAnalog->value();
+    const TrendTick tick = trendTickRule(days, hours, minutes);
+    plotTrend = tick.plotTrend;
+    Timer1->setInterval(tick.intervalMs);
+
+    Plot& plot = *iPlotX;
+    origYAxis = qint32(std::nearbyint(plot.ySpan()));
+    plot.setXSpan(days + hours / 24 + minutes / 1440);
+    origXAxis = plot.xSpan();
+    TDays = days;
+    Thours = hours;
+    Tmins = minutes;
+    timerCounter = 0;
+    // The samples go with the old pens.
+    plot.removeAllChannels();
+    RTDateSlider->setValue(0);
+    YRTSlider->setValue(0);
+
+    // Selected rows only: channel numbers close up over empty rows.
+    QVector<qint16> table;
+    for (int i = 0; i < TrendSetup::kPenRows; ++i) {
+        const QComboBox* list = setup.PenAssign[size_t(i)];
+        if (list->currentIndex() < 0)
+            continue;
+        const auto code = qint16(list->currentData().toInt());
+        const int k = plot.addChannel();
+        plot.setRingBufferSize(k, TrendSetup::kPenRing);
+        table.append(code);
+        plot.setChannelColor(k, TrendSetup::swatchColor(setup.PenClr[size_t(i)]));
+        plot.setTraceLineWidth(k, setup.PWidth[size_t(i)]->value());
+        plot.setChannelTitle(k, channelTitle(code));
+    }
+    table.append(0);
+    assignTrendArray(table);
+    // The pens start again from the controllers' recent past: those that stay keep what it holds.
+    fillFromHistory();
+    writeArrayData(QStringLiteral("%1/Trend%2.trn").arg(gAppPath).arg(setup.frmNumberPassed));
+    startTickTimer(Timer1);
+    plot.setTrackingEnabled(true);
 }
 
 void Ctrend1::assignChannelsForUser(TrendSetup& setup) {

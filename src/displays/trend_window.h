@@ -1,6 +1,7 @@
 #pragma once
 
 #include "displays/trend_file.h"
+#include "displays/trend_setup.h"
 #include "plant/child_window.h"
 
 #include <QVector>
@@ -11,13 +12,12 @@ class QMdiArea;
 class QSlider;
 class QTimer;
 class QToolBar;
-class TrendSetup;
 
 // "Trend 1" to "Trend 8": up to twelve pens, each following the process value, setpoint or
 // output of one controller in the plant store, sampled at the rate the time span sets. The
 // window talks to no controller; what it keeps from one run to the next is its configuration
 // file Trend<n>.trn and its placement.
-class Ctrend1 : public ChildWindow {
+class Ctrend1 : public ChildWindow, public RealTimeTrend {
     Q_OBJECT
 public:
     // The sliders' range; the value each stands at is the configured span.
@@ -72,6 +72,8 @@ public:
     void saveTrendView();
     void setupTrend();
     void assignChannelsForUser(TrendSetup& setup);
+    Plot& trendPlot() override;
+    void takeSetup(const TrendSetup& setup) override;
     void toggleDataCursor();
     void resumeTrending();
     void saveTrendJPG();

@@ -324,9 +324,10 @@ void TstTrendWindow::setupServesTheTrendItsCallerNames() {
 
     // Cancel starts the timer of the trend being set up, and of no other.
     two->Timer1->stop();
-    env.modals.act([](QDialog* d) {
+    env.modals.act([five](QDialog* d) {
         auto* setup = qobject_cast<TrendSetup*>(d);
-        QVERIFY(!setup->ctrendObj->Timer1->isActive());
+        QCOMPARE(setup->ctrendObj, five);
+        QVERIFY(!five->Timer1->isActive());
         setup->PenAssign[0]->setCurrentIndex(-1);
         setup->CancelButton->click();
     });
