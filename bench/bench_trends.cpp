@@ -7,10 +7,10 @@
 // Measures the process's CPU time and resident memory over the window, how long the plots
 // spend redrawing, and every pen's samples: how many, and the longest gap between two.
 #include "bench_workstation.h"
-#include "displays/trend_setup.h"
 #include "displays/trend_window.h"
 #include "plant/plant_store.h"
 #include "platform/plot.h"
+#include "records/trend_setup.h"
 
 #if __has_include("plant/value_history.h")
 #include "plant/value_history.h"

@@ -1,6 +1,5 @@
 #include "frm_profile.h"
 
-#include "displays/plot_commands.h"
 #include "plant/comm_errors.h"
 #include "plant/paced_sequence.h"
 #include "plant/plant_store.h"
@@ -12,6 +11,7 @@
 #include "platform/settings_store.h"
 #include "platform/window_parts.h"
 #include "records/file_cipher.h"
+#include "records/plot_commands.h"
 #include "records/record_file.h"
 #include "records/record_paths.h"
 #include "security/login.h"

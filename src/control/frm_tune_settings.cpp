@@ -2,9 +2,7 @@
 
 #include "control/frm_alarm_settings.h"
 #include "control/read_fields.h"
-#include "displays/plot_commands.h"
 #include "displays/trend_file.h"
-#include "displays/trend_setup.h"
 #include "plant/comm_errors.h"
 #include "plant/paced_sequence.h"
 #include "plant/plant_store.h"
@@ -18,8 +16,10 @@
 #include "platform/settings_store.h"
 #include "platform/window_parts.h"
 #include "records/file_cipher.h"
+#include "records/plot_commands.h"
 #include "records/record_file.h"
 #include "records/record_paths.h"
+#include "records/trend_setup.h"
 #include "security/login.h"
 #include "security/rights.h"
 

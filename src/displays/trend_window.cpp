@@ -1,7 +1,5 @@
 #include "trend_window.h"
 
-#include "displays/plot_commands.h"
-#include "displays/trend_setup.h"
 #include "plant/plant_store.h"
 #include "plant/value_history.h"
 #include "platform/clock.h"
@@ -9,7 +7,9 @@
 #include "platform/placement.h"
 #include "platform/plot.h"
 #include "platform/window_parts.h"
+#include "records/plot_commands.h"
 #include "records/record_paths.h"
+#include "records/trend_setup.h"
 #include "security/rights.h"
 
 #include <QComboBox>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "displays/trend_file.h"
-#include "displays/trend_setup.h"
 #include "plant/child_window.h"
+#include "records/trend_setup.h"
 
 #include <QVector>
 

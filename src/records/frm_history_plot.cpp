@@ -1,14 +1,14 @@
 #include "frm_history_plot.h"
 
-#include "displays/plot_commands.h"
-#include "displays/trend_setup.h"
 #include "plant/comm_errors.h"
 #include "platform/dialogs.h"
 #include "platform/placement.h"
 #include "platform/plot.h"
 #include "platform/window_parts.h"
 #include "records/frm_history.h"
+#include "records/plot_commands.h"
 #include "records/record_paths.h"
+#include "records/trend_setup.h"
 #include "security/rights.h"
 
 #include <QAction>

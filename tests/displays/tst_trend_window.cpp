@@ -1,11 +1,11 @@
 // The real-time trend windows: sampling from the plant store, the sliders, the setup dialog and
 // the views, the damaged-file path, and the picture and print of a trend.
 
-#include "displays/trend_setup.h"
 #include "displays/trend_window.h"
 #include "plant/plant_store.h"
 #include "plant/value_history.h"
 #include "platform/plot.h"
+#include "records/trend_setup.h"
 #include "support/audit_files.h"
 #include "support/test_env.h"
 

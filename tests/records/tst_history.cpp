@@ -2,7 +2,6 @@
 // historical plot it makes of its grid.
 
 #include "app/frm_main.h"
-#include "displays/trend_setup.h"
 #include "plant/plant_store.h"
 #include "plant/tag_file.h"
 #include "platform/plot.h"
@@ -11,6 +10,7 @@
 #include "records/frm_history_plot.h"
 #include "records/record_file.h"
 #include "records/signatures.h"
+#include "records/trend_setup.h"
 #include "security/rights.h"
 #include "security/session.h"
 #include "support/audit_files.h"
