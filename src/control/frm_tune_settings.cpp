@@ -274,7 +274,7 @@ FrmTuneSettings::FrmTuneSettings(QWidget* parent) : ChildWindow(Life::Closes, kS
     connect(ModTunRead2, &PacedSequence::blockRead, this, [this](int, const QVector<quint16>& w) {
         dbRevision = dbRevisionOf(w.value(0));
         // A controller of the older revision has no dead band.
-        dbX1->setValue(dbRevision == 40 ? (dbX1->property("raw").toInt() - kValueOffset) * 0.1
+        dbX1->setValue(dbRevision == 40 ? offsetValue(quint16(dbX1->property("raw").toUInt()), 0.1)
                                         : 0.0);
         if (w.value(1) == 0)
             Option2->setChecked(true);

@@ -130,10 +130,14 @@ std::optional<quint16> offsetWord(double value, double multiplier) {
     return static_cast<quint16>(raw);
 }
 
+double offsetValue(quint16 word, double scale) {
+    return (static_cast<int>(word) - kValueOffset) * scale;
+}
+
 std::optional<double> offsetValue16(quint16 word, double scale) {
     if (word > 32767)
         return std::nullopt;
-    return (static_cast<int>(word) - kValueOffset) * scale;
+    return offsetValue(word, scale);
 }
 
 void decodeK40Block(int row, const qint16 data[5]) {
@@ -143,8 +147,8 @@ void decodeK40Block(int row, const qint16 data[5]) {
     gDecimal[row] = decimalCode(status);
     gScale[row] = scaleFactor(status, gDecimal[row], row);
     const double scale = gScale[row];
-    gPV[row] = formatValue((wordToUnsigned(data[0]) - kValueOffset) * scale, gDecimal[row]);
-    gSP[row] = formatValue((wordToUnsigned(data[1]) - kValueOffset) * scale, gDecimal[row]);
+    gPV[row] = formatValue(offsetValue(quint16(data[0]), scale), gDecimal[row]);
+    gSP[row] = formatValue(offsetValue(quint16(data[1]), scale), gDecimal[row]);
     gPctOut[row] = static_cast<float>(data[2] * 0.01);
     gAlarmState[row] = data[4];
 }

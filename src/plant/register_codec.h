@@ -42,6 +42,9 @@ qint16 signedWord(quint16 word);
 double tenthsOf(quint16 word);
 std::optional<quint16> wordOfSigned(double value);
 std::optional<quint16> wordOfTenths(double value);
+// The engineering value of a K40 offset word as the poll and the tuning read take it: the word
+// unsigned, less 19999, times the scale.
+double offsetValue(quint16 word, double scale);
 // value x multiplier + 19999, rounded half to even, within 0..65535.
 std::optional<quint16> offsetWord(double value, double multiplier);
 // The engineering value of an offset word as a read of the alarm block takes it: the subtraction
